@@ -1,0 +1,213 @@
+// The one contract with the operating system: primitives with two backends, os_*_posix.cpp and
+// os_*_windows.cpp, chosen at link time. Policy (lock counts, lazy mapping, error codes and texts)
+// is written once, above.
+//
+// Errors. A primitive that fails says so by its result and leaves the native code where lastError()
+// reads it: errno, or GetLastError(). A caller that needs the code reads it on the next line.
+// Nothing here throws, except std::bad_alloc where a string or a list is returned.
+//
+// Names are 8-bit texts. Kernel objects live in one namespace for all processes of the session
+// (Windows), or for all that use one runtime directory (POSIX).
+#ifndef WRENLINK_PLATFORM_OS_H
+#define WRENLINK_PLATFORM_OS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace wrenlink::os {
+
+// ---- Errors ------------------------------------------------------------------------------------
+
+using ErrorCode = std::uint32_t;
+
+// The calling thread's native error code.
+ErrorCode lastError() noexcept;
+void setLastError(ErrorCode code) noexcept;
+
+// Writes the platform's own text for a native code, cut to size bytes and terminated; an empty text
+// when it has none. Windows texts end with CR LF, which stays.
+void errorText(ErrorCode code, char* buffer, std::size_t size) noexcept;
+
+// ---- Synchronisation ---------------------------------------------------------------------------
+
+inline constexpr std::uint32_t kInfinite = 0xFFFFFFFF;
+
+enum class WaitResult {
+    acquired,   // the mutex is held, or the event is signalled
+    abandoned,  // the mutex is held; its former holder ended without releasing (Windows tells)
+    timedOut,
+    failed,
+};
+
+// A native handle of either system: a descriptor, or a HANDLE.
+using NativeHandle = std::intptr_t;
+inline constexpr NativeHandle kNoHandle = -1;
+
+// A mutex that every process can reach by its kernel name. The operating system frees it when the
+// process that holds it ends, however it ends. One object must not be used by two threads at once.
+//
+// Windows: the thread that waited owns the mutex and may wait for it again through another object.
+// POSIX: the object owns the mutex; a second object of the same thread would wait. Nothing above
+// relies on either.
+class KernelMutex {
+   public:
+    KernelMutex() noexcept = default;
+    // Creates the mutex, or opens the one of that name, without acquiring it. Check valid().
+    explicit KernelMutex(const std::string& kernelName) noexcept;
+    KernelMutex(KernelMutex&& other) noexcept : handle_(std::exchange(other.handle_, kNoHandle)) {}
+    KernelMutex& operator=(KernelMutex&& other) noexcept;
+    ~KernelMutex() { close(); }
+
+    bool valid() const noexcept { return handle_ != kNoHandle; }
+    // Waits at most so many milliseconds, or without limit for kInfinite. An invalid mutex fails.
+    WaitResult wait(std::uint32_t milliseconds) noexcept;
+    // False when this object does not hold the mutex.
+    bool release() noexcept;
+    void close() noexcept;
+
+   private:
+    NativeHandle handle_ = kNoHandle;
+};
+
+// A mutex of this process, re-entrant for the thread that holds it. make() gives null when there is
+// no memory; the other calls take only what make() gave.
+struct LocalMutex;
+LocalMutex* makeLocalMutex() noexcept;
+void enterLocalMutex(LocalMutex* mutex) noexcept;
+void leaveLocalMutex(LocalMutex* mutex) noexcept;
+void destroyLocalMutex(LocalMutex* mutex) noexcept;
+
+// ---- Shared memory -----------------------------------------------------------------------------
+
+// A block of memory that every process can map by its kernel name. It is zeroed when it is made and
+// gone when its last holder has closed it or ended. Two processes that make one name at the very
+// same moment may both be told that they created it, unless they hold a mutex around the call.
+class FileMapping {
+   public:
+    FileMapping() noexcept = default;
+    FileMapping(FileMapping&& other) noexcept : handle_(std::exchange(other.handle_, kNoHandle)) {}
+    FileMapping& operator=(FileMapping&& other) noexcept;
+    ~FileMapping() { close(); }
+
+    // Creates the block, or opens the one of that name and size; `existed` tells which, and is
+    // false when the call failed. An object of that name that is not such a block is refused.
+    static FileMapping open(const std::string& kernelName, std::size_t size,
+                            bool& existed) noexcept;
+    bool valid() const noexcept { return handle_ != kNoHandle; }
+    // Maps the whole block for reading and writing; null when it cannot be mapped.
+    void* map(std::size_t size) noexcept;
+    static void unmap(void* view, std::size_t size) noexcept;
+    // Views stay mapped, but no longer keep the block's name.
+    void close() noexcept;
+
+   private:
+    NativeHandle handle_ = kNoHandle;
+};
+
+// ---- What the modules of one process share -----------------------------------------------------
+//
+// Several modules of a process may carry this code (two copies of the library, say). They find one
+// another's objects by name; no other process can. A child made by fork has its own copies.
+
+// A block of memory as above, for the modules of this process: zeroed when made, gone when the last
+// module has closed it. Null when it cannot be had.
+struct ProcessBlock {
+    NativeHandle handle = kNoHandle;
+    void* view = nullptr;
+    bool existed = false;
+};
+ProcessBlock openProcessBlock(const char* name, std::size_t size) noexcept;
+void closeProcessBlock(ProcessBlock& block) noexcept;
+
+// A mutex for the modules of this process; null when it cannot be had.
+struct ProcessMutex;
+ProcessMutex* openProcessMutex(const char* name) noexcept;
+void lockProcessMutex(ProcessMutex* mutex) noexcept;
+void unlockProcessMutex(ProcessMutex* mutex) noexcept;
+void closeProcessMutex(ProcessMutex* mutex) noexcept;
+
+// An index under which each thread keeps one pointer, null at first. Nothing runs when a thread
+// ends.
+using ThreadIndex = std::uint32_t;
+bool makeThreadIndex(ThreadIndex& index) noexcept;
+void* threadValue(ThreadIndex index) noexcept;
+bool setThreadValue(ThreadIndex index, void* value) noexcept;
+void freeThreadIndex(ThreadIndex index) noexcept;
+
+// Memory for records that one module makes and another may free; null when there is none.
+void* allocateRecord(std::size_t size) noexcept;
+void freeRecord(void* record) noexcept;
+
+// ---- Devices -----------------------------------------------------------------------------------
+
+// The device paths of the present adapters, in a stable order, at most so many. A system that
+// cannot list them has none.
+std::vector<std::string> presentAdapters(std::size_t most);
+
+enum class RequestStart {
+    completed,  // signalled already; collect the outcome as for a pending one
+    pending,    // lastError() is EINPROGRESS or ERROR_IO_PENDING
+    failed,
+};
+
+// One adapter's driver, opened for one control request. Call in this order: open, makeEvent, start,
+// wait, outcome. Destroying it cancels a request that is still in flight and waits until the driver
+// can no longer touch the caller's buffers, then closes the event and the device.
+class Device {
+   public:
+    Device() noexcept = default;
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+    ~Device() { close(); }
+
+    // Opens the driver for this user alone, for reading. Does not wait for a busy driver.
+    bool open(const char* devicePath) noexcept;
+    // Makes the event that a completion signals.
+    bool makeEvent() noexcept;
+    // Hands over a request. Both buffers stay the driver's until outcome() or close(); of a reply
+    // at most replyCapacity bytes are written, and bytes it does not have are left as they were.
+    RequestStart start(std::uint32_t controlCode, const void* request, std::size_t requestSize,
+                       void* reply, std::size_t replyCapacity) noexcept;
+    // Waits for the completion: acquired, timedOut or failed. A time-out leaves lastError() as the
+    // start of the request left it.
+    WaitResult wait(std::uint32_t milliseconds) noexcept;
+    // True when the request succeeded, without waiting.
+    bool outcome() noexcept;
+    void close() noexcept;
+
+   private:
+    void cancelAndWait() noexcept;
+
+    NativeHandle device_ = kNoHandle;
+    NativeHandle event_ = kNoHandle;
+    bool inFlight_ = false;
+    void* reply_ = nullptr;
+    std::size_t replyCapacity_ = 0;
+    alignas(8) std::byte overlapped_[32] = {};
+};
+
+// ---- System ------------------------------------------------------------------------------------
+
+std::uint32_t processId() noexcept;
+
+// Reads an environment variable; false when it is not set, or when the process runs with rights
+// that its caller does not have.
+bool environmentVariable(const char* name, std::string& value);
+
+// The folder for documents that all users share, in UTF-8, without a separator at its end.
+bool sharedDocumentsFolder(std::string& folder);
+
+// Between the folders and the file of a path.
+extern const char kPathSeparator;
+
+// Opens an ordinary file for reading as text, by its UTF-8 name; null when that is not possible or
+// what has the name is not an ordinary file. Close with std::fclose.
+std::FILE* openTextFile(const char* path) noexcept;
+
+}  // namespace wrenlink::os
+
+#endif
