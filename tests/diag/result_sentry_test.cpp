@@ -1,0 +1,115 @@
+// The exit line of a traced function, for each type of result, and what opening a scope calls.
+#include "diag/result_sentry.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/recording_handler.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using wrenlink::ResultTrace;
+using wrenlink::Trace;
+using wrenlink::test::Message;
+using wrenlink::test::MessageKind;
+using wrenlink::test::messages;
+
+template <class T>
+T traced(T initial, T returned) {
+    T result = initial;
+    const ResultTrace<T> trace(result, "traced", "sources/traced.cpp", 42);
+    return result = returned;
+}
+
+std::vector<MessageKind> kinds(const std::vector<Message>& list) {
+    std::vector<MessageKind> found;
+    for (const Message& message : list) found.push_back(message.kind);
+    return found;
+}
+
+class ResultSentry : public testing::Test {
+   protected:
+    ResultSentry() { wrenlink::test::clearMessages(); }
+};
+
+TEST_F(ResultSentry, ExitLineShowsTheResultAsItIsWhenTheScopeCloses) {
+    struct Case {
+        std::function<void()> call;
+        const char* exitLine;
+    };
+    using Byte = unsigned char;
+    using Half = unsigned short;
+    using Text = const char*;
+    const Case cases[] = {
+        {[] { traced<Byte>(0, 200); }, "<- traced [returning 200]"},
+        {[] { traced<Half>(0, 0xFFFF); }, "<- traced [returning 65535]"},
+        {[] { traced<int>(0, 1); }, "<- traced [returning 1]"},
+        {[] { traced<int>(0, -2147483647 - 1); }, "<- traced [returning -2147483648]"},
+        {[] { traced<unsigned>(0, 0xFFFFFFFFU); }, "<- traced [returning 4294967295]"},
+        {[] { traced<Text>("", "4.000"); }, "<- traced [returning \"4.000\"]"},
+        {[] { traced<Text>("", nullptr); }, "<- traced [returning \"(null)\"]"},
+        {[] { traced(SPIFNS_XAP_RUNNING, SPIFNS_XAP_ERROR); }, "<- traced [returning -1]"},
+        {[] { traced(SPIFNS_XAP_ERROR, SPIFNS_XAP_STOPPED); }, "<- traced [returning 1]"},
+        {[] { traced(false, true); }, "<- traced [returning true]"},
+        {[] { traced(true, false); }, "<- traced [returning false]"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.exitLine);
+        wrenlink::test::clearMessages();
+        c.call();
+        EXPECT_THAT(kinds(messages()), ElementsAre(MessageKind::instance, MessageKind::getHandler,
+                                                   MessageKind::entry, MessageKind::output));
+        const Message exit = messages().back();
+        EXPECT_EQ(exit.text, c.exitLine);
+        EXPECT_EQ(exit.level, 0U);
+        EXPECT_FALSE(exit.flag);
+        EXPECT_TRUE(exit.isResult);
+        EXPECT_EQ(exit.function, "traced");
+        EXPECT_EQ(exit.file, "sources/traced.cpp");
+        EXPECT_EQ(exit.line, 42U);
+    }
+}
+
+int failing() {
+    int result = 5;
+    const ResultTrace<int> trace(result);
+    throw std::runtime_error("no result");
+}
+
+TEST_F(ResultSentry, ScopeClosesOnceWhenAnExceptionPasses) {
+    EXPECT_THROW(failing(), std::runtime_error);
+    const auto lines = messages(MessageKind::output);
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0].text, "<- failing [returning 5]");
+    EXPECT_TRUE(messages(MessageKind::exit).empty());
+}
+
+unsigned long plainLine = 0;
+void plain() {
+    plainLine = __LINE__ + 1;
+    const Trace trace;
+}
+
+TEST_F(ResultSentry, PlainScopeIsNamedAfterTheFunctionThatDeclaresIt) {
+    plain();
+    const auto list = messages();
+    ASSERT_THAT(kinds(list), ElementsAre(MessageKind::instance, MessageKind::getHandler,
+                                         MessageKind::entry, MessageKind::exit));
+    EXPECT_EQ(list[1].group, 101);
+    EXPECT_EQ(list[1].function, "plain");
+    EXPECT_FALSE(list[1].flag);
+    for (const Message& message : {list[2], list[3]}) {
+        EXPECT_EQ(message.function, "plain");
+        EXPECT_THAT(message.file, EndsWith("tests/diag/result_sentry_test.cpp"));
+        EXPECT_EQ(message.line, plainLine);
+    }
+}
+
+}  // namespace

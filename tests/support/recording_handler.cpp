@@ -1,0 +1,127 @@
+#include "tests/support/recording_handler.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+namespace wrenlink::test {
+namespace {
+
+struct Record {
+    std::mutex lock;
+    std::vector<Message> messages;
+    std::atomic<bool> activated{false};
+};
+
+// Never destroyed: the library still traces while the process's static objects go.
+Record& record() {
+    static auto& instance = *new Record;
+    return instance;
+}
+
+void keep(Message message) {
+    message.thread = std::this_thread::get_id();
+    const std::lock_guard guard(record().lock);
+    record().messages.push_back(std::move(message));
+}
+
+std::string orEmpty(const char* text) { return text == nullptr ? "" : text; }
+
+std::string formatted(const char* format, std::va_list arguments) {
+    std::va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    if (length < 0) return "";
+    std::string text(static_cast<std::size_t>(length), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    return text;
+}
+
+Message scopeMessage(MessageKind kind, const char* function, const char* file, unsigned long line) {
+    return {.kind = kind, .function = orEmpty(function), .file = orEmpty(file), .line = line};
+}
+
+}  // namespace
+
+std::vector<Message> messages() {
+    const std::lock_guard guard(record().lock);
+    return record().messages;
+}
+
+std::vector<Message> messages(MessageKind kind) {
+    std::vector<Message> found = messages();
+    std::erase_if(found, [kind](const Message& message) { return message.kind != kind; });
+    return found;
+}
+
+void clearMessages() {
+    const std::lock_guard guard(record().lock);
+    record().messages.clear();
+}
+
+void setDebugActivated(bool activated) { record().activated = activated; }
+
+}  // namespace wrenlink::test
+
+using wrenlink::test::keep;
+using wrenlink::test::MessageKind;
+using wrenlink::test::orEmpty;
+using wrenlink::test::scopeMessage;
+
+void CMessageHandler::DebugOutputInHandler(unsigned long level, bool flag, bool isResult,
+                                           const char* function, const char* file,
+                                           unsigned long line, const char* format, ...) {
+    wrenlink::test::Message message = scopeMessage(MessageKind::output, function, file, line);
+    message.level = level;
+    message.flag = flag;
+    message.isResult = isResult;
+    std::va_list arguments;
+    va_start(arguments, format);
+    message.text = wrenlink::test::formatted(format, arguments);
+    va_end(arguments);
+    keep(std::move(message));
+}
+
+void CMessageHandler::DebugOutputProfile(unsigned long level) {
+    keep({.kind = MessageKind::profile, .level = level});
+}
+
+bool CMessageHandler::SetErrorMsg(short code, const std::string& text) {
+    keep({.kind = MessageKind::error, .text = text, .code = code});
+    return true;
+}
+
+CTheMsgHnd& CTheMsgHnd::Instance() {
+    static CTheMsgHnd instance;
+    keep({.kind = MessageKind::instance});
+    return instance;
+}
+
+CMessageHandler& CTheMsgHnd::GetAppropriateHandler(CMessageHandler::GroupEnum group,
+                                                   const char* name, bool flag) {
+    static CMessageHandler handler;
+    keep(
+        {.kind = MessageKind::getHandler, .group = group, .flag = flag, .function = orEmpty(name)});
+    return handler;
+}
+
+bool CTheMsgHnd::DebugActivated() { return wrenlink::test::record().activated; }
+
+CDebugSentry::CDebugSentry(CMessageHandler* handler, unsigned long line, const char* file,
+                           const char* function)
+    : handler_(handler), line_(static_cast<unsigned int>(line)), file_(file), function_(function) {
+    keep(scopeMessage(MessageKind::entry, function, file, line));
+}
+
+CDebugSentry::~CDebugSentry() { CDebugSentry::PrintExit(); }
+
+void CDebugSentry::CheckPrintExit() { PrintExit(); }
+
+void CDebugSentry::PrintExit() {
+    if (exitPrinted_) return;
+    keep(scopeMessage(MessageKind::exit, function_, file_, line_));
+    exitPrinted_ = true;
+}
