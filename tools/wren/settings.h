@@ -1,0 +1,35 @@
+// The variables of a stream as the tool offers them. The library takes almost any text for a value
+// and ignores a name that it does not know, so the tool checks both before anything is sent.
+//
+// Threads: pure functions.
+#ifndef WREN_SETTINGS_H
+#define WREN_SETTINGS_H
+
+#include <string>
+#include <string_view>
+
+namespace wren {
+
+// One variable and its new value, both as the library takes them.
+struct Setting {
+    std::string name;
+    std::string value;
+};
+
+// Makes a setting; the name in any case. Throws a usage Failure that lists the names, or says which
+// values the variable takes.
+Setting makeSetting(std::string_view name, std::string_view value);
+
+// The same from "NAME=VALUE".
+Setting parseSetting(std::string_view text);
+
+// The name of a variable that can be read, in the library's spelling. Throws a usage Failure that
+// lists the names.
+std::string readableVariable(std::string_view name);
+
+// The name of a chip command, in the library's spelling. Throws a usage Failure that lists them.
+std::string chipCommand(std::string_view name);
+
+}  // namespace wren
+
+#endif

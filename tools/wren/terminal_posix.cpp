@@ -1,0 +1,16 @@
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "terminal.h"
+
+namespace wren::terminal {
+
+bool onStandardError() noexcept { return isatty(STDERR_FILENO) == 1; }
+
+unsigned columns() noexcept {
+    winsize size{};
+    const bool told = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return told ? size.ws_col : 80;
+}
+
+}  // namespace wren::terminal
