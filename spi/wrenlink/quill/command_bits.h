@@ -1,0 +1,21 @@
+// The adapter's command bits as all its users know them: what it was last given, for reads and for
+// writes. The bits themselves travel as entries of batch commands.
+#ifndef WRENLINK_QUILL_COMMAND_BITS_H
+#define WRENLINK_QUILL_COMMAND_BITS_H
+
+#include <cstdint>
+
+namespace wrenlink {
+
+struct QuillStream;
+
+// Copies the cached bits, for writes or for reads, to *bits; they may be 0xFFFF, unknown. False
+// when there is no cache: no adapter selected, region unavailable, null pointer.
+bool Quill_Stream_GetCmdBitsCache(QuillStream* stream, std::uint16_t* bits, bool forWrites);
+
+// Records the bits that the adapter now has; nothing when there is no cache.
+void Quill_Stream_SetCmdBitsCache(QuillStream* stream, std::uint16_t bits, bool forWrites);
+
+}  // namespace wrenlink
+
+#endif

@@ -1,0 +1,18 @@
+// The switch for the full debug text of streams, taken from the environment variable SPIDEBUG_FULL.
+#ifndef WRENLINK_QUILL_DEBUG_FULL_H
+#define WRENLINK_QUILL_DEBUG_FULL_H
+
+namespace wrenlink {
+
+// Reads SPIDEBUG_FULL, once, when the library is loaded. Later changes have no effect.
+class DebugFullSwitch {
+   public:
+    DebugFullSwitch();
+};
+
+// Whether SPIDEBUG_FULL was "ON" or "TRUE", in any case.
+bool isDebugFull();
+
+}  // namespace wrenlink
+
+#endif

@@ -1,0 +1,24 @@
+// One exchange with an adapter's driver.
+#ifndef WRENLINK_QUILL_DRIVER_EXCHANGE_H
+#define WRENLINK_QUILL_DRIVER_EXCHANGE_H
+
+#include <cstdint>
+
+namespace wrenlink {
+
+// Sends the command frame `request` to the adapter of that device path and places its reply from
+// offset 5 of `replyBase` on; both may be one buffer. The frame's own lengths say how many bytes
+// travel; its reserved byte is set to 0. A reply shorter than asked for is a success, and the bytes
+// it does not have are left as they were.
+//
+// Waits for the adapter's turn without a limit (one exchange at a time, over all threads and
+// processes), then at most 1000 ms for the reply. The driver is opened and closed within the call,
+// and nothing touches the buffers after it.
+//
+// False on failure, with the operating system's text, ": " and ours stored: 515 "Unable to open USB
+// driver", 516 "Failed to create event for driver IO", "Driver IO failed", "Driver IO timed out".
+bool Quill_Command(std::uint8_t* request, std::uint8_t* replyBase, const char* devicePath);
+
+}  // namespace wrenlink
+
+#endif

@@ -1,0 +1,33 @@
+#include "quill/interface_mode.h"
+
+#include "diag/result_sentry.h"
+#include "quill/adapter_caches.h"
+#include "quill/frame.h"
+#include "quill/last_error.h"
+#include "quill/number_text.h"
+#include "quill/quill_stream.h"
+#include "quill/stream_command.h"
+
+namespace wrenlink {
+
+int Quill_Stream_SetMode(QuillStream* stream, const char* mode) {
+    int result = 0;
+    const ResultTrace<int> trace(result);
+    CommandFrame frame;
+    frame.setField(0, equalsIgnoringCase(mode, "JTAG") ? 1 : 0);
+
+    auto* delays = cacheIn<DelayCache>(stream->delayRegion);
+    if (delays == nullptr)
+        return result = Quill_SetLastError(260, 0, "Error allocating shared memory for delays");
+    storeField(delays->delay, kUnknown);
+    auto* cmdBits = cacheIn<CmdBitsCache>(stream->cmdBitsRegion);
+    if (cmdBits == nullptr)
+        return result = Quill_SetLastError(260, 0, "Error allocating shared memory for cmdbits");
+    storeField(cmdBits->both, kBothUnknown);
+
+    if (!Quill_Stream_Command(stream, frame.bytes(), kSetInterfaceMode, 5, 0))
+        return result = Quill_AppendToLastError(nullptr);
+    return result;
+}
+
+}  // namespace wrenlink

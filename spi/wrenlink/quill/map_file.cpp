@@ -1,0 +1,73 @@
+#include "quill/map_file.h"
+
+#include "diag/result_sentry.h"
+#include "platform/os.h"
+#include "quill/number_text.h"
+
+namespace wrenlink {
+namespace {
+
+constexpr char kMapFileName[] = "quillmap.txt";
+constexpr std::size_t kLineSize = 64;
+
+bool isEmpty(std::FILE* file) {
+    const bool empty = std::fgetc(file) == EOF;
+    std::rewind(file);
+    return empty;
+}
+
+}  // namespace
+
+TextFile Open_Common_Document_File(const char* name, std::string& fullPath) {
+    const Trace trace;
+    std::string path;
+    if (!os::sharedDocumentsFolder(path)) return nullptr;
+    path += os::kPathSeparator;
+    path += name;
+    TextFile file(os::openTextFile(path.c_str()));
+    if (file != nullptr) fullPath = path;
+    return file;
+}
+
+MapFile openMapFile() {
+    MapFile map = {nullptr, kMapFileName};
+    map.file = Open_Common_Document_File(kMapFileName, map.name);
+    if (map.file == nullptr) {
+        map.file.reset(os::openTextFile(kMapFileName));
+        map.name.insert(0, "<application directory>\\");
+    }
+    if (map.file != nullptr && isEmpty(map.file.get())) map.file.reset();
+    return map;
+}
+
+bool parseMapping(const char* line, Mapping& mapping) {
+    const auto [key, end] = parseUnsigned(line);
+    if (key >= kMaxAdapters || *end != '=') return false;
+    mapping = {key, parseUnsigned(end + 1).value};
+    return true;
+}
+
+void applyMapping(const Mapping& mapping, const SelectionTable& enumerated,
+                  SelectionTable& rewritten) {
+    const auto selected = enumerated.find(mapping.selected);
+    if (selected != enumerated.end()) {
+        rewritten.try_emplace(mapping.selected, mapping.key);
+        rewritten.insert_or_assign(mapping.key, selected->second);
+    } else if (rewritten.erase(mapping.selected) != 0) {
+        rewritten.erase(mapping.key);
+    }
+}
+
+int applyMapFile(std::FILE* file, SelectionTable& table) {
+    SelectionTable rewritten = table;
+    char line[kLineSize];
+    for (int number = 1; std::fgets(line, sizeof line, file) != nullptr; ++number) {
+        Mapping mapping{};
+        if (!parseMapping(line, mapping)) return number;
+        applyMapping(mapping, table, rewritten);
+    }
+    table.swap(rewritten);
+    return 0;
+}
+
+}  // namespace wrenlink

@@ -1,0 +1,177 @@
+#include "quill/quill_stream.h"
+
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdio>
+#include <utility>
+
+#include "diag/result_sentry.h"
+#include "quill/adapter_caches.h"
+#include "quill/adapter_layer.h"
+#include "quill/adapter_list.h"
+#include "quill/debug_full.h"
+#include "quill/frame.h"
+#include "quill/last_error.h"
+#include "quill/number_text.h"
+#include "quill/stream_command.h"
+
+namespace wrenlink {
+namespace {
+
+// Holds "USB-SPI device fail - " and the longest error text.
+constexpr std::size_t kDebugTextSize = 1152;
+constexpr std::size_t kRegionNameSize = 1024;
+
+constexpr char kVersionFormat[] = "Quill fw version: %u (0x%X)\n";
+
+// Ends the use of the adapter layer that Quill_Initialise has counted, unless the stream keeps it.
+struct LayerUse {
+    bool kept = false;
+    ~LayerUse() {
+        if (!kept) Quill_Finalise();
+    }
+};
+
+// The adapter that a selection text selects, and its port number in `port`; null when there is
+// none.
+const AdapterEntry* selectedAdapter(const char* selection, std::uint32_t& port) {
+    const auto [number, end] = parseUnsigned(selection);
+    const std::uint32_t key = end != selection && *end == '\0' ? number : 0;
+    const SelectionTable* table = selectionTable();
+    if (table == nullptr) return nullptr;
+    const auto found = table->find(key);
+    if (found == table->end()) return nullptr;
+    port = static_cast<std::uint32_t>(found->second);
+    return findAdapter(found->second);
+}
+
+// Opens an adapter's region and maps it at once: from then on every process finds what the first
+// one of them put there.
+template <class Cache>
+std::unique_ptr<SharedMemory> openRegion(std::uint32_t adapterId) {
+    char name[kRegionNameSize];
+    std::snprintf(name, sizeof name, Cache::kRegionName, static_cast<unsigned long>(adapterId));
+    auto region = std::make_unique<SharedMemory>(name, sizeof(Cache), kUnknownByte);
+    region->view();
+    return region;
+}
+
+void passToCallback(QuillStream* stream, const char* format, va_list arguments) {
+    if (stream->debugCallback == nullptr) return;
+    char text[kDebugTextSize];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    stream->debugCallback(text, stream->debugContext);
+}
+
+}  // namespace
+
+QuillStream* Quill_Stream_Initialise() {
+    const Trace trace;
+    const bool mapFileRead = Quill_Initialise();
+    LayerUse use;
+    auto stream = std::make_unique<QuillStream>();
+    stream->mapFileFailed = !mapFileRead;
+    use.kept = true;
+    return stream.release();
+}
+
+void Quill_Stream_Finalise(QuillStream* stream) {
+    const Trace trace;
+    if (stream != nullptr) {
+        stream->cmdBitsRegion.reset();
+        stream->delayRegion.reset();
+        delete stream;
+    }
+    Quill_Finalise();
+}
+
+int Quill_Stream_SelectDevice(QuillStream* stream, const char* selection) {
+    int result = 0;
+    const ResultTrace<int> trace(result);
+    std::uint32_t port = 0;
+    const AdapterEntry* adapter = selectedAdapter(selection, port);
+    if (adapter == nullptr)
+        return result = Quill_SetLastError(514, 0, "Couldn't find device with id (%s)", selection);
+
+    // The new regions are opened before the old ones go, so that selecting an adapter again keeps
+    // what its caches hold.
+    auto delayRegion = openRegion<DelayCache>(adapter->id);
+    auto cmdBitsRegion = openRegion<CmdBitsCache>(adapter->id);
+    stream->port = port;
+    stream->delayRegion = std::move(delayRegion);
+    stream->cmdBitsRegion = std::move(cmdBitsRegion);
+    stream->firmwareVersion = Quill_Stream_GetVersion(stream);
+    return result;
+}
+
+int Quill_Stream_GetDeviceId(QuillStream* stream, char* buffer, std::size_t size) {
+    const Trace trace;
+    const AdapterEntry* adapter =
+        stream->port == QuillStream::kNoPort ? nullptr : findAdapter(stream->port);
+    if (adapter == nullptr)
+        return Quill_SetLastError(1, 0, "Device ID unavailable when port not open");
+    if (buffer == nullptr) return Quill_SetLastError(1, 0, "Invalid variable or value");
+    std::snprintf(buffer, size, "quill%" PRIu32, adapter->id);
+    return 0;
+}
+
+std::uint16_t Quill_Stream_GetVersion(QuillStream* stream) {
+    std::uint16_t result = 0;
+    const ResultTrace<std::uint16_t> trace(result);
+    CommandFrame frame;
+    if (!Quill_Stream_Command(stream, frame.bytes(), kGetFirmwareVersion, kBareRequestLength, 4))
+        return result;
+    result = frame.replyField(0);
+    const unsigned int version = result;
+    Quill_Stream_Debug_Full(stream, kVersionFormat, version, version);
+    if (CTheMsgHnd::DebugActivated())
+        messageHandler(__func__).DebugOutputInHandler(3, false, false, __func__, __FILE__, __LINE__,
+                                                      kVersionFormat, version, version);
+    return result;
+}
+
+std::uint8_t Quill_Stream_MajorVer(QuillStream* stream) {
+    std::uint8_t result = 0;
+    const ResultTrace<std::uint8_t> trace(result);
+    return result = static_cast<std::uint8_t>(stream->firmwareVersion >> 8);
+}
+
+std::uint8_t Quill_Stream_MinorVer(QuillStream* stream) {
+    std::uint8_t result = 0;
+    const ResultTrace<std::uint8_t> trace(result);
+    return result = static_cast<std::uint8_t>(stream->firmwareVersion);
+}
+
+void Quill_Stream_InvalidateCache(QuillStream* stream) {
+    const Trace trace;
+    if (auto* delays = cacheIn<DelayCache>(stream->delayRegion))
+        storeField(delays->delay, kUnknown);
+    if (auto* cmdBits = cacheIn<CmdBitsCache>(stream->cmdBitsRegion))
+        storeField(cmdBits->both, kBothUnknown);
+}
+
+void Quill_Stream_SetDebugCallback(QuillStream* stream, spifns_debug_callback callback,
+                                   void* context) {
+    const Trace trace;
+    stream->debugCallback = callback;
+    stream->debugContext = context;
+}
+
+void Quill_Stream_Debug(QuillStream* stream, const char* format, ...) {
+    const Trace trace;
+    va_list arguments;
+    va_start(arguments, format);
+    passToCallback(stream, format, arguments);
+    va_end(arguments);
+}
+
+void Quill_Stream_Debug_Full(QuillStream* stream, const char* format, ...) {
+    const Trace trace;
+    if (!isDebugFull()) return;
+    va_list arguments;
+    va_start(arguments, format);
+    passToCallback(stream, format, arguments);
+    va_end(arguments);
+}
+
+}  // namespace wrenlink

@@ -1,0 +1,241 @@
+#include "wrenlink/batch.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "diag/result_sentry.h"
+#include "quill/command_bits.h"
+#include "quill/frame.h"
+#include "quill/last_error.h"
+#include "quill/number_text.h"
+#include "quill/stream_command.h"
+#include "quill/stream_variables.h"
+#include "wrenlink/words.h"
+
+namespace wrenlink {
+namespace {
+
+constexpr std::uint32_t kEntryHeader = 6;
+constexpr std::uint32_t kGap = 2;
+constexpr std::uint32_t kShownWords = 3;
+
+struct EntrySize {
+    std::uint32_t requestBytes = 0;
+    std::uint32_t replyBytes = 0;
+};
+
+bool isForWrites(const SpiAction& setting) {
+    return Quill_FindVar(setting.u.variable.var) == kSpiCmdWriteBits;
+}
+
+// Measures an action's entry, and encodes it when there is a position.
+EntrySize build(std::uint8_t* position, const SpiAction& action) {
+    EntrySize size;
+    const auto& memory = action.u.memory;
+    const auto address = static_cast<std::uint16_t>(memory.address);
+    const auto count = static_cast<std::uint16_t>(memory.length);
+    if (action.type == SpiAction::Read)
+        BuildRead(position, address, count, size.requestBytes, size.replyBytes);
+    else if (action.type == SpiAction::Write)
+        BuildWrite(position, address, count, memory.data, size.requestBytes, size.replyBytes);
+    else
+        BuildSetVar(position, isForWrites(action), parseWord(action.u.variable.value),
+                    size.requestBytes, size.replyBytes);
+    return size;
+}
+
+// A batch command while it fills.
+class BatchFrame {
+   public:
+    std::uint8_t* bytes() { return bytes_.data(); }
+    bool isEmpty() const { return requestLength_ == kEmptyLength; }
+
+    void clear() {
+        requestLength_ = kEmptyLength;
+        replyLength_ = 0;
+    }
+
+    // Appends an action's entry; false when the budget does not permit it.
+    bool append(const SpiAction& action) {
+        const EntrySize size = build(nullptr, action);
+        const std::uint32_t gap = isEmpty() ? 0 : kGap;
+        if (requestLength_ + gap + size.requestBytes > kBatchBudget ||
+            replyLength_ + size.replyBytes > kBatchBudget)
+            return false;
+        // The length counts from offset 4, so it is also the distance of the end from there.
+        std::uint8_t* end = bytes() + kReservedOffset + requestLength_;
+        std::fill_n(end, gap, std::uint8_t{0});
+        build(end + gap, action);
+        requestLength_ += gap + size.requestBytes;
+        replyLength_ += size.replyBytes;
+        putLittle16(bytes() + kRequestLengthOffset, static_cast<std::uint16_t>(requestLength_));
+        putLittle16(bytes() + kReplyLengthOffset, static_cast<std::uint16_t>(replyLength_));
+        return true;
+    }
+
+   private:
+    static constexpr std::uint32_t kEmptyLength = 1;  // the reserved byte
+
+    std::array<std::uint8_t, kBatchBufferSize> bytes_{};
+    std::uint32_t requestLength_ = kEmptyLength;
+    std::uint32_t replyLength_ = 0;
+};
+
+// Tells the adapter's shared cache of the settings that a sent batch command carried.
+void recordCmdBits(QuillStream* quill, std::span<const SpiAction> batch) {
+    for (const SpiAction& action : batch)
+        if (action.type == SpiAction::SetVar)
+            Quill_Stream_SetCmdBitsCache(quill, parseWord(action.u.variable.value),
+                                         isForWrites(action));
+}
+
+// Delivers a read's words from its part of the reply; false when the part reports a failure.
+bool deliver(const SpiAction& read, const std::uint8_t* part) {
+    wordsFromWire(read.u.memory.data, part + kEntryHeader, read.u.memory.length);
+    return big16(part) == kReadWords;
+}
+
+// Walks a batch command and its reply, side by side. Returns the part of the first read that
+// failed, or null.
+const std::uint8_t* unpack(CUsbStreamData& stream, std::span<const SpiAction> batch,
+                           const std::uint8_t* command, const std::uint8_t* reply) {
+    for (const SpiAction& action : batch) {
+        Quill_Stream_Debug_Full(
+            stream.quill(),
+            "Retrieving information for quill command SpiAction::SpiActionType = %d",
+            static_cast<int>(action.type));
+        const bool isRead = action.type == SpiAction::Read;
+        PrintStreamDebug(stream, isRead ? reply : command);
+        command += kEntryHeader + kGap;
+        if (action.type == SpiAction::Write) command += 2 * std::size_t{action.u.memory.length};
+        if (!isRead) continue;
+        if (!deliver(action, reply)) return reply;
+        reply += kEntryHeader + 2 * std::size_t{action.u.memory.length};
+    }
+    return nullptr;
+}
+
+// The line for a read or a write, as far as its words: "Quill Read [007c 7d]".
+class AccessLine {
+   public:
+    explicit AccessLine(const std::uint8_t* entry) {
+        const unsigned address = big16(entry + 2);
+        const unsigned count = big16(entry + 4);
+        append("Quill %s [%04x", big16(entry) == kWriteWords ? "Write" : "Read", address);
+        if (count != 1) append(" %x", address + count - 1);
+        append("] = ");
+        for (unsigned i = 0; i < std::min(count, kShownWords); ++i)
+            append("%04x ", unsigned{big16(entry + kEntryHeader + 2 * std::size_t{i})});
+        if (count > kShownWords) append(" ...");
+    }
+
+    const char* text() const { return text_; }
+
+   private:
+    template <class... Arguments>
+    void append(const char* format, Arguments... arguments) {
+        const std::size_t length = std::strlen(text_);
+        std::snprintf(text_ + length, sizeof text_ - length, format, arguments...);
+    }
+
+    char text_[64] = "";
+};
+
+}  // namespace
+
+int StreamSequence(CUsbStreamData& stream, std::span<const SpiAction> list) {
+    int result = 0;
+    const ResultTrace<int> trace(result);
+    BatchFrame frame;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        if (frame.append(list[i])) continue;
+        if (!frame.isEmpty()) {
+            result = DoStreamSequence(stream, list.subspan(start, i - start), frame.bytes());
+            if (result != 0) return result;
+            frame.clear();
+        }
+        start = i;
+        if (!frame.append(list[i]))
+            return result = Quill_SetLastError(266, 0, "Read or write too long");
+    }
+    if (!frame.isEmpty()) result = DoStreamSequence(stream, list.subspan(start), frame.bytes());
+    return result;
+}
+
+int DoStreamSequence(CUsbStreamData& stream, std::span<const SpiAction> batch,
+                     std::uint8_t* frame) {
+    const Trace trace;
+    // Bytes that a short reply lacks read as zero, which is no success. The room behind the reply
+    // is for showing the words of a read that echoes a higher count than it has.
+    std::array<std::uint8_t, kBatchBufferSize + 2 * kShownWords> reply{};
+    if (!Quill_Stream_Command(stream.quill(), frame, reply.data()))
+        return Quill_AppendToLastError("Unable to send sequence");
+    recordCmdBits(stream.quill(), batch);
+
+    const bool isBatch = batch.size() > 1;
+    if (isBatch) Quill_Stream_Debug_Full(stream.quill(), "[IN ] Quill Batch Operation");
+    const std::uint8_t* failed =
+        unpack(stream, batch, frame + kCodeOffset, reply.data() + kCodeOffset);
+    if (isBatch) Quill_Stream_Debug_Full(stream.quill(), "[OUT] Quill Batch Operation");
+    if (failed == nullptr) return 0;
+    return Quill_SetLastError(517, little16(failed + 2), "Read failed on USB-SPI");
+}
+
+void BuildRead(std::uint8_t* position, std::uint16_t address, std::uint16_t count,
+               std::uint32_t& requestBytes, std::uint32_t& replyBytes) {
+    const Trace trace;
+    requestBytes = kEntryHeader;
+    replyBytes = kEntryHeader + 2 * std::uint32_t{count};
+    if (position == nullptr) return;
+    putBig16(position, kReadWords);
+    putBig16(position + 2, address);
+    putBig16(position + 4, count);
+}
+
+void BuildWrite(std::uint8_t* position, std::uint16_t address, std::uint16_t count,
+                const std::uint16_t* words, std::uint32_t& requestBytes,
+                std::uint32_t& replyBytes) {
+    const Trace trace;
+    requestBytes = kEntryHeader + 2 * std::uint32_t{count};
+    replyBytes = 0;
+    if (position == nullptr) return;
+    putBig16(position, kWriteWords);
+    putBig16(position + 2, address);
+    putBig16(position + 4, count);
+    wordsToWire(position + kEntryHeader, words, count);
+}
+
+void BuildSetVar(std::uint8_t* position, bool forWrites, std::uint16_t bits,
+                 std::uint32_t& requestBytes, std::uint32_t& replyBytes) {
+    const Trace trace;
+    requestBytes = kEntryHeader;
+    replyBytes = 0;
+    if (position == nullptr) return;
+    putBig16(position, kSetCommandBits);
+    putBig16(position + 2, forWrites ? 1 : 0);
+    putBig16(position + 4, bits);
+}
+
+void PrintStreamDebug(CUsbStreamData& stream, const std::uint8_t* entry) {
+    const Trace trace;
+    QuillStream* quill = stream.quill();
+    const std::uint16_t code = big16(entry);
+    switch (code) {
+        case kReadWordsFailed:
+            return Quill_Stream_Debug(quill, "Read failed on quill");
+        case kReadWords:
+        case kWriteWords:
+            return Quill_Stream_Debug_Full(quill, "%s", AccessLine(entry).text());
+        case kSetCommandBits:
+            return Quill_Stream_Debug_Full(quill, "Quill Set %s CmdBts - 0x%x",
+                                           big16(entry + 2) != 0 ? "Write" : "Read",
+                                           unsigned{big16(entry + 4)});
+        default:
+            return Quill_Stream_Debug_Full(quill, "data->cmd not recognized: %u", unsigned{code});
+    }
+}
+
+}  // namespace wrenlink

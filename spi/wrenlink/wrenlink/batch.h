@@ -1,0 +1,52 @@
+// Batch commands: several reads, writes and command-bit settings in one exchange with the adapter.
+//
+// A batch command is a command frame whose entries stand back to back from offset 5 on, with a gap
+// of two zero bytes before each but the first. Fields of entries are 16 bits, big-endian:
+//
+//   entry             code   bytes 2-3      bytes 4-5  then        request bytes  reply bytes
+//   read              0x0100 chip address   count n    -           6              6 + 2n
+//   write             0x0200 chip address   count n    n words     6 + 2n         0
+//   set command bits  0x0F00 1 for writes,  the bits   -           6              0
+//                            0 for reads
+//
+// Each read has a part in the reply: status (01 00 is success), echoed address and count, n words.
+#ifndef WRENLINK_WRENLINK_BATCH_H
+#define WRENLINK_WRENLINK_BATCH_H
+
+#include <cstdint>
+#include <span>
+
+#include "wrenlink/spifns.h"
+#include "wrenlink/stream_data.h"
+
+namespace wrenlink {
+
+// The highest request length and reply length of a batch command, and the size of its two buffers.
+inline constexpr std::uint32_t kBatchBudget = 1016;
+inline constexpr std::size_t kBatchBufferSize = 1024;
+
+// Sends a list of reads of at most 505 words, writes of at most 504 words and settings of
+// SPICMDREADBITS and SPICMDWRITEBITS in order, in as few batch commands as that permits, and
+// delivers what the reads give. Once a batch command is sent, the adapter's shared cache is told of
+// its settings. Returns 1 at the first failure: "Unable to send sequence" appended to the
+// exchange's error, 517 "Read failed on USB-SPI", or 266 for an action that fits no batch command.
+int StreamSequence(CUsbStreamData& stream, std::span<const SpiAction> list);
+
+// Sends one filled batch command, which holds these actions, and unpacks its reply.
+int DoStreamSequence(CUsbStreamData& stream, std::span<const SpiAction> batch, std::uint8_t* frame);
+
+// Each reports the bytes that its entry takes in request and reply, and encodes it when there is a
+// position to encode it at.
+void BuildRead(std::uint8_t* position, std::uint16_t address, std::uint16_t count,
+               std::uint32_t& requestBytes, std::uint32_t& replyBytes);
+void BuildWrite(std::uint8_t* position, std::uint16_t address, std::uint16_t count,
+                const std::uint16_t* words, std::uint32_t& requestBytes, std::uint32_t& replyBytes);
+void BuildSetVar(std::uint8_t* position, bool forWrites, std::uint16_t bits,
+                 std::uint32_t& requestBytes, std::uint32_t& replyBytes);
+
+// Shows an entry of a batch command, or a read's part of a reply, as a line of debug text.
+void PrintStreamDebug(CUsbStreamData& stream, const std::uint8_t* entry);
+
+}  // namespace wrenlink
+
+#endif

@@ -1,0 +1,76 @@
+// The frame that every stream export runs: open a trace scope, take a reference to the stream, work
+// on it, give the reference back, close the scope, which prints the result.
+#ifndef WRENLINK_WRENLINK_CALL_FRAME_H
+#define WRENLINK_WRENLINK_CALL_FRAME_H
+
+#include <cstdint>
+#include <new>
+
+#include "diag/result_sentry.h"
+#include "quill/last_error.h"
+#include "wrenlink/stream_table.h"
+
+namespace wrenlink {
+
+// Where a call finds its stream.
+class StreamName {
+   public:
+    static StreamName id(std::uint32_t id) { return StreamName(id, false); }
+    static StreamName legacy() { return StreamName(0, true); }
+
+    CUsbStreamRef find() const {
+        return legacy_ ? streamTable().getLegacyStream() : streamTable().getStream(id_);
+    }
+
+   private:
+    StreamName(std::uint32_t id, bool legacy) : id_(id), legacy_(legacy) {}
+
+    std::uint32_t id_;
+    bool legacy_;
+};
+
+// Stores 257 "Out of memory"; quietly nothing when there is no memory for that either.
+inline void reportOutOfMemory() noexcept {
+    try {
+        Quill_SetLastError(257, 0, "Out of memory");
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+// Runs some work so that no exception reaches the host, which may be written in C.
+template <class Work>
+void guardMemory(Work&& work) noexcept {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        reportOutOfMemory();
+    }
+}
+
+// Runs work(stream) on the named stream; 262 "Invalid stream" when there is none.
+template <class Work>
+void onStream(StreamName name, Work&& work) noexcept {
+    guardMemory([&] {
+        const CUsbStreamRef stream = name.find();
+        if (stream)
+            work(*stream);
+        else
+            Quill_SetLastError(262, 0, "Invalid stream");
+    });
+}
+
+// The same in the trace scope of the calling export, returning what the work returns, or `missing`
+// when there is no stream or no memory.
+template <class Result, class Work>
+Result tracedOnStream(StreamName name, Result missing, Work&& work,
+                      const char* function = __builtin_FUNCTION(),
+                      const char* file = __builtin_FILE(), unsigned long line = __builtin_LINE()) {
+    Result result = missing;
+    const ResultTrace<Result> trace(result, function, file, line);
+    onStream(name, [&](CUsbStreamData& stream) { result = work(stream); });
+    return result;
+}
+
+}  // namespace wrenlink
+
+#endif

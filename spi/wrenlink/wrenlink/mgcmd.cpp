@@ -1,0 +1,88 @@
+#include "wrenlink/mgcmd.h"
+
+#include <string>
+
+#include "diag/result_sentry.h"
+#include "quill/frame.h"
+#include "quill/last_error.h"
+#include "quill/stream_command.h"
+#include "wrenlink/words.h"
+
+namespace wrenlink {
+namespace {
+
+// MGCMDs came with firmware 1.5.
+bool isTooOld(QuillStream* quill) {
+    return Quill_Stream_MajorVer(quill) == 1 && Quill_Stream_MinorVer(quill) < 5;
+}
+
+}  // namespace
+
+int spi_sd_mgcmd_init(CUsbStreamData& stream, std::uint16_t first, std::uint16_t second) {
+    const Trace trace;
+    QuillStream* quill = stream.quill();
+    if (isTooOld(quill))
+        return Quill_SetLastError(520, 0, "Unable to initialise MGCMDs, USB-SPI firmware too old");
+    CommandFrame frame;
+    frame.setField(0, first);
+    frame.setField(1, second);
+    Quill_Stream_Debug_Full(quill, "Quill MGCMD init");
+    if (!Quill_Stream_Command(quill, frame.bytes(), kInitialiseMgcmd, 7, 0))
+        return Quill_AppendToLastError("Unable to initialise MGCMDs");
+    return 0;
+}
+
+int spi_sd_mgcmd_cmd(CUsbStreamData& stream, std::uint16_t* words, std::uint16_t length,
+                     std::uint32_t flag) {
+    const Trace trace;
+    QuillStream* quill = stream.quill();
+    if (isTooOld(quill))
+        return Quill_SetLastError(520, 0, "Unable to send MGCMD, USB-SPI firmware too old");
+    Quill_Stream_Debug_Full(quill, "Quill MGCMD cmd");
+    if (length > kMaxMgcmdWords) {
+        Quill_Stream_Debug(quill, "Too long\n");
+        return Quill_SetLastError(1, 0, "MGCMD too long");
+    }
+    if (words == nullptr && length != 0)
+        return Quill_SetLastError(1, 0, "Invalid variable or value");
+
+    CommandFrame frame;
+    std::uint8_t* wireWords = frame.bytes() + kPayloadOffset + 2;  // behind the word count
+    frame.setField(0, length);
+    wordsToWire(wireWords, words, length);
+    if (!Quill_Stream_Command(quill, frame.bytes(), kMgcmd, 2 * std::uint32_t{length} + 5,
+                              2 * std::uint32_t{length} + 4))
+        return Quill_AppendToLastError("MGCMD cmd failed");
+    if (frame.replyStatus() == kMgcmdFailed && flag != 0) {
+        Quill_Stream_Debug(quill, "MGCMD failed on quill");
+        return Quill_SetLastError(517, 0, "MGCMD failed on USB-SPI device");
+    }
+    wordsFromWire(words, wireWords, length);
+    return 0;
+}
+
+spifns_xap_state spi_sd_marigold_xap_stopped(CUsbStreamData& stream) {
+    const Trace trace;
+    spifns_xap_state state = SPIFNS_XAP_ERROR;
+    std::string text = "Quill XAP Stopped?";
+    CommandFrame frame;
+    if (!Quill_Stream_Command(stream.quill(), frame.bytes(), kQueryXapStopped, kBareRequestLength,
+                              4)) {
+        text += "Quill Fail";
+    } else if (frame.replyStatus() != kQueryXapStopped) {
+        text += " = failed on quill";
+        Quill_SetLastError(517, 0, "xap_stopped failed on USB-SPI device");
+    } else if (frame.replyField(0) != 0) {
+        text += " = Stopped";
+        state = SPIFNS_XAP_STOPPED;
+    } else {
+        text += " = Running";
+        state = SPIFNS_XAP_RUNNING;
+    }
+    if (CTheMsgHnd::DebugActivated())
+        messageHandler(__func__).DebugOutputInHandler(3, false, false, __func__, __FILE__, __LINE__,
+                                                      "Quill - %s", text.c_str());
+    return state;
+}
+
+}  // namespace wrenlink
