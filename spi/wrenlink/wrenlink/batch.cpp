@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstring>
 
 #include "diag/result_sentry.h"
 #include "quill/command_bits.h"
+#include "quill/debug_full.h"
 #include "quill/frame.h"
 #include "quill/last_error.h"
 #include "quill/number_text.h"
@@ -117,31 +117,21 @@ const std::uint8_t* unpack(CUsbStreamData& stream, std::span<const SpiAction> ba
     return nullptr;
 }
 
-// The line for a read or a write, as far as its words: "Quill Read [007c 7d]".
-class AccessLine {
-   public:
-    explicit AccessLine(const std::uint8_t* entry) {
-        const unsigned address = big16(entry + 2);
-        const unsigned count = big16(entry + 4);
-        append("Quill %s [%04x", big16(entry) == kWriteWords ? "Write" : "Read", address);
-        if (count != 1) append(" %x", address + count - 1);
-        append("] = ");
-        for (unsigned i = 0; i < std::min(count, kShownWords); ++i)
-            append("%04x ", unsigned{big16(entry + kEntryHeader + 2 * std::size_t{i})});
-        if (count > kShownWords) append(" ...");
-    }
-
-    const char* text() const { return text_; }
-
-   private:
-    template <class... Arguments>
-    void append(const char* format, Arguments... arguments) {
-        const std::size_t length = std::strlen(text_);
-        std::snprintf(text_ + length, sizeof text_ - length, format, arguments...);
-    }
-
-    char text_[64] = "";
-};
+// The line for a read or a write: "Quill Read [007c 7d] = 0012 00ab ".
+void showAccess(QuillStream* quill, const std::uint8_t* entry) {
+    if (!isDebugFull()) return;
+    const unsigned address = big16(entry + 2);
+    const unsigned count = big16(entry + 4);
+    char last[16] = "";
+    if (count != 1) std::snprintf(last, sizeof last, " %x", address + count - 1);
+    char words[5 * kShownWords + 1] = "";
+    for (unsigned i = 0; i < std::min(count, kShownWords); ++i)
+        std::snprintf(words + 5 * i, 6, "%04x ",
+                      unsigned{big16(entry + kEntryHeader + 2 * std::size_t{i})});
+    Quill_Stream_Debug_Full(quill, "Quill %s [%04x%s] = %s%s",
+                            big16(entry) == kWriteWords ? "Write" : "Read", address, last, words,
+                            count > kShownWords ? " ..." : "");
+}
 
 }  // namespace
 
@@ -228,7 +218,7 @@ void PrintStreamDebug(CUsbStreamData& stream, const std::uint8_t* entry) {
             return Quill_Stream_Debug(quill, "Read failed on quill");
         case kReadWords:
         case kWriteWords:
-            return Quill_Stream_Debug_Full(quill, "%s", AccessLine(entry).text());
+            return showAccess(quill, entry);
         case kSetCommandBits:
             return Quill_Stream_Debug_Full(quill, "Quill Set %s CmdBts - 0x%x",
                                            big16(entry + 2) != 0 ? "Write" : "Read",
