@@ -65,7 +65,7 @@ class KernelMutex {
     bool valid() const noexcept { return handle_ != kNoHandle; }
     // Waits at most so many milliseconds, or without limit for kInfinite. An invalid mutex fails.
     WaitResult wait(std::uint32_t milliseconds) noexcept;
-    // False when this object does not hold the mutex.
+    // For the holder: gives the mutex back. False when the system refuses.
     bool release() noexcept;
     void close() noexcept;
 
@@ -134,7 +134,7 @@ void closeProcessMutex(ProcessMutex* mutex) noexcept;
 // ends.
 using ThreadIndex = std::uint32_t;
 bool makeThreadIndex(ThreadIndex& index) noexcept;
-void* threadValue(ThreadIndex index) noexcept;
+void* threadValue(ThreadIndex index) noexcept;  // leaves lastError() as it was
 bool setThreadValue(ThreadIndex index, void* value) noexcept;
 void freeThreadIndex(ThreadIndex index) noexcept;
 
@@ -183,11 +183,11 @@ class Device {
     void cancelAndWait() noexcept;
 
     NativeHandle device_ = kNoHandle;
-    NativeHandle event_ = kNoHandle;
+    [[maybe_unused]] NativeHandle event_ = kNoHandle;  // Windows
     bool inFlight_ = false;
     void* reply_ = nullptr;
     std::size_t replyCapacity_ = 0;
-    alignas(8) std::byte overlapped_[32] = {};
+    [[maybe_unused]] alignas(8) std::byte overlapped_[32] = {};  // Windows
 };
 
 // ---- System ------------------------------------------------------------------------------------

@@ -1,0 +1,42 @@
+#include "platform/named_mutex.h"
+
+#include <algorithm>
+
+namespace wrenlink {
+
+std::string mutexKernelName(std::string_view name) {
+    constexpr std::string_view kPrefix = "kvs_mutex_";
+    constexpr std::string_view kReplaced = ".\\/\"*";
+    std::string kernelName;
+    kernelName.reserve(kPrefix.size() + name.size());
+    kernelName.append(kPrefix).append(name);
+    std::replace_if(
+        kernelName.begin(), kernelName.end(),
+        [kReplaced](char character) { return kReplaced.find(character) != kReplaced.npos; }, '-');
+    return kernelName;
+}
+
+NamedMutex::NamedMutex(std::string_view name) : mutex_(mutexKernelName(name)) {}
+
+NamedMutex::~NamedMutex() {
+    while (holds_ > 0) unlock(Unlock::forced);
+}
+
+bool NamedMutex::lock(std::uint32_t milliseconds) noexcept {
+    if (holds_ == 0) {
+        const os::WaitResult result = mutex_.wait(milliseconds);
+        if (result != os::WaitResult::acquired && result != os::WaitResult::abandoned) return false;
+    }
+    ++holds_;
+    return true;
+}
+
+void NamedMutex::unlock() noexcept { unlock(Unlock::normal); }
+
+void NamedMutex::unlock(Unlock how) noexcept {
+    if (holds_ == 0 || --holds_ > 0) return;
+    // What the system refuses to take back stays a hold, for the destruction to try again.
+    if (!mutex_.release() && how == Unlock::normal) holds_ = 1;
+}
+
+}  // namespace wrenlink

@@ -1,0 +1,202 @@
+// An adapter's driver is a server behind a SOCK_SEQPACKET socket in adapters/. A connection serves
+// one control request:
+//
+//     request:    u32 control code | u32 reply capacity | the request's bytes
+//     completion: u32 status, 0 or the errno with which the request failed | the reply's bytes
+//
+// each one message, numbers little-endian. A reply is copied by outcome() and by nothing else, so
+// an abandoned request leaves nothing behind that could write to the caller's buffers.
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <memory>
+
+#include "platform/os.h"
+#include "platform/runtime_dir_posix.h"
+
+namespace wrenlink::os {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr std::size_t kStatusBytes = 4;
+
+struct FolderCloser {
+    void operator()(DIR* folder) const noexcept { ::closedir(folder); }
+};
+using Folder = std::unique_ptr<DIR, FolderCloser>;
+
+bool isSocket(int folder, const char* name) noexcept {
+    struct stat status {};
+    return ::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISSOCK(status.st_mode);
+}
+
+void putLittleEndian(std::byte* bytes, std::uint32_t value) noexcept {
+    for (int i = 0; i < 4; ++i) bytes[i] = static_cast<std::byte>(value >> (8 * i));
+}
+
+std::uint32_t getLittleEndian(const std::byte* bytes) noexcept {
+    std::uint32_t value = 0;
+    for (int i = 3; i >= 0; --i) value = value << 8 | std::to_integer<std::uint32_t>(bytes[i]);
+    return value;
+}
+
+int connectTo(int socket, const char* path) noexcept {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::size_t length = std::strlen(path);
+    if (length == 0 || length >= sizeof address.sun_path) {
+        errno = length == 0 ? ENOENT : ENAMETOOLONG;
+        return -1;
+    }
+    std::memcpy(address.sun_path, path, length);
+    return ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+}
+
+// A path that a socket address cannot hold is reached through a descriptor of its file.
+int connectToFar(int socket, const char* path) noexcept {
+    const Descriptor file(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!file.valid()) return -1;
+    char link[32];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", file.get());
+    return connectTo(socket, link);
+}
+
+// poll's time limit: rounded up, so that it never ends early.
+int millisecondsUntil(Clock::time_point deadline) noexcept {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
+    return static_cast<int>(std::clamp<decltype(left)>(left, 0, INT_MAX));
+}
+
+// Whether a received completion tells success; errno tells why not. An ended connection and an
+// empty message both have no bytes, but only a message has a sender.
+bool readCompletion(std::size_t received, bool hasSender, const std::byte* status) noexcept {
+    if (received == 0 && !hasSender) {
+        errno = ECONNRESET;
+    } else if (received < kStatusBytes) {
+        errno = EPROTO;
+    } else {
+        const std::uint32_t code = getLittleEndian(status);
+        if (code == 0) return true;
+        errno = static_cast<int>(code);
+    }
+    return false;
+}
+
+}  // namespace
+
+std::vector<std::string> presentAdapters(std::size_t most) {
+    std::vector<std::string> paths;
+    std::string prefix;
+    if (!runtimeDirectory(prefix)) return paths;
+    prefix += "/adapters/";
+    Descriptor descriptor = openRuntimeFolder("adapters");
+    if (!descriptor.valid()) return paths;
+    const Folder folder(::fdopendir(descriptor.get()));
+    if (folder == nullptr) return paths;
+    descriptor.release();
+    while (const dirent* entry = ::readdir(folder.get())) {
+        const char* const name = entry->d_name;
+        if (isSocket(::dirfd(folder.get()), name)) paths.push_back(prefix + name);
+    }
+    std::sort(paths.begin(), paths.end());
+    if (paths.size() > most) paths.resize(most);
+    return paths;
+}
+
+bool Device::open(const char* devicePath) noexcept {
+    Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!socket.valid()) return false;
+    int result = connectTo(socket.get(), devicePath);
+    if (result != 0 && errno == ENAMETOOLONG) result = connectToFar(socket.get(), devicePath);
+    if (result != 0) return false;
+    device_ = socket.release();
+    return true;
+}
+
+// The connection itself signals a completion.
+bool Device::makeEvent() noexcept { return true; }
+
+RequestStart Device::start(std::uint32_t controlCode, const void* request, std::size_t requestSize,
+                           void* reply, std::size_t replyCapacity) noexcept {
+    std::array<std::byte, 8> header;
+    putLittleEndian(&header[0], controlCode);
+    putLittleEndian(&header[4], static_cast<std::uint32_t>(replyCapacity));
+    iovec pieces[] = {{header.data(), header.size()}, {const_cast<void*>(request), requestSize}};
+    msghdr message{};
+    message.msg_iov = pieces;
+    message.msg_iovlen = std::size(pieces);
+    ssize_t sent = 0;
+    do {
+        sent = ::sendmsg(static_cast<int>(device_), &message, MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    if (sent < 0) {
+        if (errno == EPIPE) errno = ECONNRESET;
+        return RequestStart::failed;
+    }
+    inFlight_ = true;
+    reply_ = reply;
+    replyCapacity_ = replyCapacity;
+    errno = EINPROGRESS;
+    return RequestStart::pending;
+}
+
+WaitResult Device::wait(std::uint32_t milliseconds) noexcept {
+    if (!inFlight_) {
+        errno = EBADF;
+        return WaitResult::failed;
+    }
+    const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
+    pollfd poll{static_cast<int>(device_), POLLIN, 0};
+    int ready = 0;
+    do {
+        ready = ::poll(&poll, 1, milliseconds == kInfinite ? -1 : millisecondsUntil(deadline));
+    } while (ready < 0 && errno == EINTR);
+    if (ready > 0) return WaitResult::acquired;
+    if (ready < 0) return WaitResult::failed;
+    errno = EINPROGRESS;
+    return WaitResult::timedOut;
+}
+
+bool Device::outcome() noexcept {
+    std::array<std::byte, kStatusBytes> status{};
+    iovec pieces[] = {{status.data(), status.size()}, {reply_, replyCapacity_}};
+    sockaddr_un sender{};
+    msghdr message{};
+    message.msg_name = &sender;
+    message.msg_namelen = sizeof sender;
+    message.msg_iov = pieces;
+    message.msg_iovlen = std::size(pieces);
+    ssize_t received = 0;
+    do {
+        received = ::recvmsg(static_cast<int>(device_), &message, MSG_DONTWAIT);
+    } while (received < 0 && errno == EINTR);
+    if (received < 0) return false;
+    inFlight_ = false;
+    return readCompletion(static_cast<std::size_t>(received), message.msg_namelen > 0,
+                          status.data());
+}
+
+// Tells the server, even when a child made by fork shares the connection.
+void Device::cancelAndWait() noexcept {
+    const int error = errno;
+    ::shutdown(static_cast<int>(device_), SHUT_RDWR);
+    errno = error;
+    inFlight_ = false;
+}
+
+void Device::close() noexcept {
+    if (inFlight_) cancelAndWait();
+    closeQuietly(static_cast<int>(std::exchange(device_, kNoHandle)));
+}
+
+}  // namespace wrenlink::os

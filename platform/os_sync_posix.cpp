@@ -1,0 +1,94 @@
+// Kernel mutexes are whole-file locks (flock) on files of the runtime directory: the kernel frees
+// one with its last descriptor, and nothing that a peer may write into the file can harm a holder.
+#include <pthread.h>
+#include <sys/file.h>
+
+#include <algorithm>
+#include <chrono>
+#include <new>
+#include <thread>
+
+#include "platform/os.h"
+#include "platform/runtime_dir_posix.h"
+
+namespace wrenlink::os {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
+
+constexpr microseconds kFirstPause(50);
+constexpr microseconds kLongestPause(5000);
+
+// The result of flock on the descriptor, repeated while signals interrupt it.
+int lockFile(int file, int operation) noexcept {
+    int result = 0;
+    do {
+        result = ::flock(file, operation);
+    } while (result != 0 && errno == EINTR);
+    return result;
+}
+
+// A file lock has no time-out of its own, so this asks again and again, ever less often.
+WaitResult waitUntil(int file, Clock::time_point deadline) noexcept {
+    for (microseconds pause = kFirstPause;; pause = std::min(2 * pause, kLongestPause)) {
+        if (lockFile(file, LOCK_EX | LOCK_NB) == 0) return WaitResult::acquired;
+        if (errno != EWOULDBLOCK) return WaitResult::failed;
+        const auto left = std::chrono::ceil<microseconds>(deadline - Clock::now());
+        if (left <= microseconds::zero()) return WaitResult::timedOut;
+        std::this_thread::sleep_for(std::min(pause, left));
+    }
+}
+
+}  // namespace
+
+KernelMutex::KernelMutex(const std::string& kernelName) noexcept
+    : handle_(openObjectFile(kernelName, 0).release()) {}
+
+KernelMutex& KernelMutex::operator=(KernelMutex&& other) noexcept {
+    if (this != &other) {
+        close();
+        handle_ = std::exchange(other.handle_, kNoHandle);
+    }
+    return *this;
+}
+
+WaitResult KernelMutex::wait(std::uint32_t milliseconds) noexcept {
+    const int file = static_cast<int>(handle_);
+    if (milliseconds == kInfinite) {
+        return lockFile(file, LOCK_EX) == 0 ? WaitResult::acquired : WaitResult::failed;
+    }
+    return waitUntil(file, Clock::now() + std::chrono::milliseconds(milliseconds));
+}
+
+// Closing alone would not do: a child made by fork may share the descriptor.
+bool KernelMutex::release() noexcept { return lockFile(static_cast<int>(handle_), LOCK_UN) == 0; }
+
+void KernelMutex::close() noexcept {
+    closeQuietly(static_cast<int>(std::exchange(handle_, kNoHandle)));
+}
+
+struct LocalMutex {
+    pthread_mutex_t mutex;
+};
+
+LocalMutex* makeLocalMutex() noexcept {
+    auto* const made = new (std::nothrow) LocalMutex;
+    if (made == nullptr) return nullptr;
+    pthread_mutexattr_t attributes;
+    ::pthread_mutexattr_init(&attributes);
+    ::pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    ::pthread_mutex_init(&made->mutex, &attributes);
+    ::pthread_mutexattr_destroy(&attributes);
+    return made;
+}
+
+void enterLocalMutex(LocalMutex* mutex) noexcept { ::pthread_mutex_lock(&mutex->mutex); }
+void leaveLocalMutex(LocalMutex* mutex) noexcept { ::pthread_mutex_unlock(&mutex->mutex); }
+
+void destroyLocalMutex(LocalMutex* mutex) noexcept {
+    ::pthread_mutex_destroy(&mutex->mutex);
+    delete mutex;
+}
+
+}  // namespace wrenlink::os

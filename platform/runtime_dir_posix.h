@@ -1,0 +1,47 @@
+// The runtime directory: where processes that use the same adapters meet. Its folder adapters/
+// holds a socket for each adapter, its folder objects/ a file for each kernel object. A service
+// makes the directory and decides with its permissions who may use the adapters; this code makes
+// files in objects/ and nothing else, never removes or shrinks one, and refuses whatever does not
+// look like its own.
+//
+// The place is read anew at each use, so everything here may be called from any thread.
+#ifndef WRENLINK_PLATFORM_RUNTIME_DIR_POSIX_H
+#define WRENLINK_PLATFORM_RUNTIME_DIR_POSIX_H
+
+#include <limits.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "platform/descriptor_posix.h"
+
+namespace wrenlink::os {
+
+// The absolute path of the runtime directory, without links, dots or a slash at its end, so that
+// each directory has one path. False with errno set when there is no such directory.
+bool runtimeDirectory(std::string& path);
+
+// Opens a folder of the runtime directory, "adapters" or "objects", for reading. Invalid with errno
+// set when it is missing, or is a link.
+Descriptor openRuntimeFolder(const char* name) noexcept;
+
+// Opens the file of a kernel object for reading and writing, or makes it, empty, for everybody who
+// may use its folder. Only an ordinary file with one name, which is empty or has exactly so many
+// bytes, is accepted. Invalid with errno set otherwise; EEXIST when something else has the name.
+Descriptor openObjectFile(const std::string& kernelName, std::size_t size) noexcept;
+
+// The file name that stands for a kernel name: the name itself, unless it cannot be one. Then its
+// beginning, made printable, and a digest of the whole.
+class ObjectFileName {
+   public:
+    explicit ObjectFileName(std::string_view kernelName) noexcept;
+    const char* text() const noexcept { return text_; }
+
+   private:
+    char text_[NAME_MAX + 1];
+};
+
+}  // namespace wrenlink::os
+
+#endif

@@ -1,0 +1,44 @@
+#include "platform/shared_memory.h"
+
+#include <algorithm>
+
+namespace wrenlink {
+
+SharedMemory::SharedMemory(std::string_view regionName, std::size_t size, std::byte fill)
+    : mutex_(regionName),
+      kernelName_(std::string("kvs_shm_").append(regionName)),
+      size_(size),
+      fill_(fill) {}
+
+SharedMemory::~SharedMemory() {
+    std::byte* const mapped = view_.load(std::memory_order_relaxed);
+    if (mapped != nullptr) os::FileMapping::unmap(mapped, size_);
+}
+
+std::byte* SharedMemory::view() noexcept {
+    std::byte* mapped = view_.load(std::memory_order_acquire);
+    if (mapped != nullptr) return mapped;
+    const LocalLockGuard local(localLock_);
+    mapped = view_.load(std::memory_order_relaxed);
+    if (mapped != nullptr) return mapped;
+    const bool held = mutex_.lock();
+    mapRegion();
+    if (held) mutex_.unlock();
+    return view_.load(std::memory_order_relaxed);
+}
+
+void SharedMemory::mapRegion() noexcept {
+    bool existed = false;
+    mapping_ = os::FileMapping::open(kernelName_, size_, existed);
+    created_.store(!existed, std::memory_order_relaxed);
+    if (!mapping_.valid()) return;
+    auto* const mapped = static_cast<std::byte*>(mapping_.map(size_));
+    if (mapped == nullptr) {
+        mapping_.close();
+        return;
+    }
+    if (!existed) std::fill_n(mapped, size_, fill_);
+    view_.store(mapped, std::memory_order_release);
+}
+
+}  // namespace wrenlink
