@@ -77,7 +77,7 @@ SpiAction memoryAction(std::uint32_t type, std::uint32_t address, std::uint16_t*
 
 }  // namespace
 
-Session::Session(DebugText shown) : shown_(shown), stream_(SPIFNS_NO_STREAM) {
+Session::Session(DebugText shown) : shown_(shown) {
     check(spifns_stream_init(&stream_));
     spifns_stream_set_debug_callback(stream_, showDebugText, &shown_);
 }

@@ -52,7 +52,7 @@ class Session {
 
    private:
     DebugText shown_;
-    std::uint32_t stream_;
+    std::uint32_t stream_ = 0;
 };
 
 }  // namespace wren
