@@ -25,9 +25,7 @@ ProgressBar::ProgressBar(std::string label, std::size_t total)
     update(0);
 }
 
-ProgressBar::~ProgressBar() {
-    if (shown_) std::fputs("\r\x1b[K", stderr);
-}
+ProgressBar::~ProgressBar() { terminal::clearLine(); }
 
 void ProgressBar::update(std::size_t done) {
     if (!shown_) return;

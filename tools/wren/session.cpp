@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "failure.h"
+#include "terminal.h"
 
 namespace wren {
 
@@ -61,8 +62,9 @@ extern "C" void addPort(std::uint32_t key, const char* name, void* ports) {
 
 extern "C" void showDebugText(const char* text, void* shown) {
     const std::string line = flattened(text);
-    if (*static_cast<DebugText*>(shown) == DebugText::all || line.starts_with("WARNING"))
-        std::fprintf(stderr, "wren: %s\n", line.c_str());
+    if (*static_cast<DebugText*>(shown) != DebugText::all && !line.starts_with("WARNING")) return;
+    terminal::clearLine();
+    std::fprintf(stderr, "wren: %s\n", line.c_str());
 }
 
 SpiAction memoryAction(std::uint32_t type, std::uint32_t address, std::uint16_t* words,

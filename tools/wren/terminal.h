@@ -1,4 +1,4 @@
-// What the tool asks about the terminal behind standard error.
+// The terminal behind standard error.
 //
 // Threads: may be called from any.
 #ifndef WREN_TERMINAL_H
@@ -11,6 +11,9 @@ bool onStandardError() noexcept;
 
 // The columns of that terminal; 80 when it does not tell.
 unsigned columns() noexcept;
+
+// Wipes the line that the cursor stands in, such as a progress bar; nothing when no person watches.
+void clearLine() noexcept;
 
 }  // namespace wren::terminal
 
