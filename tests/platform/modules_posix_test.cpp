@@ -1,0 +1,183 @@
+// Several modules of one process that each carry the per-thread store, and a fork of that process.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <thread>
+
+#include "platform/os.h"
+#include "platform/thread_local_slot.h"
+#include "tests/platform/store_module.h"
+
+namespace wrenlink {
+namespace {
+
+class Module {
+   public:
+    explicit Module(const char* path)
+        : path_(path), handle_(::dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
+        if (handle_ == nullptr) throw std::runtime_error(::dlerror());
+        find(set, "storeSet");
+        find(get, "storeGet");
+        find(workedAtLoad, "storeWorkedAtLoad");
+        find(threadEnd, "storeThreadEnd");
+    }
+    Module(const Module&) = delete;
+    Module& operator=(const Module&) = delete;
+    ~Module() {
+        ::dlclose(handle_);
+        EXPECT_EQ(::dlopen(path_, RTLD_NOW | RTLD_NOLOAD), nullptr) << path_ << " stays loaded";
+    }
+
+    decltype(&storeSet) set = nullptr;
+    decltype(&storeGet) get = nullptr;
+    decltype(&storeWorkedAtLoad) workedAtLoad = nullptr;
+    decltype(&storeThreadEnd) threadEnd = nullptr;
+
+   private:
+    template <class Function>
+    void find(Function& function, const char* name) {
+        function = reinterpret_cast<Function>(::dlsym(handle_, name));
+    }
+
+    const char* path_;
+    void* handle_;
+};
+
+// How many modules share the registry; 0 when there is none.
+std::uint32_t attachCount() {
+    os::ProcessBlock registry = os::openProcessBlock("TLS Memory", 16);
+    const std::uint32_t count =
+        registry.existed ? *static_cast<const std::uint32_t*>(registry.view) : 0;
+    os::closeProcessBlock(registry);
+    return count;
+}
+
+// The thread key that the process would get next.
+pthread_key_t nextKey() {
+    pthread_key_t key = 0;
+    EXPECT_EQ(::pthread_key_create(&key, nullptr), 0);
+    ::pthread_key_delete(key);
+    return key;
+}
+
+auto descriptorCount() {
+    const std::filesystem::directory_iterator open("/proc/self/fd");
+    return std::distance(begin(open), end(open));
+}
+
+void doNothing(void* /*value*/) {}
+
+TEST(StoreModules, ShareOneRegistry) {
+    EXPECT_EQ(attachCount(), 0U);
+    StoreCounter ofA{0};
+    StoreCounter ofB{0};
+    ThreadLocalSlot mine(nullptr);
+    {
+        const Module a(STORE_MODULE_A);
+        EXPECT_TRUE(a.workedAtLoad());
+        EXPECT_EQ(attachCount(), 1U);
+        {
+            const Module b(STORE_MODULE_B);
+            EXPECT_EQ(attachCount(), 2U);
+            mine.set(&ofA);
+            EXPECT_EQ(attachCount(), 3U);
+            std::thread([&] {
+                a.set(&ofA);
+                b.set(&ofB);
+                EXPECT_EQ(a.get(), &ofA);
+                b.threadEnd();
+                EXPECT_EQ(a.get(), nullptr);
+            }).join();
+            EXPECT_EQ(ofA, 1) << "one module's thread end discards the values of all";
+            EXPECT_EQ(ofB, 1);
+            b.set(&ofB);
+        }
+        EXPECT_EQ(ofB, 2) << "unloading discards what is left";
+        EXPECT_EQ(attachCount(), 2U);
+        EXPECT_TRUE(a.workedAtLoad());
+    }
+    EXPECT_EQ(attachCount(), 1U);
+}
+
+TEST(StoreModules, LeaveNothingBehind) {
+    const auto descriptors = descriptorCount();
+    const pthread_key_t key = nextKey();
+    StoreCounter discarded{0};
+    for (int round = 1; round <= 100; ++round) {
+        {
+            const Module a(STORE_MODULE_A);
+            const Module b(STORE_MODULE_B);
+            std::thread([&] {
+                a.set(&discarded);
+                b.set(&discarded);
+            }).join();
+        }
+        ASSERT_EQ(discarded, 2 * round);
+    }
+    EXPECT_EQ(nextKey(), key);
+    EXPECT_EQ(descriptorCount(), descriptors);
+    EXPECT_EQ(attachCount(), 0U);
+}
+
+TEST(StoreModules, LoadAndWorkInManyThreadsAtOnce) {
+    StoreCounter discarded{0};
+    const auto work = [&](const char* path) {
+        for (int round = 0; round < 50; ++round) {
+            const Module module(path);
+            std::thread([&] { module.set(&discarded); }).join();
+        }
+    };
+    std::thread other([&] { work(STORE_MODULE_B); });
+    work(STORE_MODULE_A);
+    other.join();
+    EXPECT_EQ(discarded, 100);
+    EXPECT_EQ(attachCount(), 0U);
+}
+
+// Ends a child of fork: 0 when all is well. A child that hangs is ended by its alarm.
+[[noreturn]] void checkInChild(const ThreadLocalSlot& slot, const Module& module, void* expected) {
+    ::alarm(20);
+    static StoreCounter own{0};
+    bool good = slot.get() == expected;
+    ThreadLocalSlot another(doNothing);
+    good = good && another.set(&own) && another.get() == &own;
+    module.threadEnd();
+    good = good && slot.get() == nullptr && module.set(&own) && module.get() == &own;
+    ::_exit(good ? 0 : 1);
+}
+
+TEST(StoreModules, ForkedChildHasItsOwnWorkingStore) {
+    const Module module(STORE_MODULE_A);
+    ThreadLocalSlot slot(doNothing);
+    StoreCounter value{0};
+    slot.set(&value);
+    module.set(&value);
+    // Others hold the store's mutex at many of the forks.
+    std::atomic<bool> done{false};
+    std::thread busy([&] {
+        while (!done) {
+            ThreadLocalSlot shortLived(doNothing);
+            shortLived.set(&shortLived);
+        }
+    });
+    for (int round = 0; round < 100; ++round) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) checkInChild(slot, module, &value);
+        int status = -1;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+    }
+    done = true;
+    busy.join();
+    EXPECT_EQ(slot.get(), &value) << "the child's thread end is not the parent's";
+    EXPECT_EQ(value, 0);
+}
+
+}  // namespace
+}  // namespace wrenlink

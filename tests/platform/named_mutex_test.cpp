@@ -1,0 +1,81 @@
+#include "platform/named_mutex.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/test_runtime.h"
+
+namespace wrenlink {
+namespace {
+
+class NamedMutexTest : public testing::Test {
+   protected:
+    // Whether somebody else could take the mutex now.
+    bool isFree(const std::string& name) {
+        bool acquired = false;
+        std::thread other([&] { acquired = NamedMutex(name).lock(0); });
+        other.join();
+        return acquired;
+    }
+
+    test::TestRuntime runtime_;
+};
+
+TEST(MutexKernelName, ReplacesFiveCharacters) {
+    const struct {
+        const char* name;
+        const char* kernelName;
+    } cases[] = {
+        {"quilldelays100", "kvs_mutex_quilldelays100"},
+        {"", "kvs_mutex_"},
+        {"a.b\\c/d\"e*f", "kvs_mutex_a-b-c-d-e-f"},
+        {"\\\\?\\usb#vid_1.0:{7a}", "kvs_mutex_--?-usb#vid_1-0:{7a}"},
+    };
+    for (const auto& row : cases) EXPECT_EQ(mutexKernelName(row.name), row.kernelName);
+}
+
+TEST_F(NamedMutexTest, CountsNestedLocks) {
+    const std::string name = runtime_.name("nested");
+    NamedMutex mutex(name);
+    EXPECT_TRUE(isFree(name));
+    EXPECT_TRUE(mutex.lock());
+    EXPECT_TRUE(mutex.lock(0));
+    mutex.unlock();
+    EXPECT_FALSE(isFree(name));
+    mutex.unlock();
+    EXPECT_TRUE(isFree(name));
+    mutex.unlock();
+    EXPECT_TRUE(mutex.lock(0)) << "an unlock without a lock counts for nothing";
+    mutex.unlock();
+    EXPECT_TRUE(isFree(name));
+}
+
+TEST_F(NamedMutexTest, DestructionGivesBackEveryHold) {
+    const std::string name = runtime_.name("destroyed");
+    {
+        NamedMutex mutex(name);
+        for (int i = 0; i < 3; ++i) EXPECT_TRUE(mutex.lock());
+        EXPECT_FALSE(isFree(name));
+    }
+    EXPECT_TRUE(isFree(name));
+}
+
+TEST_F(NamedMutexTest, NamesThatBecomeEqualAreOneMutex) {
+    NamedMutex mutex(runtime_.name("a.b"));
+    ASSERT_TRUE(mutex.lock());
+    EXPECT_FALSE(isFree(runtime_.name("a-b")));
+    EXPECT_TRUE(isFree(runtime_.name("a+b")));
+}
+
+TEST_F(NamedMutexTest, MutexThatCannotBeHadIsNeverHeld) {
+    const std::string name = runtime_.name("taken");
+    bool existed = false;
+    const auto mapping = os::FileMapping::open(mutexKernelName(name), 16, existed);
+    ASSERT_TRUE(mapping.valid());
+    NamedMutex mutex(name);
+    EXPECT_FALSE(mutex.lock());
+    EXPECT_FALSE(mutex.lock(0));
+    mutex.unlock();
+}
+
+}  // namespace
+}  // namespace wrenlink

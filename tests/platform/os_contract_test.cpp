@@ -1,0 +1,330 @@
+// What every backend of the operating-system contract must do.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <latch>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/os.h"
+#include "tests/support/child_process.h"
+#include "tests/support/test_runtime.h"
+
+namespace wrenlink::os {
+namespace {
+
+using test::Arguments;
+using test::awaitParent;
+using test::ChildProcess;
+using test::ChildRole;
+using test::tellParent;
+
+class OsContract : public testing::Test {
+   protected:
+    test::TestRuntime runtime_;
+};
+
+bool holds(WaitResult result) {
+    return result == WaitResult::acquired || result == WaitResult::abandoned;
+}
+
+// Runs one body in several threads at once.
+template <class Body>
+void inThreads(int count, Body body) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) threads.emplace_back(body);
+    for (std::thread& thread : threads) thread.join();
+}
+
+// Fails unless those that pass are alone inside.
+class Door {
+   public:
+    void pass() {
+        EXPECT_EQ(inside_.fetch_add(1), 0);
+        std::this_thread::yield();
+        inside_.fetch_sub(1);
+    }
+
+   private:
+    std::atomic<int> inside_{0};
+};
+
+// ---- Kernel mutex ------------------------------------------------------------------------------
+
+// Holds a mutex until told, then waits to be ended.
+const ChildRole mutexHolder("hold mutex", [](const Arguments& arguments) {
+    KernelMutex mutex(arguments.at(0));
+    tellParent(holds(mutex.wait(kInfinite)) ? "held" : "failed");
+    awaitParent();
+    tellParent(mutex.release() ? "released" : "failed");
+    awaitParent();
+    return 0;
+});
+
+TEST_F(OsContract, MutexExcludesThreads) {
+    Door door;
+    inThreads(4, [&] {
+        for (int i = 0; i < 200; ++i) {
+            KernelMutex mutex(runtime_.name("threads"));
+            ASSERT_TRUE(holds(mutex.wait(kInfinite)));
+            door.pass();
+            ASSERT_TRUE(mutex.release());
+        }
+    });
+}
+
+TEST_F(OsContract, MutexExcludesProcesses) {
+    const std::string name = runtime_.name("processes");
+    ChildProcess holder("hold mutex", {name});
+    ASSERT_EQ(holder.readLine(), "held");
+    KernelMutex mutex(name);
+    EXPECT_EQ(mutex.wait(0), WaitResult::timedOut);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(mutex.wait(40), WaitResult::timedOut);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(35));
+    EXPECT_EQ(KernelMutex(runtime_.name("another")).wait(0), WaitResult::acquired);
+
+    holder.go();
+    ASSERT_EQ(holder.readLine(), "released");
+    EXPECT_EQ(mutex.wait(10000), WaitResult::acquired);
+    EXPECT_TRUE(mutex.release());
+}
+
+TEST_F(OsContract, MutexOfKilledHolderIsFree) {
+    const std::string name = runtime_.name("killed");
+    ChildProcess holder("hold mutex", {name});
+    ASSERT_EQ(holder.readLine(), "held");
+    std::thread waiter([&name] {
+        KernelMutex mutex(name);
+        EXPECT_TRUE(holds(mutex.wait(kInfinite)));
+        EXPECT_TRUE(mutex.release());
+    });
+    holder.kill();
+    waiter.join();
+}
+
+TEST_F(OsContract, MutexMovesWithItsHold) {
+    const std::string name = runtime_.name("moved");
+    KernelMutex first(name);
+    ASSERT_EQ(first.wait(0), WaitResult::acquired);
+    KernelMutex second(std::move(first));
+    EXPECT_TRUE(second.release());
+    first = std::move(second);
+    EXPECT_TRUE(first.valid());
+    EXPECT_FALSE(second.valid());
+    EXPECT_EQ(second.wait(0), WaitResult::failed);
+    EXPECT_EQ(second.wait(kInfinite), WaitResult::failed);
+}
+
+TEST_F(OsContract, LocalMutexExcludesThreadsAndIsReentrant) {
+    LocalMutex* const mutex = makeLocalMutex();
+    ASSERT_NE(mutex, nullptr);
+    Door door;
+    inThreads(4, [&] {
+        for (int i = 0; i < 200; ++i) {
+            enterLocalMutex(mutex);
+            enterLocalMutex(mutex);
+            leaveLocalMutex(mutex);
+            door.pass();
+            leaveLocalMutex(mutex);
+        }
+    });
+    destroyLocalMutex(mutex);
+}
+
+// ---- File mapping ------------------------------------------------------------------------------
+
+constexpr std::size_t kBlockSize = 6000;
+
+// A mapping with its view.
+struct Block {
+    bool existed = true;
+    FileMapping mapping;
+    char* view = nullptr;
+
+    explicit Block(const std::string& name, std::size_t size = kBlockSize)
+        : mapping(FileMapping::open(name, size, existed)),
+          view(mapping.valid() ? static_cast<char*>(mapping.map(size)) : nullptr) {}
+    Block(const Block&) = delete;
+    Block& operator=(const Block&) = delete;
+    ~Block() {
+        if (view != nullptr) FileMapping::unmap(view, kBlockSize);
+    }
+    bool isZero() const { return std::string(view, kBlockSize) == std::string(kBlockSize, '\0'); }
+};
+
+// Maps a block, fills it and waits to be ended.
+const ChildRole mapper("map", [](const Arguments& arguments) {
+    const Block block(arguments.at(0));
+    if (block.view == nullptr) return 1;
+    std::memset(block.view, 'c', kBlockSize);
+    tellParent(block.existed ? "existed" : "created");
+    awaitParent();
+    return 0;
+});
+
+TEST_F(OsContract, MappingIsSharedAndZeroedWhenMade) {
+    const std::string name = runtime_.name("shared");
+    const Block first(name);
+    ASSERT_NE(first.view, nullptr);
+    EXPECT_FALSE(first.existed);
+    EXPECT_TRUE(first.isZero());
+    const Block second(name);
+    ASSERT_NE(second.view, nullptr);
+    EXPECT_TRUE(second.existed);
+    ChildProcess child("map", {name});
+    EXPECT_EQ(child.readLine(), "existed");
+    EXPECT_EQ(first.view[kBlockSize - 1], 'c');
+    EXPECT_EQ(second.view[0], 'c');
+}
+
+TEST_F(OsContract, MappingIsGoneWithItsLastHolder) {
+    const std::string name = runtime_.name("gone");
+    for (int round = 0; round < 3; ++round) {
+        ChildProcess child("map", {name});
+        ASSERT_EQ(child.readLine(), "created");
+        {
+            const Block mine(name);
+            ASSERT_NE(mine.view, nullptr);
+            EXPECT_TRUE(mine.existed);
+            child.kill();
+            const Block again(name);
+            EXPECT_TRUE(again.existed);
+        }
+        const Block afresh(name);
+        ASSERT_NE(afresh.view, nullptr);
+        EXPECT_FALSE(afresh.existed);
+        EXPECT_TRUE(afresh.isZero());
+    }
+}
+
+TEST_F(OsContract, MappingRefusesAnotherSize) {
+    const std::string name = runtime_.name("size");
+    const Block block(name);
+    ASSERT_NE(block.view, nullptr);
+    bool existed = true;
+    EXPECT_FALSE(FileMapping::open(name, 2 * kBlockSize, existed).valid());
+    EXPECT_FALSE(existed);
+}
+
+TEST_F(OsContract, MappingHasOneCreatorUnderAMutex) {
+    for (int round = 0; round < 50; ++round) {
+        std::atomic<int> creators{0};
+        std::latch everyoneHasIt(4);
+        inThreads(4, [&] {
+            KernelMutex mutex(runtime_.name("race mutex"));
+            EXPECT_TRUE(holds(mutex.wait(kInfinite)));
+            const Block block(runtime_.name("race"));
+            EXPECT_NE(block.view, nullptr);
+            if (!block.existed) ++creators;
+            EXPECT_TRUE(mutex.release());
+            everyoneHasIt.arrive_and_wait();
+        });
+        ASSERT_EQ(creators, 1);
+    }
+}
+
+// ---- What the modules of a process share -------------------------------------------------------
+
+const ChildRole processBlockOpener("process block", [](const Arguments& arguments) {
+    ProcessBlock block = openProcessBlock(arguments.at(0).c_str(), 64);
+    tellParent(block.existed ? "existed" : "created");
+    closeProcessBlock(block);
+    return 0;
+});
+
+TEST_F(OsContract, ProcessBlockLivesWithItsUsersAndInOneProcess) {
+    ProcessBlock first = openProcessBlock("contract", 64);
+    ASSERT_NE(first.view, nullptr);
+    EXPECT_FALSE(first.existed);
+    EXPECT_EQ(std::string(static_cast<char*>(first.view), 64), std::string(64, '\0'));
+    ProcessBlock second = openProcessBlock("contract", 64);
+    EXPECT_TRUE(second.existed);
+    std::memset(first.view, 'x', 64);
+    EXPECT_EQ(static_cast<char*>(second.view)[63], 'x');
+    EXPECT_EQ(ChildProcess("process block", {"contract"}).readLine(), "created");
+
+    closeProcessBlock(first);
+    EXPECT_EQ(first.view, nullptr);
+    EXPECT_EQ(static_cast<char*>(second.view)[63], 'x');
+    closeProcessBlock(second);
+    ProcessBlock third = openProcessBlock("contract", 64);
+    EXPECT_FALSE(third.existed);
+    EXPECT_EQ(static_cast<char*>(third.view)[63], '\0');
+    closeProcessBlock(third);
+}
+
+TEST_F(OsContract, ProcessMutexExcludesThreads) {
+    Door door;
+    ProcessMutex* const kept = openProcessMutex("contract mutex");
+    inThreads(4, [&] {
+        for (int i = 0; i < 200; ++i) {
+            ProcessMutex* const mutex = openProcessMutex("contract mutex");
+            ASSERT_NE(mutex, nullptr);
+            lockProcessMutex(mutex);
+            door.pass();
+            unlockProcessMutex(mutex);
+            closeProcessMutex(mutex);
+        }
+    });
+    closeProcessMutex(kept);
+}
+
+TEST_F(OsContract, ThreadIndexKeepsAPointerForEachThread) {
+    ThreadIndex index = 0;
+    ASSERT_TRUE(makeThreadIndex(index));
+    int mine = 0;
+    ASSERT_TRUE(setThreadValue(index, &mine));
+    inThreads(2, [index] {
+        int own = 0;
+        EXPECT_EQ(threadValue(index), nullptr);
+        EXPECT_TRUE(setThreadValue(index, &own));
+        EXPECT_EQ(threadValue(index), &own);
+    });
+    setLastError(7);
+    EXPECT_EQ(threadValue(index), &mine);
+    EXPECT_EQ(lastError(), 7U);
+    freeThreadIndex(index);
+    ASSERT_TRUE(makeThreadIndex(index));
+    EXPECT_EQ(threadValue(index), nullptr) << "left from the index's former life";
+    freeThreadIndex(index);
+}
+
+// ---- System ------------------------------------------------------------------------------------
+
+TEST_F(OsContract, ErrorTextIsCutAndTerminated) {
+    char whole[256] = {};
+    errorText(2, whole, sizeof whole);  // "no such file", on every system
+    ASSERT_GT(std::strlen(whole), 4U);
+    char cut[5] = {'x', 'x', 'x', 'x', 'x'};
+    errorText(2, cut, sizeof cut);
+    EXPECT_EQ(std::string(cut), std::string(whole, 4));
+    errorText(2, cut, 0);
+    EXPECT_EQ(std::string(cut), std::string(whole, 4));
+}
+
+TEST_F(OsContract, TextFileIsAnOrdinaryFile) {
+    const std::string path = (runtime_.path() / "text").string();
+    std::ofstream(path) << "line\n";
+    std::FILE* const file = openTextFile(path.c_str());
+    ASSERT_NE(file, nullptr);
+    char line[16] = {};
+    EXPECT_STREQ(std::fgets(line, sizeof line, file), "line\n");
+    std::fclose(file);
+    EXPECT_EQ(openTextFile(runtime_.path().string().c_str()), nullptr);
+    EXPECT_EQ(openTextFile((path + " missing").c_str()), nullptr);
+}
+
+TEST_F(OsContract, SharedDocumentsFolderEndsWithoutSeparator) {
+    std::string folder;
+    ASSERT_TRUE(sharedDocumentsFolder(folder));
+    ASSERT_FALSE(folder.empty());
+    EXPECT_NE(folder.back(), kPathSeparator);
+}
+
+}  // namespace
+}  // namespace wrenlink::os

@@ -1,0 +1,165 @@
+// Kernel objects and adapters as files of the runtime directory.
+#include "platform/runtime_dir_posix.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "platform/os.h"
+#include "platform/shared_memory.h"
+#include "tests/support/test_runtime.h"
+
+namespace wrenlink::os {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kSize = 4;
+
+class RuntimeDir : public testing::Test {
+   protected:
+    RuntimeDir() : objects_(runtime_.path() / "objects"), adapters_(runtime_.path() / "adapters") {}
+
+    static bool canMap(const std::string& name) {
+        bool existed = false;
+        return FileMapping::open(name, kSize, existed).valid();
+    }
+
+    static void makeFile(const fs::path& path, std::size_t size) {
+        std::ofstream(path) << std::string(size, 'x');
+    }
+
+    static void makeSocket(const fs::path& path) {
+        sockaddr_un address{AF_UNIX, {}};
+        std::strcpy(address.sun_path, path.c_str());
+        const Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET, 0));
+        ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+
+    test::TestRuntime runtime_;
+    const fs::path objects_;
+    const fs::path adapters_;
+};
+
+TEST_F(RuntimeDir, FileNameIsTheKernelNameIfItCanBe) {
+    const std::string longest(NAME_MAX, 'n');
+    const struct {
+        std::string kernelName;
+        std::string fileName;
+    } cases[] = {
+        {"kvs_mutex_--?-usb#a{b}", "kvs_mutex_--?-usb#a{b}"},
+        {longest, longest},
+        {"..", "..~07da1a07b4a03f2d"},
+        {"kvs_shm_a/b", "kvs_shm_a%2Fb~5b148feafbc6f8d9"},
+        {longest + "n", std::string(200, 'n') + "~512dc65af22aa725"},
+        {std::string(199, 'n') + "/x", std::string(199, 'n') + "~bbdf3f0426f3cdde"},
+    };
+    for (const auto& row : cases) EXPECT_EQ(ObjectFileName(row.kernelName).text(), row.fileName);
+}
+
+TEST_F(RuntimeDir, ObjectsAreFilesOfTheirNames) {
+    const KernelMutex mutex("kvs_mutex_a");
+    EXPECT_TRUE(mutex.valid());
+    EXPECT_EQ(fs::file_size(objects_ / "kvs_mutex_a"), 0U);
+    EXPECT_TRUE(canMap("kvs_shm_a"));
+    EXPECT_EQ(fs::file_size(objects_ / "kvs_shm_a"), kSize);
+}
+
+TEST_F(RuntimeDir, NewFilesHaveTheAccessOfTheirFolder) {
+    fs::permissions(objects_, fs::perms(0770));
+    const mode_t mask = ::umask(0077);
+    const KernelMutex mutex("mutex");
+    ::umask(mask);
+    EXPECT_EQ(fs::status(objects_ / "mutex").permissions(), fs::perms(0660));
+}
+
+TEST_F(RuntimeDir, ForeignFilesAreRefusedAndLeftAlone) {
+    makeFile(runtime_.path() / "victim", kSize);
+    fs::create_symlink("../victim", objects_ / "link");
+    fs::create_symlink("nowhere", objects_ / "dangling link");
+    fs::create_hard_link(runtime_.path() / "victim", objects_ / "hard link");
+    fs::create_directory(objects_ / "folder");
+    makeSocket(objects_ / "socket");
+    ASSERT_EQ(::mkfifo((objects_ / "pipe").c_str(), 0666), 0);
+    makeFile(objects_ / "short", kSize - 1);
+    makeFile(objects_ / "long", kSize + 1);
+    for (const char* name :
+         {"link", "dangling link", "hard link", "folder", "socket", "pipe", "short", "long"}) {
+        EXPECT_FALSE(KernelMutex(name).valid()) << name;
+        EXPECT_FALSE(canMap(name)) << name;
+    }
+    EXPECT_EQ(fs::file_size(runtime_.path() / "victim"), kSize);
+    EXPECT_EQ(fs::file_size(objects_ / "short"), kSize - 1);
+    EXPECT_EQ(fs::file_size(objects_ / "long"), kSize + 1);
+    EXPECT_FALSE(fs::exists(objects_ / "nowhere"));
+}
+
+TEST_F(RuntimeDir, FolderThatIsALinkIsRefused) {
+    fs::rename(objects_, runtime_.path() / "elsewhere");
+    fs::create_directory_symlink("elsewhere", objects_);
+    EXPECT_FALSE(KernelMutex("mutex").valid());
+    EXPECT_TRUE(fs::is_empty(runtime_.path() / "elsewhere"));
+}
+
+TEST_F(RuntimeDir, EmptyFileOfACrashIsPutRight) {
+    makeFile(objects_ / "crashed", 0);
+    SharedMemory region("crashed", kSize, std::byte{0xFF});
+    makeFile(objects_ / "kvs_shm_crashed", 0);
+    ASSERT_NE(region.view(), nullptr);
+    EXPECT_TRUE(region.created());
+    EXPECT_EQ(region.view()[kSize - 1], std::byte{0xFF});
+}
+
+TEST_F(RuntimeDir, BytesOfFormerHoldersAreCleared) {
+    makeFile(objects_ / "old", kSize);
+    bool existed = true;
+    FileMapping mapping = FileMapping::open("old", kSize, existed);
+    EXPECT_FALSE(existed);
+    void* const view = mapping.map(kSize);
+    ASSERT_NE(view, nullptr);
+    EXPECT_EQ(std::memcmp(view, "\0\0\0\0", kSize), 0);
+    FileMapping::unmap(view, kSize);
+}
+
+TEST_F(RuntimeDir, MissingFolderFailsUntilItIsThere) {
+    fs::remove(objects_);
+    SharedMemory region("late", kSize, std::byte{0xFF});
+    EXPECT_EQ(region.view(), nullptr);
+    EXPECT_TRUE(region.created());
+    EXPECT_FALSE(region.mutex().lock());
+    EXPECT_FALSE(fs::exists(objects_));
+    fs::create_directory(objects_);
+    ASSERT_NE(region.view(), nullptr);
+    EXPECT_TRUE(region.created());
+    EXPECT_EQ(region.view()[0], std::byte{0xFF});
+}
+
+TEST_F(RuntimeDir, AdaptersAreTheSocketsInByteOrder) {
+    for (const char* name : {"quill10", "quill2", "Quill", "\xC3\xBC"})
+        makeSocket(adapters_ / name);
+    makeFile(adapters_ / "file", 1);
+    fs::create_directory(adapters_ / "folder");
+    fs::create_symlink("quill2", adapters_ / "link");
+    const std::string prefix = adapters_.string() + "/";
+    const std::vector<std::string> all = {prefix + "Quill", prefix + "quill10", prefix + "quill2",
+                                          prefix + "\xC3\xBC"};
+    EXPECT_EQ(presentAdapters(32), all);
+    EXPECT_THAT(presentAdapters(2), testing::ElementsAre(all[0], all[1]));
+
+    fs::create_directory_symlink(runtime_.path(), runtime_.path() / "alias");
+    ::setenv("WRENLINK_RUNTIME_DIR", (runtime_.path() / "alias/objects/..//").c_str(), 1);
+    EXPECT_EQ(presentAdapters(32), all) << "one directory, one path";
+    ::setenv("WRENLINK_RUNTIME_DIR", (runtime_.path() / "missing").c_str(), 1);
+    EXPECT_TRUE(presentAdapters(32).empty());
+    EXPECT_FALSE(KernelMutex("mutex").valid());
+}
+
+}  // namespace
+}  // namespace wrenlink::os

@@ -1,0 +1,148 @@
+#include "platform/thread_local_slot.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+namespace wrenlink {
+namespace {
+
+// How often each value was handed to the cleanup function.
+std::map<void*, int> discarded;
+
+void countDiscard(void* value) { ++discarded[value]; }
+
+void discardAndThrow(void* value) {
+    countDiscard(value);
+    throw std::runtime_error("cleanup");
+}
+
+class ThreadLocalSlotTest : public testing::Test {
+   protected:
+    ThreadLocalSlotTest() { discarded.clear(); }
+
+    template <class Body>
+    static void inThread(Body body) {
+        std::thread(body).join();
+    }
+
+    int values_[4] = {};
+};
+
+TEST_F(ThreadLocalSlotTest, EachThreadHasItsOwnValue) {
+    ThreadLocalSlot slot(nullptr);
+    EXPECT_EQ(slot.get(), nullptr);
+    EXPECT_TRUE(slot.set(&values_[0]));
+    inThread([&] {
+        EXPECT_EQ(slot.get(), nullptr);
+        EXPECT_TRUE(slot.set(&values_[1]));
+        EXPECT_EQ(slot.get(), &values_[1]);
+    });
+    EXPECT_EQ(slot.get(), &values_[0]);
+}
+
+TEST_F(ThreadLocalSlotTest, DestructionDiscardsTheValuesOfAllThreads) {
+    auto slot = std::make_unique<ThreadLocalSlot>(countDiscard);
+    for (int& value : values_) inThread([&] { slot->set(&value); });
+    EXPECT_TRUE(discarded.empty());
+    slot.reset();
+    for (int& value : values_) EXPECT_EQ(discarded[&value], 1);
+}
+
+TEST_F(ThreadLocalSlotTest, ReplacedAndNullValuesAreNotDiscarded) {
+    {
+        ThreadLocalSlot slot(countDiscard);
+        slot.set(&values_[0]);
+        slot.set(&values_[1]);
+        inThread([&] {
+            slot.set(&values_[2]);
+            slot.set(nullptr);
+            EXPECT_EQ(slot.get(), nullptr);
+        });
+    }
+    EXPECT_EQ(discarded, (std::map<void*, int>{{&values_[1], 1}}));
+}
+
+TEST_F(ThreadLocalSlotTest, ThreadEndDiscardsOneThreadsValuesOfAllSlots) {
+    ThreadLocalSlot first(countDiscard);
+    ThreadLocalSlot second(countDiscard);
+    ThreadLocalSlot::threadEnd();
+    first.set(&values_[0]);
+    inThread([&] {
+        first.set(&values_[1]);
+        second.set(&values_[2]);
+        ThreadLocalSlot::threadEnd();
+        EXPECT_EQ(first.get(), nullptr);
+        first.set(&values_[3]);
+    });
+    EXPECT_EQ(discarded, (std::map<void*, int>{{&values_[1], 1}, {&values_[2], 1}}));
+    EXPECT_EQ(first.get(), &values_[0]);
+}
+
+TEST_F(ThreadLocalSlotTest, SlotsOfAThreadLeaveInAnyOrder) {
+    auto first = std::make_unique<ThreadLocalSlot>(countDiscard);
+    auto second = std::make_unique<ThreadLocalSlot>(countDiscard);
+    auto third = std::make_unique<ThreadLocalSlot>(countDiscard);
+    first->set(&values_[0]);
+    second->set(&values_[1]);
+    third->set(&values_[2]);
+    second.reset();
+    EXPECT_EQ(discarded, (std::map<void*, int>{{&values_[1], 1}}));
+    first.reset();
+    EXPECT_EQ(third->get(), &values_[2]);
+    ThreadLocalSlot::threadEnd();
+    EXPECT_EQ(discarded.size(), 3U);
+}
+
+TEST_F(ThreadLocalSlotTest, ThrowingCleanupIsIgnored) {
+    {
+        ThreadLocalSlot slot(discardAndThrow);
+        slot.set(&values_[0]);
+        inThread([&] { slot.set(&values_[1]); });
+    }
+    EXPECT_EQ(discarded.size(), 2U);
+}
+
+TEST_F(ThreadLocalSlotTest, MutexOpensAgainAfterItsClosing) {
+    {
+        ThreadLocalSlot slot(countDiscard);
+        slot.set(&values_[0]);
+        closeThreadStoreMutex();
+        inThread([&] { slot.set(&values_[1]); });
+        closeThreadStoreMutex();
+        closeThreadStoreMutex();
+    }
+    EXPECT_EQ(discarded.size(), 2U);
+    os::ProcessBlock registry = os::openProcessBlock("TLS Memory", 16);
+    EXPECT_FALSE(registry.existed) << "the last slot ends the registry";
+    os::closeProcessBlock(registry);
+}
+
+TEST_F(ThreadLocalSlotTest, SlotWithoutAnIndexHoldsNothing) {
+    std::vector<os::ThreadIndex> indexes;
+    for (os::ThreadIndex index = 0; os::makeThreadIndex(index);) indexes.push_back(index);
+    {
+        ThreadLocalSlot slot(countDiscard);
+        EXPECT_FALSE(slot.set(&values_[0]));
+        EXPECT_EQ(slot.get(), nullptr);
+    }
+    {
+        // One index is enough for the slot, but not for the registry.
+        os::freeThreadIndex(indexes.back());
+        indexes.pop_back();
+        ThreadLocalSlot slot(countDiscard);
+        EXPECT_FALSE(slot.set(&values_[0]));
+        EXPECT_EQ(slot.get(), nullptr);
+        os::freeThreadIndex(indexes.back());
+        indexes.pop_back();
+        EXPECT_TRUE(slot.set(&values_[0])) << "tried again";
+    }
+    EXPECT_EQ(discarded.size(), 1U);
+    for (const os::ThreadIndex index : indexes) os::freeThreadIndex(index);
+}
+
+}  // namespace
+}  // namespace wrenlink
