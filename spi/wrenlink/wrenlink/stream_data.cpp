@@ -6,6 +6,7 @@ namespace wrenlink {
 
 CUsbStreamData::CUsbStreamData() {
     constexpr char kName[] = "CUsbStreamData::CUsbStreamData";
+    CTheMsgHnd::Instance();
     CTheMsgHnd::GetAppropriateHandler(kMessageGroup, kName, true);
     const Trace trace(kName);
     quill_ = Quill_Stream_Initialise();
