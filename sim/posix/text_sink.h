@@ -1,0 +1,26 @@
+// Text writers over the sinks that a process has. The sink stays the caller's and outlives the
+// writer.
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include "sim/model/text.h"
+
+namespace quillsim {
+
+inline TextWriter writerTo(std::string& sink) {
+    return {[](void* context, std::string_view piece) {
+                static_cast<std::string*>(context)->append(piece);
+            },
+            &sink};
+}
+
+inline TextWriter writerTo(std::ostream& sink) {
+    return {[](void* context, std::string_view piece) {
+                *static_cast<std::ostream*>(context) << piece;
+            },
+            &sink};
+}
+
+}  // namespace quillsim
