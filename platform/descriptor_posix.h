@@ -21,6 +21,8 @@ class Descriptor {
    public:
     // Takes the ownership of what a system call gave; -1 stands for none.
     explicit Descriptor(int descriptor = -1) noexcept : descriptor_(descriptor) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
     Descriptor(Descriptor&& other) noexcept : descriptor_(other.release()) {}
     Descriptor& operator=(Descriptor&& other) noexcept {
         if (this != &other) {

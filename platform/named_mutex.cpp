@@ -12,7 +12,8 @@ std::string mutexKernelName(std::string_view name) {
     kernelName.append(kPrefix).append(name);
     std::replace_if(
         kernelName.begin(), kernelName.end(),
-        [kReplaced](char character) { return kReplaced.find(character) != kReplaced.npos; }, '-');
+        [kReplaced](char character) { return kReplaced.find(character) != std::string_view::npos; },
+        '-');
     return kernelName;
 }
 

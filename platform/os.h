@@ -58,6 +58,8 @@ class KernelMutex {
     KernelMutex() noexcept = default;
     // Creates the mutex, or opens the one of that name, without acquiring it. Check valid().
     explicit KernelMutex(const std::string& kernelName) noexcept;
+    KernelMutex(const KernelMutex&) = delete;
+    KernelMutex& operator=(const KernelMutex&) = delete;
     KernelMutex(KernelMutex&& other) noexcept : handle_(std::exchange(other.handle_, kNoHandle)) {}
     KernelMutex& operator=(KernelMutex&& other) noexcept;
     ~KernelMutex() { close(); }
@@ -89,6 +91,8 @@ void destroyLocalMutex(LocalMutex* mutex) noexcept;
 class FileMapping {
    public:
     FileMapping() noexcept = default;
+    FileMapping(const FileMapping&) = delete;
+    FileMapping& operator=(const FileMapping&) = delete;
     FileMapping(FileMapping&& other) noexcept : handle_(std::exchange(other.handle_, kNoHandle)) {}
     FileMapping& operator=(FileMapping&& other) noexcept;
     ~FileMapping() { close(); }

@@ -41,7 +41,7 @@ struct Directory {
 // The loader's lock is no concern of the language's memory model, so the anchors carry the order:
 // each use of the directory begins with reading all and ends with writing one.
 using Anchor = std::atomic<Directory*>;
-static_assert(Anchor::is_always_lock_free && sizeof(Anchor) == sizeof(Directory*));
+static_assert(Anchor::is_always_lock_free && sizeof(Anchor) == sizeof(void*));
 
 }  // namespace
 
@@ -170,7 +170,7 @@ Block* makeBlock(const char* name, std::size_t size, BlockAction initialise) noe
     auto* const block = static_cast<Block*>(std::calloc(1, sizeof(Block) + size));
     if (block == nullptr) return nullptr;
     block->size = size;
-    std::strcpy(block->name, name);
+    std::memcpy(block->name, name, std::strlen(name) + 1);
     if (initialise != nullptr) initialise(block + 1);
     return block;
 }
@@ -192,14 +192,16 @@ Block* addBlock(Directory*& directory, const char* name, std::size_t size,
     return block;
 }
 
-void removeBlock(Directory* directory, Block* block) noexcept {
+// Gives what is left of the directory: null when that was its last block.
+Directory* removeBlock(Directory* directory, Block* block) noexcept {
     Block** link = &directory->first;
     while (*link != block) link = &(*link)->next;
     *link = block->next;
     std::free(block);
-    if (directory->first != nullptr) return;
+    if (directory->first != nullptr) return directory;
     std::free(directory);
     forEachAnchor([](Anchor& anchor) { anchor.store(nullptr, std::memory_order_release); });
+    return nullptr;
 }
 
 }  // namespace
@@ -237,11 +239,14 @@ void* openBlock(const char* name, std::size_t size, BlockAction initialise,
 void closeBlock(void* bytes, BlockAction finish) noexcept {
     Block* const block = static_cast<Block*>(bytes) - 1;
     underLoaderLock([&] {
-        Directory* const directory = findDirectory();
-        wrenlinkProcessBlocks.store(directory, std::memory_order_release);
-        if (--block->users != 0) return;
-        if (finish != nullptr) finish(bytes);
-        removeBlock(directory, block);
+        Directory* directory = findDirectory();
+        if (--block->users == 0) {
+            if (finish != nullptr) finish(bytes);
+            directory = removeBlock(directory, block);
+        }
+        if (directory != nullptr) {
+            wrenlinkProcessBlocks.store(directory, std::memory_order_release);
+        }
     });
 }
 

@@ -31,7 +31,7 @@ const char* configuredDirectory() noexcept {
 
 bool isFileName(std::string_view name) noexcept {
     return !name.empty() && name.size() <= NAME_MAX && name != "." && name != ".." &&
-           name.find('/') == name.npos && name.find('\0') == name.npos;
+           name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
 }
 
 std::string_view escaped(const char& character) noexcept {

@@ -8,8 +8,7 @@
 #ifndef WRENLINK_PLATFORM_RUNTIME_DIR_POSIX_H
 #define WRENLINK_PLATFORM_RUNTIME_DIR_POSIX_H
 
-#include <limits.h>
-
+#include <climits>
 #include <cstddef>
 #include <string>
 #include <string_view>

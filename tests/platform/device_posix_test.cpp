@@ -29,18 +29,20 @@ class Server {
     using Serve = std::function<void(int connection)>;
 
     // Binds in the folder of the path, so that the length of the path does not matter.
-    Server(const std::filesystem::path& path, Serve serve)
+    Server(const std::filesystem::path& path, const Serve& serve)
         : listener_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
         const std::filesystem::path former = std::filesystem::current_path();
         std::filesystem::current_path(path.parent_path());
         sockaddr_un address{AF_UNIX, {}};
-        std::strcpy(address.sun_path, path.filename().c_str());
+        path.filename().native().copy(address.sun_path, sizeof address.sun_path - 1);
         EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address),
                   0);
         std::filesystem::current_path(former);
         EXPECT_EQ(::listen(listener_.get(), 0), 0);
         if (serve) thread_ = std::thread([this, serve] { run(serve); });
     }
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
     ~Server() {
         if (thread_.joinable()) thread_.join();
     }

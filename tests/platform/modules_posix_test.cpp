@@ -5,8 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdint>
 #include <filesystem>
+#include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include "platform/os.h"
@@ -18,8 +21,9 @@ namespace {
 
 class Module {
    public:
-    explicit Module(const char* path)
-        : path_(path), handle_(::dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
+    explicit Module(const char* path) : path_(path) {
+        const std::lock_guard guard(loading);
+        handle_ = ::dlopen(path, RTLD_NOW | RTLD_LOCAL);
         if (handle_ == nullptr) throw std::runtime_error(::dlerror());
         find(set, "storeSet");
         find(get, "storeGet");
@@ -29,6 +33,7 @@ class Module {
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
     ~Module() {
+        const std::lock_guard guard(loading);
         ::dlclose(handle_);
         EXPECT_EQ(::dlopen(path_, RTLD_NOW | RTLD_NOLOAD), nullptr) << path_ << " stays loaded";
     }
@@ -45,7 +50,10 @@ class Module {
     }
 
     const char* path_;
-    void* handle_;
+    void* handle_ = nullptr;
+    // The loader has a lock of its own, but the thread sanitizer does not know it, and would take
+    // two modules that were loaded at one address in turn for one.
+    static inline std::mutex loading;
 };
 
 // How many modules share the registry; 0 when there is none.
@@ -139,7 +147,9 @@ TEST(StoreModules, LoadAndWorkInManyThreadsAtOnce) {
     EXPECT_EQ(attachCount(), 0U);
 }
 
-// Ends a child of fork: 0 when all is well. A child that hangs is ended by its alarm.
+// Checks the store in a child of fork. A good child ends itself by SIGKILL: to a memory checker an
+// exit would be the end of a program that has lost its other threads' memory. One that hangs is
+// ended by its alarm.
 [[noreturn]] void checkInChild(const ThreadLocalSlot& slot, const Module& module, void* expected) {
     ::alarm(20);
     static StoreCounter own{0};
@@ -148,7 +158,8 @@ TEST(StoreModules, LoadAndWorkInManyThreadsAtOnce) {
     good = good && another.set(&own) && another.get() == &own;
     module.threadEnd();
     good = good && slot.get() == nullptr && module.set(&own) && module.get() == &own;
-    ::_exit(good ? 0 : 1);
+    if (good) ::kill(::getpid(), SIGKILL);
+    ::_exit(1);
 }
 
 TEST(StoreModules, ForkedChildHasItsOwnWorkingStore) {
@@ -167,11 +178,11 @@ TEST(StoreModules, ForkedChildHasItsOwnWorkingStore) {
     });
     for (int round = 0; round < 100; ++round) {
         const pid_t child = ::fork();
-        ASSERT_GE(child, 0);
         if (child == 0) checkInChild(slot, module, &value);
         int status = -1;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+        EXPECT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "status " << status;
+        if (HasFailure()) break;
     }
     done = true;
     busy.join();

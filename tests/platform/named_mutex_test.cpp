@@ -27,8 +27,8 @@ TEST(MutexKernelName, ReplacesFiveCharacters) {
     } cases[] = {
         {"quilldelays100", "kvs_mutex_quilldelays100"},
         {"", "kvs_mutex_"},
-        {"a.b\\c/d\"e*f", "kvs_mutex_a-b-c-d-e-f"},
-        {"\\\\?\\usb#vid_1.0:{7a}", "kvs_mutex_--?-usb#vid_1-0:{7a}"},
+        {R"(a.b\c/d"e*f)", "kvs_mutex_a-b-c-d-e-f"},
+        {R"(\\?\usb#vid_1.0:{7a})", "kvs_mutex_--?-usb#vid_1-0:{7a}"},
     };
     for (const auto& row : cases) EXPECT_EQ(mutexKernelName(row.name), row.kernelName);
 }

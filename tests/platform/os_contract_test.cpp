@@ -34,9 +34,10 @@ bool holds(WaitResult result) {
 
 // Runs one body in several threads at once.
 template <class Body>
-void inThreads(int count, Body body) {
+void inThreads(std::size_t count, Body body) {
     std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) threads.emplace_back(body);
+    threads.reserve(count);
+    while (threads.size() < count) threads.emplace_back(body);
     for (std::thread& thread : threads) thread.join();
 }
 
@@ -115,9 +116,14 @@ TEST_F(OsContract, MutexMovesWithItsHold) {
     EXPECT_TRUE(second.release());
     first = std::move(second);
     EXPECT_TRUE(first.valid());
-    EXPECT_FALSE(second.valid());
-    EXPECT_EQ(second.wait(0), WaitResult::failed);
-    EXPECT_EQ(second.wait(kInfinite), WaitResult::failed);
+}
+
+TEST_F(OsContract, InvalidMutexFails) {
+    KernelMutex none;
+    EXPECT_FALSE(none.valid());
+    EXPECT_EQ(none.wait(0), WaitResult::failed);
+    EXPECT_EQ(none.wait(kInfinite), WaitResult::failed);
+    EXPECT_FALSE(none.release());
 }
 
 TEST_F(OsContract, LocalMutexExcludesThreadsAndIsReentrant) {

@@ -38,7 +38,7 @@ class RuntimeDir : public testing::Test {
 
     static void makeSocket(const fs::path& path) {
         sockaddr_un address{AF_UNIX, {}};
-        std::strcpy(address.sun_path, path.c_str());
+        path.native().copy(address.sun_path, sizeof address.sun_path - 1);
         const Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET, 0));
         ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     }

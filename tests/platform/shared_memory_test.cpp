@@ -69,6 +69,7 @@ TEST_F(SharedMemoryTest, ThreadsMapARegionOnce) {
     SharedMemory region(runtime_.name("threads"), kSize, kUnknown);
     std::vector<std::byte*> views(4);
     std::vector<std::thread> threads;
+    threads.reserve(views.size());
     for (std::byte*& view : views) threads.emplace_back([&] { view = region.view(); });
     for (std::thread& thread : threads) thread.join();
     for (const std::byte* view : views) EXPECT_EQ(view, region.view());
