@@ -1,0 +1,54 @@
+// Simulated adapters for a test, in a runtime and with documents of their own; the library of this
+// process and of its children finds these and no others. One simulator exists at a time; one thread
+// uses it.
+#ifndef WRENLINK_TESTS_SUPPORT_SIMULATOR_H
+#define WRENLINK_TESTS_SUPPORT_SIMULATOR_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tests/support/machine.h"
+#include "tests/support/test_runtime.h"
+
+namespace wrenlink::test {
+
+// What the operating system calls an exchange's failure.
+enum class NativeError { noAdapter, closed, cutOff, stillPending };
+std::string textOf(NativeError error);
+std::string textOf(int nativeCode);
+
+class Simulator {
+   public:
+    // Starts adapters 0, 1, ... with these ids, all with this firmware. Throws when that fails.
+    explicit Simulator(const std::vector<std::uint32_t>& ids = {100},
+                       const std::string& firmware = "1.8");
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+    ~Simulator();
+
+    // Carries out a line of the simulator's control language and returns its answer. Throws
+    // std::runtime_error when the simulator refuses it.
+    std::string control(const std::string& line);
+
+    // The request frames that reached an adapter since the last call, in lower-case hexadecimal;
+    // behind a frame that is malformed stands why.
+    std::vector<std::string> takeFrames(unsigned adapter = 0);
+
+    // Lets nobody open or make a kernel object from now on.
+    void withdrawKernelObjects();
+
+    const TestRuntime& runtime() const { return runtime_; }
+    const SharedDocuments& documents() const { return documents_; }
+
+   private:
+    struct Native;
+
+    const TestRuntime runtime_;
+    const SharedDocuments documents_;
+    Native* native_ = nullptr;
+};
+
+}  // namespace wrenlink::test
+
+#endif
