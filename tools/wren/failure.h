@@ -5,7 +5,6 @@
 #ifndef WREN_FAILURE_H
 #define WREN_FAILURE_H
 
-#include <cstdint>
 #include <stdexcept>
 #include <string>
 
@@ -27,21 +26,16 @@ class Failure : public std::runtime_error {
     // A failure that the tool found itself; errorCode() is 0.
     Failure(ExitCode exitCode, const std::string& text)
         : std::runtime_error(text), exitCode_(exitCode) {}
-    // A failure that the library reported, with its code and error address.
-    Failure(ExitCode exitCode, const std::string& text, int errorCode, std::uint32_t errorAddress)
-        : std::runtime_error(text),
-          exitCode_(exitCode),
-          errorCode_(errorCode),
-          errorAddress_(errorAddress) {}
+    // A failure that the library reported with a code above 0.
+    Failure(ExitCode exitCode, const std::string& text, int errorCode)
+        : std::runtime_error(text), exitCode_(exitCode), errorCode_(errorCode) {}
 
     ExitCode exitCode() const noexcept { return exitCode_; }
     int errorCode() const noexcept { return errorCode_; }
-    std::uint32_t errorAddress() const noexcept { return errorAddress_; }
 
    private:
     ExitCode exitCode_;
     int errorCode_ = 0;
-    std::uint32_t errorAddress_ = 0;
 };
 
 }  // namespace wren

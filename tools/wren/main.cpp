@@ -161,11 +161,7 @@ class CommandLine {
 ExitCode report(const Failure& failure) {
     const std::string code =
         failure.errorCode() != 0 ? fmt::format(" {}", failure.errorCode()) : std::string();
-    const std::string address =
-        failure.errorAddress() != 0
-            ? fmt::format(" (error address 0x{:04x})", failure.errorAddress())
-            : std::string();
-    fmt::print(stderr, "wren: error{}: {}{}\n", code, failure.what(), address);
+    fmt::print(stderr, "wren: error{}: {}\n", code, failure.what());
     return failure.exitCode();
 }
 

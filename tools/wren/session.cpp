@@ -41,10 +41,9 @@ ExitCode exitCodeOf(int errorCode) {
 }
 
 [[noreturn]] void throwLastError() {
-    std::uint32_t address = 0;
     const char* text = "";
-    const int code = spifns_get_last_error32(&address, &text);
-    throw Failure(exitCodeOf(code), flattened(text), code, address);
+    const int code = spifns_get_last_error(nullptr, &text);
+    throw Failure(exitCodeOf(code), flattened(text), code);
 }
 
 void check(int status) {
@@ -53,7 +52,7 @@ void check(int status) {
 
 // For calls that report a failure in the last error alone, which must be clear before them.
 void checkLastError() {
-    if (spifns_get_last_error32(nullptr, nullptr) != SPIFNS_ERROR_NONE) throwLastError();
+    if (spifns_get_last_error(nullptr, nullptr) != SPIFNS_ERROR_NONE) throwLastError();
 }
 
 extern "C" void addPort(std::uint32_t key, const char* name, void* ports) {

@@ -1,5 +1,5 @@
 // One stream of the library, held open for the length of a command. Every failure of the library
-// becomes a Failure with its code, error address and text, and the exit code that fits.
+// becomes a Failure with its code and text, and the exit code that fits.
 //
 // Threads: a Session is used by one thread.
 #ifndef WREN_SESSION_H
