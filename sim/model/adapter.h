@@ -2,7 +2,8 @@
 // state, MGCMD, armed faults and the request log. It does no I/O and takes no lock: whoever serves
 // it calls it from one thread at a time and carries its answers out. About 1.6 MB; it is made in
 // memory that the server provides.
-#pragma once
+#ifndef WRENLINK_SIM_MODEL_ADAPTER_H
+#define WRENLINK_SIM_MODEL_ADAPTER_H
 
 #include <array>
 #include <cstddef>
@@ -91,3 +92,5 @@ class Adapter {
 };
 
 }  // namespace quillsim
+
+#endif

@@ -1,6 +1,7 @@
 // The text commands with which a test or a person steers the simulator and reads what it saw. The
 // README beside this folder lists them. The caller sees to it that no request is served meanwhile.
-#pragma once
+#ifndef WRENLINK_SIM_MODEL_COMMAND_H
+#define WRENLINK_SIM_MODEL_COMMAND_H
 
 #include <cstddef>
 #include <span>
@@ -25,3 +26,5 @@ struct Bench {
 bool runCommand(const Bench& bench, std::string_view line, TextWriter& out);
 
 }  // namespace quillsim
+
+#endif

@@ -1,5 +1,6 @@
 // Faults that a test arms against an adapter, and how they change an answer.
-#pragma once
+#ifndef WRENLINK_SIM_MODEL_FAULTS_H
+#define WRENLINK_SIM_MODEL_FAULTS_H
 
 #include <array>
 #include <cstddef>
@@ -94,3 +95,5 @@ class FaultList {
 };
 
 }  // namespace quillsim
+
+#endif

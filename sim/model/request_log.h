@@ -1,6 +1,7 @@
 // The log of the requests that reached one adapter, whole frames and replies included. It holds the
 // latest requests: at most kLogEntries, and as many as fit kLogBytes.
-#pragma once
+#ifndef WRENLINK_SIM_MODEL_REQUEST_LOG_H
+#define WRENLINK_SIM_MODEL_REQUEST_LOG_H
 
 #include <array>
 #include <cstddef>
@@ -66,3 +67,5 @@ class RequestLog {
 };
 
 }  // namespace quillsim
+
+#endif

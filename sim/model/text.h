@@ -1,6 +1,7 @@
 // Text in and out without a standard stream: a writer over a caller's sink, and the splitting and
 // number reading of command lines. Used where no C++ run-time library is at hand.
-#pragma once
+#ifndef WRENLINK_SIM_MODEL_TEXT_H
+#define WRENLINK_SIM_MODEL_TEXT_H
 
 #include <cstddef>
 #include <cstdint>
@@ -43,3 +44,5 @@ bool readNumber(std::string_view text, std::uint64_t highest, std::uint64_t& val
 bool readFirmware(std::string_view text, std::uint16_t& version);
 
 }  // namespace quillsim
+
+#endif

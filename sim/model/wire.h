@@ -1,6 +1,7 @@
 // What travels between a host's driver and the adapter: frame layout, command codes, and the check
 // that the firmware makes of a frame before it carries anything out. Pure functions over bytes.
-#pragma once
+#ifndef WRENLINK_SIM_MODEL_WIRE_H
+#define WRENLINK_SIM_MODEL_WIRE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -129,3 +130,5 @@ bool hasMgcmd(std::uint16_t firmware);
 Verdict judge(Bytes frame, std::uint16_t firmware);
 
 }  // namespace quillsim
+
+#endif

@@ -94,7 +94,9 @@ void EventLoop::run() {
         if (count < 0 && errno != EINTR) fail("epoll_wait");
         for (int i = 0; i < count; ++i) {
             const epoll_event& event = events[static_cast<std::size_t>(i)];
-            const auto found = watches_.find(event.data.u64);
+            // The record is packed: its members must not be bound to references.
+            const WatchId id = event.data.u64;
+            const auto found = watches_.find(id);
             if (found == watches_.end()) continue;
             // A copy, because a handler may end its own watch.
             const Handler handler = found->second.handler;

@@ -1,6 +1,7 @@
 // The server's one thread: runs a function when a descriptor is ready or a time has come, and
 // sleeps in between. Every function runs inside run(), so nothing here or above needs a lock.
-#pragma once
+#ifndef WRENLINK_SIM_POSIX_EVENT_LOOP_H
+#define WRENLINK_SIM_POSIX_EVENT_LOOP_H
 
 #include <chrono>
 #include <cstdint>
@@ -57,3 +58,5 @@ class EventLoop {
 };
 
 }  // namespace quillsim
+
+#endif

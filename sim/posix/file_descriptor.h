@@ -1,5 +1,6 @@
 // A file descriptor that closes itself. Not shared between threads.
-#pragma once
+#ifndef WRENLINK_SIM_POSIX_FILE_DESCRIPTOR_H
+#define WRENLINK_SIM_POSIX_FILE_DESCRIPTOR_H
 
 #include <unistd.h>
 
@@ -32,3 +33,5 @@ class FileDescriptor {
 };
 
 }  // namespace quillsim
+
+#endif

@@ -1,6 +1,7 @@
 // The runtime directory through which hosts find adapters: adapters/ with one socket for each, and
 // objects/, where hosts share their named objects. Used from one thread.
-#pragma once
+#ifndef WRENLINK_SIM_POSIX_RUNTIME_DIRECTORY_H
+#define WRENLINK_SIM_POSIX_RUNTIME_DIRECTORY_H
 
 #include <sys/types.h>
 
@@ -46,3 +47,5 @@ class RuntimeDirectory {
 FileDescriptor connectControl(const std::string& path);
 
 }  // namespace quillsim
+
+#endif

@@ -1,6 +1,7 @@
 // The simulator as a process: adapters, their sockets and the control socket, served until a signal
 // asks it to end.
-#pragma once
+#ifndef WRENLINK_SIM_POSIX_SERVER_H
+#define WRENLINK_SIM_POSIX_SERVER_H
 
 #include <cstdint>
 #include <fstream>
@@ -61,3 +62,5 @@ class Server {
 };
 
 }  // namespace quillsim
+
+#endif

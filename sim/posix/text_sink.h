@@ -1,6 +1,7 @@
 // Text writers over the sinks that a process has. The sink stays the caller's and outlives the
 // writer.
-#pragma once
+#ifndef WRENLINK_SIM_POSIX_TEXT_SINK_H
+#define WRENLINK_SIM_POSIX_TEXT_SINK_H
 
 #include <ostream>
 #include <string>
@@ -24,3 +25,5 @@ inline TextWriter writerTo(std::ostream& sink) {
 }
 
 }  // namespace quillsim
+
+#endif

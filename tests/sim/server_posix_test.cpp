@@ -1,0 +1,261 @@
+// The server process as hosts and operators meet it: sockets that come and go, adapters that do not
+// hold each other up, and the control socket.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quillsim::test {
+namespace {
+
+using std::filesystem::path;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class TemporaryFolder {
+   public:
+    TemporaryFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "quillsim-XXXXXX").string();
+        if (::mkdtemp(name.data()) == nullptr) std::abort();
+        path_ = name;
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder() { std::filesystem::remove_all(path_); }
+    const path& get() const { return path_; }
+
+   private:
+    path path_;
+};
+
+// A quillsim of its own.
+class ServerProcess {
+   public:
+    ServerProcess(const path& runtime, std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {QUILLSIM, "--runtime-dir", runtime.string()});
+        std::vector<char*> argv;
+        for (std::string& argument : arguments) argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        int out[2];
+        if (::pipe2(out, O_CLOEXEC) != 0) std::abort();
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::dup2(out[1], STDOUT_FILENO);
+            ::execv(QUILLSIM, argv.data());
+            ::_exit(127);
+        }
+        ::close(out[1]);
+        char line[16] = {};
+        const ssize_t size = ::read(out[0], line, sizeof line - 1);
+        ready_ = size > 0 && std::string(line) == "ready\n";
+        ::close(out[0]);
+    }
+    ServerProcess(const ServerProcess&) = delete;
+    ServerProcess& operator=(const ServerProcess&) = delete;
+    ~ServerProcess() { end(SIGKILL); }
+
+    bool ready() const { return ready_; }
+    // The exit code, or minus the signal.
+    int end(int signal) {
+        if (pid_ <= 0) return 0;
+        ::kill(pid_, signal);
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+   private:
+    pid_t pid_ = -1;
+    bool ready_ = false;
+};
+
+// A host that has an adapter open.
+class Host {
+   public:
+    explicit Host(const path& socketPath)
+        : fd_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        socketPath.string().copy(address.sun_path, sizeof address.sun_path - 1);
+        const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+        isOpen_ = ::connect(fd_, generic, sizeof address) == 0;
+    }
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+    ~Host() { ::close(fd_); }
+
+    bool isOpen() const { return isOpen_; }
+    void askDelay() const {
+        static constexpr unsigned char kMessage[] = {0, 0, 0x22, 0, 4, 0, 0, 0,
+                                                     3, 0, 4,    0, 0, 5, 0};
+        EXPECT_EQ(::send(fd_, kMessage, sizeof kMessage, MSG_NOSIGNAL), 15);
+    }
+    // The size of the next message, 0 when the connection ends, -1 when nothing comes in time.
+    ssize_t awaitMessage(int milliseconds) {
+        pollfd entry{fd_, POLLIN, 0};
+        if (::poll(&entry, 1, milliseconds) <= 0) return -1;
+        return ::recv(fd_, message_, sizeof message_, 0);
+    }
+    const unsigned char* message() const { return message_; }
+    bool isCutOff() const {
+        pollfd entry{fd_, 0, 0};
+        return ::poll(&entry, 1, 0) > 0 && (entry.revents & POLLHUP) != 0;
+    }
+
+   private:
+    int fd_;
+    bool isOpen_ = false;
+    unsigned char message_[64] = {};
+};
+
+class ServerTest : public testing::Test {
+   protected:
+    path adapterPath(const std::string& name) const { return runtime_ / "adapters" / name; }
+
+    std::vector<std::string> adapterNames() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(runtime_ / "adapters")) {
+            names.push_back(entry.path().filename());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    // Runs the client and returns its output; a failing one gives "failed".
+    std::string control(const std::string& command) const {
+        const std::string line = std::string(QUILLSIM) + " --runtime-dir '" + runtime_.string() +
+                                 "' --control '" + command + "' 2>&1";
+        FILE* pipe = ::popen(line.c_str(), "r");
+        std::string output;
+        for (int character = std::fgetc(pipe); character != EOF; character = std::fgetc(pipe)) {
+            output += static_cast<char>(character);
+        }
+        return ::pclose(pipe) == 0 ? output : "failed: " + output;
+    }
+
+    TemporaryFolder folder_;
+    path runtime_ = folder_.get() / "run";
+};
+
+TEST_F(ServerTest, OffersAdaptersAndCleansUp) {
+    ServerProcess server(runtime_, {"--adapters", "11", "--mode", "0750"});
+    ASSERT_TRUE(server.ready());
+    EXPECT_EQ(adapterNames().front(), "quill00");
+    EXPECT_EQ(adapterNames().back(), "quill10");
+    struct stat status {};
+    ASSERT_EQ(::stat((runtime_ / "objects").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 02750U);
+    EXPECT_EQ(server.end(SIGTERM), 0);
+    EXPECT_THAT(adapterNames(), IsEmpty());
+    EXPECT_FALSE(exists(runtime_ / "quillsim.control"));
+}
+
+TEST_F(ServerTest, TakesOverFromADeadServerButNotFromALiveOne) {
+    ServerProcess killed(runtime_, {"--adapters", "3"});
+    ASSERT_TRUE(killed.ready());
+    EXPECT_EQ(killed.end(SIGKILL), -SIGKILL);
+
+    ServerProcess server(runtime_, {"--adapters", "2"});
+    ASSERT_TRUE(server.ready());
+    EXPECT_THAT(adapterNames(), ElementsAre("quill0", "quill1"));
+
+    ServerProcess second(runtime_, {"--adapters", "1"});
+    EXPECT_FALSE(second.ready());
+    EXPECT_EQ(second.end(0), 1);
+    Host host(adapterPath("quill0"));
+    host.askDelay();
+    EXPECT_EQ(host.awaitMessage(5000), 8);
+}
+
+TEST_F(ServerTest, ServesAPathTooLongForASocketAddress) {
+    runtime_ = folder_.get() / std::string(120, 'x');
+    ServerProcess server(runtime_, {"--adapters", "1"});
+    ASSERT_TRUE(server.ready());
+    EXPECT_THAT(control("count 0"), HasSubstr("requests=0 "));
+}
+
+TEST_F(ServerTest, SilentAndDelayedRequestsHoldNobodyUp) {
+    ServerProcess server(runtime_, {"--adapters", "2"});
+    EXPECT_EQ(control("fault 0 silence 1"), "");
+    EXPECT_EQ(control("fault 1 delay 400 1"), "");
+    Host silent(adapterPath("quill0"));
+    Host delayed(adapterPath("quill1"));
+    silent.askDelay();
+    delayed.askDelay();
+    for (const char* name : {"quill0", "quill1"}) {
+        Host other(adapterPath(name));
+        other.askDelay();
+        EXPECT_EQ(other.awaitMessage(5000), 8);
+    }
+    EXPECT_EQ(delayed.awaitMessage(5000), 8);
+    EXPECT_EQ(silent.awaitMessage(0), -1);
+}
+
+TEST_F(ServerTest, EndsARequestTheWayThatAFaultSays) {
+    ServerProcess server(runtime_, {"--adapters", "1"});
+    struct Case {
+        const char* fault;
+        ssize_t size;
+        unsigned char firstByte;
+    };
+    for (const Case& test : {Case{"refuse 5", 4, 5}, Case{"short 3", 5, 0}, Case{"long 2", 10, 0},
+                             Case{"empty", 0, 0}, Case{"runt 2", 2, 0}, Case{"close", 0, 0}}) {
+        SCOPED_TRACE(test.fault);
+        EXPECT_EQ(control(std::string("fault 0 ") + test.fault), "");
+        Host host(adapterPath("quill0"));
+        host.askDelay();
+        EXPECT_EQ(host.awaitMessage(5000), test.size);
+        EXPECT_EQ(host.message()[0], test.firstByte);
+        EXPECT_EQ(host.isCutOff(), std::string(test.fault) == "close");
+    }
+}
+
+TEST_F(ServerTest, UnpluggingCutsHostsOffUntilItIsPluggedAgain) {
+    ServerProcess server(runtime_, {"--adapters", "2"});
+    Host host(adapterPath("quill0"));
+    ASSERT_TRUE(host.isOpen());
+    EXPECT_EQ(control("unplug 0"), "");
+    EXPECT_EQ(host.awaitMessage(5000), 0);
+    EXPECT_THAT(adapterNames(), ElementsAre("quill1"));
+    EXPECT_EQ(control("plug 0"), "");
+    EXPECT_TRUE(Host(adapterPath("quill0")).isOpen());
+}
+
+TEST_F(ServerTest, StartsWithItsOptionsAndLogsRequests) {
+    std::ofstream(folder_.get() / "image", std::ios::binary) << "\x34\x12";
+    const std::string logFile = folder_.get() / "log";
+    ServerProcess server(runtime_, {"--adapters", "2", "--id", "7", "--firmware", "1.4", "--memory",
+                                    folder_.get() / "image", "--xap", "stopped", "--log", logFile});
+    EXPECT_THAT(control("state 0"), HasSubstr(" id=7 firmware=1.4 "));
+    EXPECT_THAT(control("state 1"), HasSubstr(" id=200 firmware=1.4 "));
+    EXPECT_THAT(control("state 1"), HasSubstr(" xap=0x0001 "));
+    EXPECT_EQ(control("peek 0 0 2"), "0x1234 0x0000\n");
+    EXPECT_EQ(control("peek 2 0 1"), "failed: quillsim: error: no such adapter\n");
+
+    Host host(adapterPath("quill1"));
+    host.askDelay();
+    EXPECT_EQ(host.awaitMessage(5000), 8);
+    std::string line;
+    std::getline(std::ifstream(logFile), line);
+    EXPECT_THAT(line, HasSubstr("name=quill1 seq=1 code=0x0500 "));
+}
+
+}  // namespace
+}  // namespace quillsim::test
