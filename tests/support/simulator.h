@@ -35,8 +35,10 @@ class Simulator {
     // behind a frame that is malformed stands why.
     std::vector<std::string> takeFrames(unsigned adapter = 0);
 
-    // Lets nobody open or make a kernel object from now on.
-    void withdrawKernelObjects();
+    // Whether kernel objects can be made and opened; those that are open stay so.
+    void offerKernelObjects(bool offered);
+    // Takes the name of a kernel object for something that is none.
+    void occupyKernelName(const std::string& name);
 
     const TestRuntime& runtime() const { return runtime_; }
     const SharedDocuments& documents() const { return documents_; }

@@ -111,8 +111,14 @@ std::string Simulator::control(const std::string& line) {
     }
 }
 
-void Simulator::withdrawKernelObjects() {
-    std::filesystem::remove_all(runtime_.path() / "objects");
+void Simulator::offerKernelObjects(bool offered) {
+    const auto folder = runtime_.path() / "objects";
+    offered ? static_cast<void>(std::filesystem::create_directory(folder))
+            : static_cast<void>(std::filesystem::remove_all(folder));
+}
+
+void Simulator::occupyKernelName(const std::string& name) {
+    std::filesystem::create_directory(runtime_.path() / "objects" / name);
 }
 
 }  // namespace wrenlink::test
