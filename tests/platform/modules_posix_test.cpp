@@ -163,9 +163,9 @@ TEST(StoreModules, LoadAndWorkInManyThreadsAtOnce) {
 }
 
 TEST(StoreModules, ForkedChildHasItsOwnWorkingStore) {
+    StoreCounter value{0};  // counts until the module is gone
     const Module module(STORE_MODULE_A);
     ThreadLocalSlot slot(doNothing);
-    StoreCounter value{0};
     slot.set(&value);
     module.set(&value);
     // Others hold the store's mutex at many of the forks.
