@@ -98,7 +98,8 @@ class FileMapping {
     ~FileMapping() { close(); }
 
     // Creates the block, or opens the one of that name and size; `existed` tells which, and is
-    // false when the call failed. An object of that name that is not such a block is refused.
+    // false when the call failed. An object of that name that is not such a block is refused; but
+    // Windows, which sees sizes in whole pages, lets map() refuse a block that is too small.
     static FileMapping open(const std::string& kernelName, std::size_t size,
                             bool& existed) noexcept;
     bool valid() const noexcept { return handle_ != kNoHandle; }

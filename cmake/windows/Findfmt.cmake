@@ -1,0 +1,6 @@
+include(${CMAKE_CURRENT_LIST_DIR}/header_library.cmake)
+foreach(target fmt::fmt fmt::fmt-header-only)
+  add_header_library(${target} fmt)
+  target_compile_definitions(${target} INTERFACE FMT_HEADER_ONLY)
+endforeach()
+set(fmt_FOUND TRUE)

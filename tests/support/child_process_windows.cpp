@@ -1,0 +1,121 @@
+#include <windows.h>
+// These need the types of windows.h.
+#include <fcntl.h>
+#include <io.h>
+
+#include <array>
+#include <system_error>
+
+#include "tests/support/child_process.h"
+
+namespace wrenlink::test {
+namespace {
+
+void check(bool done, const char* what) {
+    if (done) return;
+    throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(), what);
+}
+
+std::string ownProgram() {
+    std::array<char, 32768> path;
+    const DWORD length = ::GetModuleFileNameA(nullptr, path.data(), path.size());
+    check(length > 0, "GetModuleFileName");
+    return {path.data(), length};
+}
+
+// A word of a command line, as C programs take the line apart: a backslash escapes only before a
+// quote.
+std::string quoted(const std::string& word) {
+    std::string text = "\"";
+    std::size_t backslashes = 0;
+    for (const char character : word) {
+        if (character == '"') text.append(backslashes + 1, '\\');
+        backslashes = character == '\\' ? backslashes + 1 : 0;
+        text.push_back(character);
+    }
+    return text.append(backslashes, '\\') + '"';
+}
+
+enum class ChildEnd { reads, writes };
+
+// A pipe of which a child inherits one end, and nobody the other.
+struct Pipe {
+    HANDLE ofChild = nullptr;
+    HANDLE ofParent = nullptr;
+
+    explicit Pipe(ChildEnd childEnd) {
+        const bool childReads = childEnd == ChildEnd::reads;
+        check(::CreatePipe(childReads ? &ofChild : &ofParent, childReads ? &ofParent : &ofChild,
+                           nullptr, 0),
+              "CreatePipe");
+        ::SetHandleInformation(ofChild, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    ~Pipe() { ::CloseHandle(ofChild); }
+};
+
+// The stream owns the handle.
+std::FILE* streamOf(HANDLE handle, const char* mode) {
+    const int flags = _O_TEXT | (*mode == 'r' ? _O_RDONLY : 0);
+    return ::_fdopen(::_open_osfhandle(reinterpret_cast<intptr_t>(handle), flags), mode);
+}
+
+}  // namespace
+
+struct ChildProcess::Native {
+    HANDLE process = nullptr;
+    std::FILE* fromChild = nullptr;
+    std::FILE* toChild = nullptr;
+};
+
+ChildProcess::ChildProcess(const std::string& role, const Arguments& arguments)
+    : native_(new Native) {
+    const std::string program = ownProgram();
+    std::string line = quoted(program) + " --child " + quoted(role);
+    for (const std::string& argument : arguments) line += ' ' + quoted(argument);
+
+    const Pipe up(ChildEnd::writes);
+    const Pipe down(ChildEnd::reads);
+    STARTUPINFOA startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = down.ofChild;
+    startup.hStdOutput = up.ofChild;
+    startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
+    PROCESS_INFORMATION started{};
+    check(::CreateProcessA(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                           nullptr, &startup, &started),
+          "CreateProcess");
+    ::CloseHandle(started.hThread);
+    native_->process = started.hProcess;
+    native_->fromChild = streamOf(up.ofParent, "r");
+    native_->toChild = streamOf(down.ofParent, "w");
+}
+
+std::string ChildProcess::readLine() {
+    std::string line;
+    for (int next = std::fgetc(native_->fromChild); next != EOF && next != '\n';
+         next = std::fgetc(native_->fromChild)) {
+        line.push_back(static_cast<char>(next));
+    }
+    return line;
+}
+
+void ChildProcess::go() {
+    std::fputs("go\n", native_->toChild);
+    std::fflush(native_->toChild);
+}
+
+void ChildProcess::kill() {
+    if (native_ == nullptr) return;
+    ::TerminateProcess(native_->process, 1);
+    ::WaitForSingleObject(native_->process, INFINITE);
+    ::CloseHandle(native_->process);
+    std::fclose(native_->fromChild);
+    std::fclose(native_->toChild);
+    delete native_;
+    native_ = nullptr;
+}
+
+}  // namespace wrenlink::test
