@@ -18,11 +18,12 @@ enum class NativeError { noAdapter, closed, cutOff, stillPending };
 std::string textOf(NativeError error);
 std::string textOf(int nativeCode);
 
+using AdapterIds = std::vector<std::uint32_t>;
+
 class Simulator {
    public:
     // Starts adapters 0, 1, ... with these ids, all with this firmware. Throws when that fails.
-    explicit Simulator(const std::vector<std::uint32_t>& ids = {100},
-                       const std::string& firmware = "1.8");
+    explicit Simulator(const AdapterIds& ids = {100}, const std::string& firmware = "1.8");
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
     ~Simulator();

@@ -76,7 +76,7 @@ std::string textOf(NativeError error) {
     return textOf(EINPROGRESS);
 }
 
-Simulator::Simulator(const std::vector<std::uint32_t>& ids, const std::string& firmware) {
+Simulator::Simulator(const AdapterIds& ids, const std::string& firmware) {
     std::vector<std::string> words = {
         QUILLSIM, "--runtime-dir", runtime_.path(),           "--firmware",
         firmware, "--adapters",    std::to_string(ids.size())};
