@@ -75,13 +75,24 @@ class KernelMutex {
     NativeHandle handle_ = kNoHandle;
 };
 
-// A mutex of this process, re-entrant for the thread that holds it. make() gives null when there is
-// no memory; the other calls take only what make() gave.
-struct LocalMutex;
-LocalMutex* makeLocalMutex() noexcept;
-void enterLocalMutex(LocalMutex* mutex) noexcept;
-void leaveLocalMutex(LocalMutex* mutex) noexcept;
-void destroyLocalMutex(LocalMutex* mutex) noexcept;
+// A mutex of this process, re-entrant for the thread that holds it.
+//
+// POSIX: destroying it frees nothing and leaves its memory as it is, so that a thread which is
+// still in a call while the process exits meets a mutex and not a ruin. On Windows no such thread
+// is left by then.
+class LocalMutex {
+   public:
+    LocalMutex() noexcept;
+    LocalMutex(const LocalMutex&) = delete;
+    LocalMutex& operator=(const LocalMutex&) = delete;
+    ~LocalMutex();
+
+    void enter() noexcept;
+    void leave() noexcept;
+
+   private:
+    alignas(8) std::byte native_[40];
+};
 
 // ---- Shared memory -----------------------------------------------------------------------------
 

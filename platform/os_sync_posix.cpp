@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <new>
 #include <thread>
 
 #include "platform/os.h"
@@ -40,6 +39,10 @@ WaitResult waitUntil(int file, Clock::time_point deadline) noexcept {
     }
 }
 
+pthread_mutex_t* mutex(std::byte* native) noexcept {
+    return reinterpret_cast<pthread_mutex_t*>(native);
+}
+
 }  // namespace
 
 KernelMutex::KernelMutex(const std::string& kernelName) noexcept
@@ -68,27 +71,19 @@ void KernelMutex::close() noexcept {
     closeQuietly(static_cast<int>(std::exchange(handle_, kNoHandle)));
 }
 
-struct LocalMutex {
-    pthread_mutex_t mutex;
-};
+static_assert(sizeof(pthread_mutex_t) <= sizeof(LocalMutex));
 
-LocalMutex* makeLocalMutex() noexcept {
-    auto* const made = new (std::nothrow) LocalMutex;
-    if (made == nullptr) return nullptr;
+LocalMutex::LocalMutex() noexcept {
     pthread_mutexattr_t attributes;
     ::pthread_mutexattr_init(&attributes);
     ::pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-    ::pthread_mutex_init(&made->mutex, &attributes);
+    ::pthread_mutex_init(mutex(native_), &attributes);
     ::pthread_mutexattr_destroy(&attributes);
-    return made;
 }
 
-void enterLocalMutex(LocalMutex* mutex) noexcept { ::pthread_mutex_lock(&mutex->mutex); }
-void leaveLocalMutex(LocalMutex* mutex) noexcept { ::pthread_mutex_unlock(&mutex->mutex); }
+LocalMutex::~LocalMutex() = default;
 
-void destroyLocalMutex(LocalMutex* mutex) noexcept {
-    ::pthread_mutex_destroy(&mutex->mutex);
-    delete mutex;
-}
+void LocalMutex::enter() noexcept { ::pthread_mutex_lock(mutex(native_)); }
+void LocalMutex::leave() noexcept { ::pthread_mutex_unlock(mutex(native_)); }
 
 }  // namespace wrenlink::os

@@ -1,5 +1,3 @@
-#include <new>
-
 #include "platform/native_windows.h"
 #include "platform/os.h"
 
@@ -17,6 +15,10 @@ WaitResult waitResult(DWORD result) noexcept {
         default:
             return WaitResult::failed;
     }
+}
+
+CRITICAL_SECTION* section(std::byte* native) noexcept {
+    return reinterpret_cast<CRITICAL_SECTION*>(native);
 }
 
 }  // namespace
@@ -42,22 +44,11 @@ bool KernelMutex::release() noexcept { return ::ReleaseMutex(toHandle(handle_)) 
 
 void KernelMutex::close() noexcept { closeQuietly(std::exchange(handle_, kNoHandle)); }
 
-struct LocalMutex {
-    CRITICAL_SECTION section;
-};
+static_assert(sizeof(CRITICAL_SECTION) == sizeof(LocalMutex));
 
-LocalMutex* makeLocalMutex() noexcept {
-    auto* const made = new (std::nothrow) LocalMutex;
-    if (made != nullptr) ::InitializeCriticalSection(&made->section);
-    return made;
-}
-
-void enterLocalMutex(LocalMutex* mutex) noexcept { ::EnterCriticalSection(&mutex->section); }
-void leaveLocalMutex(LocalMutex* mutex) noexcept { ::LeaveCriticalSection(&mutex->section); }
-
-void destroyLocalMutex(LocalMutex* mutex) noexcept {
-    ::DeleteCriticalSection(&mutex->section);
-    delete mutex;
-}
+LocalMutex::LocalMutex() noexcept { ::InitializeCriticalSection(section(native_)); }
+LocalMutex::~LocalMutex() { ::DeleteCriticalSection(section(native_)); }
+void LocalMutex::enter() noexcept { ::EnterCriticalSection(section(native_)); }
+void LocalMutex::leave() noexcept { ::LeaveCriticalSection(section(native_)); }
 
 }  // namespace wrenlink::os

@@ -24,9 +24,11 @@ constexpr int kOpenAttempts = 10;
 // The bytes of a kernel name that its file name keeps when it cannot be the name itself.
 constexpr std::size_t kKeptBytes = 200;
 
+// Null for a relative path: it would lead elsewhere once the host changes its current directory.
 const char* configuredDirectory() noexcept {
     const char* directory = ::secure_getenv("WRENLINK_RUNTIME_DIR");
-    return directory != nullptr && *directory != '\0' ? directory : kDefaultDirectory;
+    if (directory == nullptr || *directory == '\0') return kDefaultDirectory;
+    return *directory == '/' ? directory : nullptr;
 }
 
 bool isFileName(std::string_view name) noexcept {
@@ -98,14 +100,20 @@ bool isObjectFile(int file, std::size_t size) noexcept {
 
 bool runtimeDirectory(std::string& path) {
     char canonical[PATH_MAX];
-    if (::realpath(configuredDirectory(), canonical) == nullptr) return false;
+    const char* const directory = configuredDirectory();
+    if (directory == nullptr || ::realpath(directory, canonical) == nullptr) return false;
     path = canonical;
     return true;
 }
 
 Descriptor openRuntimeFolder(const char* name) noexcept {
     char path[PATH_MAX];
-    const int length = std::snprintf(path, sizeof path, "%s/%s", configuredDirectory(), name);
+    const char* const directory = configuredDirectory();
+    if (directory == nullptr) {
+        errno = ENOENT;
+        return Descriptor();
+    }
+    const int length = std::snprintf(path, sizeof path, "%s/%s", directory, name);
     if (length < 0 || static_cast<std::size_t>(length) >= sizeof path) {
         errno = ENAMETOOLONG;
         return Descriptor();

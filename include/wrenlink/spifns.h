@@ -14,7 +14,8 @@
  *
  * Threads. Every function may be called from any thread at any time. Calls on different streams run
  * at once; a host serialises its own calls on one stream. Exchanges with one adapter are serialised
- * across all threads and processes of the machine by the library.
+ * across all threads and processes of the machine by the library. A thread that is in a call must
+ * not be cancelled, and no thread may be in a call when the library is unloaded.
  *
  * Blocking. A function that talks to the adapter waits for its turn without a limit and then at
  * most 1000 ms for each exchange. Functions that do so say "exchanges".
@@ -118,14 +119,16 @@ typedef void (*spifns_legacy_debug_callback)(const char* text);
  * Sends an MGCMD command of length words (0 to 508) and overwrites them with the answer. With a
  * nonzero flag a failure report of the adapter is an error and leaves words untouched; with flag 0
  * the answer is delivered as it stands. Exchanges.
- * Errors: 1 "MGCMD too long", 1 "Invalid variable or value" (null words), 262, 514 to 517,
- * 520 (firmware 1.0 to 1.4).
+ * Errors: 1 "MGCMD too long", 1 "Invalid variable or value" (null words), 262, 515 to 517,
+ * 520 (firmware 1.0 to 1.4). Without a selected adapter nothing is stored: "MGCMD cmd failed" is
+ * appended to what the last error held, and the result is 1 only when that had a nonzero code.
  */
 SPIFNS_API int spifns_mgcmd_cmd(uint16_t* words, uint16_t length, uint32_t flag);
 SPIFNS_API int spifns_stream_mgcmd_cmd(uint32_t stream, uint16_t* words, uint16_t length,
                                        uint32_t flag);
 
-/* Prepares the adapter for MGCMD commands. Exchanges. Errors: 262, 514 to 516, 520. */
+/* Prepares the adapter for MGCMD commands. Exchanges. Errors: 262, 515, 516, 520; without a
+ * selected adapter as above. */
 SPIFNS_API int spifns_mgcmd_init(uint16_t first, uint16_t second);
 SPIFNS_API int spifns_stream_mgcmd_init(uint32_t stream, uint16_t first, uint16_t second);
 
@@ -151,7 +154,8 @@ SPIFNS_API int spifns_stream_init(uint32_t* stream);
 SPIFNS_API int spifns_init(void);
 
 /* Closes a stream, or the legacy stream, and clears the last error. Another thread's call that is
- * still working on the stream ends normally. A stream that is not open is no error. */
+ * still working on the stream ends normally. A stream that is not open is no error; without a
+ * legacy stream spifns_close() does nothing at all. */
 SPIFNS_API void spifns_stream_close(uint32_t stream);
 SPIFNS_API void spifns_close(void);
 
@@ -168,7 +172,7 @@ SPIFNS_API const char* spifns_stream_command(uint32_t stream, const char* comman
 
 /*
  * Calls callback once per port, in ascending order of the selection keys. Without an open stream
- * there are no ports. No stream may be opened or closed from the callback's thread meanwhile.
+ * there are no ports. Waits while another thread opens the first stream.
  */
 SPIFNS_API void spifns_enumerate_ports(spifns_port_callback callback, void* context);
 
@@ -203,10 +207,11 @@ SPIFNS_API void spifns_getvarlist(const spifns_variable** list, uint32_t* count)
  * its place. The first failure ends the sequence; what was done before it stays done.
  *
  * Settings: SPIPORT (port number, adapter id or map-file key), QUILLMODE ("SPI", "JTAG"),
- * SPI_DELAY, SPICLOCK (kHz: below 2000 rounded to the nearest delay and limited by SPIMAXCLOCK; 0,
- * negative ones and those below 0.0000037 give the slowest delay that can be sent, 65534; from 2000
- * on the fastest, 0), SPIMUL (0 to 16, -1 for 0), SPICMDBITS, SPICMDREADBITS, SPICMDWRITEBITS,
- * SPIMAXCLOCK (kHz). Errors: 1, 257, 258, 260, 262, 265, 266, 514 to 517, 520.
+ * SPI_DELAY, SPICLOCK (kHz: below 2000 rounded to the nearest delay and limited by SPIMAXCLOCK; no
+ * delay reaches clocks below 0.1211, of whose delay the low 16 bits are set; 0, negative clocks and
+ * those below 0.0000037 give the slowest delay that can be sent, 65534; from 2000 on the fastest,
+ * 0), SPIMUL (0 to 16, -1 for 0), SPICMDBITS, SPICMDREADBITS, SPICMDWRITEBITS, SPIMAXCLOCK (kHz).
+ * Errors: 1, 257, 258, 260, 262, 265, 266, 514 to 517, 520.
  */
 SPIFNS_API int spifns_sequence(SpiAction* actions, uint32_t count);
 SPIFNS_API int spifns_stream_sequence(uint32_t stream, SpiAction* actions, uint32_t count);

@@ -127,19 +127,18 @@ TEST_F(OsContract, InvalidMutexFails) {
 }
 
 TEST_F(OsContract, LocalMutexExcludesThreadsAndIsReentrant) {
-    LocalMutex* const mutex = makeLocalMutex();
+    LocalMutex mutex;
     ASSERT_NE(mutex, nullptr);
     Door door;
     inThreads(4, [&] {
         for (int i = 0; i < 200; ++i) {
-            enterLocalMutex(mutex);
-            enterLocalMutex(mutex);
-            leaveLocalMutex(mutex);
+            mutex.enter();
+            mutex.enter();
+            mutex.leave();
             door.pass();
-            leaveLocalMutex(mutex);
+            mutex.leave();
         }
     });
-    destroyLocalMutex(mutex);
 }
 
 // ---- File mapping ------------------------------------------------------------------------------

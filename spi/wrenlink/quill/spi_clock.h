@@ -17,8 +17,9 @@ inline constexpr std::uint16_t kTooSlowDelay = 414;
 double Quill_GetClockFromDelays(std::uint16_t delay);
 
 // The delay for a requested clock: 0 from 2000 kHz on and for what is not a number; else the
-// nearest delay. A clock of 0 or below, or too small to compute with, gives 65534, the slowest that
-// can be told from an unknown one.
+// nearest delay, of which the low 16 bits are kept below 0.1211 kHz, a clock that no delay reaches.
+// A clock of 0 or below, or too small to compute with, gives 65534, the slowest that can be told
+// from an unknown one.
 std::uint16_t nearestDelay(double clock);
 
 // The first delay from this one on whose clock is not above the maximum. Ends for every maximum of

@@ -117,9 +117,15 @@ const std::uint8_t* unpack(CUsbStreamData& stream, std::span<const SpiAction> ba
     return nullptr;
 }
 
-// The line for a read or a write: "Quill Read [007c 7d] = 0012 00ab ".
-void showAccess(QuillStream* quill, const std::uint8_t* entry) {
-    if (!isDebugFull()) return;
+struct Line {
+    char text[64];
+};
+
+// The line for a read or a write: "Quill Read [007c 7d] = 0012 00ab ". Empty when nobody will see
+// it.
+Line accessLine(const std::uint8_t* entry) {
+    Line line = {""};
+    if (!isDebugFull()) return line;
     const unsigned address = big16(entry + 2);
     const unsigned count = big16(entry + 4);
     char last[16] = "";
@@ -128,9 +134,10 @@ void showAccess(QuillStream* quill, const std::uint8_t* entry) {
     for (unsigned i = 0; i < std::min(count, kShownWords); ++i)
         std::snprintf(words + 5 * i, 6, "%04x ",
                       unsigned{big16(entry + kEntryHeader + 2 * std::size_t{i})});
-    Quill_Stream_Debug_Full(quill, "Quill %s [%04x%s] = %s%s",
-                            big16(entry) == kWriteWords ? "Write" : "Read", address, last, words,
-                            count > kShownWords ? " ..." : "");
+    std::snprintf(line.text, sizeof line.text, "Quill %s [%04x%s] = %s%s",
+                  big16(entry) == kWriteWords ? "Write" : "Read", address, last, words,
+                  count > kShownWords ? " ..." : "");
+    return line;
 }
 
 }  // namespace
@@ -218,7 +225,7 @@ void PrintStreamDebug(CUsbStreamData& stream, const std::uint8_t* entry) {
             return Quill_Stream_Debug(quill, "Read failed on quill");
         case kReadWords:
         case kWriteWords:
-            return showAccess(quill, entry);
+            return Quill_Stream_Debug_Full(quill, "%s", accessLine(entry).text);
         case kSetCommandBits:
             return Quill_Stream_Debug_Full(quill, "Quill Set %s CmdBts - 0x%x",
                                            big16(entry + 2) != 0 ? "Write" : "Read",

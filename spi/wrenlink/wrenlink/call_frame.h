@@ -37,9 +37,10 @@ inline void reportOutOfMemory() noexcept {
     }
 }
 
-// Runs some work so that no exception reaches the host, which may be written in C.
+// Runs some work so that running out of memory does not reach the host, which may be written in C.
+// What a host's own callback throws passes through.
 template <class Work>
-void guardMemory(Work&& work) noexcept {
+void guardMemory(Work&& work) {
     try {
         work();
     } catch (const std::bad_alloc&) {
@@ -49,7 +50,7 @@ void guardMemory(Work&& work) noexcept {
 
 // Runs work(stream) on the named stream; 262 "Invalid stream" when there is none.
 template <class Work>
-void onStream(StreamName name, Work&& work) noexcept {
+void onStream(StreamName name, Work&& work) {
     guardMemory([&] {
         const CUsbStreamRef stream = name.find();
         if (stream)

@@ -1,4 +1,6 @@
 // MGCMD exchanges and the state of the chip's XAP processor. Each operation is one exchange.
+// Without a selected adapter the exchange fails with nothing stored, so that the status is 1 only
+// when the thread has an earlier error.
 #ifndef WRENLINK_WRENLINK_MGCMD_H
 #define WRENLINK_WRENLINK_MGCMD_H
 

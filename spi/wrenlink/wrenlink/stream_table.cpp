@@ -11,7 +11,12 @@ CUsbStreamTable& streamTable() { return *theTable; }
 
 CUsbStreamTable::CUsbStreamTable() { theTable = this; }
 
-CUsbStreamTable::~CUsbStreamTable() = default;
+CUsbStreamTable::~CUsbStreamTable() {
+    const LocalLockGuard guard(lock_);
+    slots_.reset();
+    count_ = 0;
+    legacyAssigned_ = false;
+}
 
 bool CUsbStreamTable::addStream(std::uint32_t* id, CUsbStreamData* stream) {
     const LocalLockGuard guard(lock_);
@@ -47,6 +52,7 @@ CUsbStreamRef CUsbStreamTable::getLegacyStream() {
 
 bool CUsbStreamTable::assignLegacyStream(CUsbStreamData* stream) {
     const LocalLockGuard guard(lock_);
+    if (slots_ == nullptr || (*slots_)[stream->id()] != stream) return true;
     if (legacyAssigned_) return legacyId_ == stream->id();
     legacyAssigned_ = true;
     legacyId_ = stream->id();

@@ -46,7 +46,8 @@ class CUsbStreamTable {
     CUsbStreamTable();
     CUsbStreamTable(const CUsbStreamTable&) = delete;
     CUsbStreamTable& operator=(const CUsbStreamTable&) = delete;
-    // Streams that are still open are left as they are.
+    // Streams that are still open are left as they are. A thread that is still in a call, as the
+    // process exits, finds an empty table.
     ~CUsbStreamTable();
 
     // Stores a stream, which the table then owns, in the first free slot after the one assigned
@@ -57,7 +58,8 @@ class CUsbStreamTable {
     CUsbStreamRef getStream(std::uint32_t id);
     // A reference to the legacy stream; empty when there is none.
     CUsbStreamRef getLegacyStream();
-    // Makes a stored stream the legacy stream; false when another one is.
+    // Makes a stored stream the legacy stream; false when another one is. A stream that was taken
+    // out meanwhile is left alone, as one that is closed right afterwards would be.
     bool assignLegacyStream(CUsbStreamData* stream);
     // Gives a reference back; null is allowed.
     void releaseStream(CUsbStreamData* stream);
