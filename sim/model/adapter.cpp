@@ -129,18 +129,18 @@ std::size_t Adapter::readWords(const Entry& entry, std::span<std::uint8_t> reply
     bool failed = false;
     for (std::uint32_t i = 0; i < entry.second; ++i) {
         failed = failed || isFaulty(entry.first + i);
-        storeBig(reply, 6 + 2u * i, word(entry.first + i));
+        storeBig(reply, 6 + wordBytes(i), word(entry.first + i));
     }
     storeBig(reply, 0, statusOf(Code::read, failed));
     storeBig(reply, 2, entry.first);
     storeBig(reply, 4, entry.second);
-    return 6 + 2u * entry.second;
+    return 6 + wordBytes(entry.second);
 }
 
 void Adapter::writeWords(const Entry& entry) {
     for (std::uint32_t i = 0; i < entry.second; ++i) {
         const std::uint32_t address = entry.first + i;
-        if (!isFaulty(address)) setWord(address, loadBig(entry.words, 2u * i));
+        if (!isFaulty(address)) setWord(address, loadBig(entry.words, wordBytes(i)));
     }
 }
 
@@ -151,12 +151,12 @@ std::size_t Adapter::carryOutMgcmd(Bytes frame, std::span<std::uint8_t> reply) c
     storeBig(reply, 0, statusOf(Code::mgcmd, failed));
     storeBig(reply, 2, count);
     for (std::size_t i = 0; i < count; ++i) {
-        const unsigned asked = loadBig(frame, kPayloadAt + 2 + 2 * i);
+        const unsigned asked = loadBig(frame, kPayloadAt + 2 + wordBytes(i));
         const unsigned answered = (asked ^ settings.mgcmdFirst) + settings.mgcmdSecond;
-        storeBig(reply, 4 + 2 * i,
+        storeBig(reply, 4 + wordBytes(i),
                  failed ? std::uint16_t{0} : static_cast<std::uint16_t>(answered));
     }
-    return 4 + 2u * count;
+    return 4 + wordBytes(count);
 }
 
 }  // namespace quillsim

@@ -42,8 +42,8 @@ Verdict judgeCounted(Bytes frame, const Command& command, std::uint16_t replyLen
     if (frame.size() < kPayloadAt + 2) return Verdict::requestLength;
     const std::size_t count = loadBig(frame, kPayloadAt);
     if (count > command.highest) return Verdict::overBudget;
-    if (frame.size() != kPayloadAt + 2 + 2 * count) return Verdict::requestLength;
-    if (replyLength != 4 + 2 * count) return Verdict::replyLength;
+    if (frame.size() != kPayloadAt + 2 + wordBytes(count)) return Verdict::requestLength;
+    if (replyLength != 4 + wordBytes(count)) return Verdict::replyLength;
     return Verdict::good;
 }
 
@@ -55,7 +55,7 @@ Verdict judgeBatch(Bytes frame, std::uint16_t replyLength, std::uint16_t firmwar
     BatchWalk walk(frame.subspan(kCodeAt));
     for (Entry entry; walk.next(entry);) {
         if (entry.code == Code::read) {
-            replyBytes += kEntryHeader + 2u * entry.second;
+            replyBytes += kEntryHeader + wordBytes(entry.second);
         } else if (entry.code == Code::commandBits) {
             if (!hasCommandBits(firmware)) return Verdict::firmware;
             if (entry.first > findCommand(entry.code)->highest) return Verdict::value;
@@ -121,10 +121,10 @@ bool BatchWalk::next(Entry& entry) {
     rest_ = rest_.subspan(kEntryHeader);
     if (code != Code::write) return true;
 
-    const std::size_t wordBytes = 2u * entry.second;
-    if (rest_.size() < wordBytes) return stop(Verdict::entryTruncated);
-    entry.words = rest_.first(wordBytes);
-    rest_ = rest_.subspan(wordBytes);
+    const std::size_t size = wordBytes(entry.second);
+    if (rest_.size() < size) return stop(Verdict::entryTruncated);
+    entry.words = rest_.first(size);
+    rest_ = rest_.subspan(size);
     return true;
 }
 

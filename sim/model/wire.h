@@ -22,11 +22,13 @@ inline constexpr std::size_t kReservedAt = 4;
 inline constexpr std::size_t kCodeAt = 5;  // also the first entry of a batch
 inline constexpr std::size_t kPayloadAt = 7;
 
+inline constexpr std::size_t wordBytes(std::size_t words) { return 2 * words; }
+
 // The firmware's buffers: a batch, request and reply alike, and the words of one MGCMD command.
 inline constexpr std::size_t kBatchLimit = 1016;
 inline constexpr std::size_t kMgcmdWordLimit = 508;
-inline constexpr std::size_t kFrameLimit = kPayloadAt + 2 + 2 * kMgcmdWordLimit;
-inline constexpr std::size_t kReplyLimit = 4 + 2 * kMgcmdWordLimit;
+inline constexpr std::size_t kFrameLimit = kPayloadAt + 2 + wordBytes(kMgcmdWordLimit);
+inline constexpr std::size_t kReplyLimit = 4 + wordBytes(kMgcmdWordLimit);
 
 enum class Code : std::uint16_t {
     none = 0,

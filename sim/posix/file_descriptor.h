@@ -20,6 +20,8 @@ class FileDescriptor {
         }
         return *this;
     }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
     ~FileDescriptor() { reset(); }
 
     int get() const { return fd_; }

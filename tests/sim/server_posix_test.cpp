@@ -44,14 +44,13 @@ class TemporaryFolder {
     path path_;
 };
 
-// A quillsim of its own.
-class ServerProcess {
+// A quillsim of its own, server or client.
+class Quillsim {
    public:
-    ServerProcess(const path& runtime, std::vector<std::string> arguments) {
+    Quillsim(const path& runtime, std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), {QUILLSIM, "--runtime-dir", runtime.string()});
-        std::vector<char*> argv;
-        for (std::string& argument : arguments) argv.push_back(argument.data());
-        argv.push_back(nullptr);
+        std::vector<char*> argv(arguments.size() + 1);
+        for (std::size_t i = 0; i < arguments.size(); ++i) argv[i] = arguments[i].data();
         int out[2];
         if (::pipe2(out, O_CLOEXEC) != 0) std::abort();
         pid_ = ::fork();
@@ -61,29 +60,42 @@ class ServerProcess {
             ::_exit(127);
         }
         ::close(out[1]);
-        char line[16] = {};
-        const ssize_t size = ::read(out[0], line, sizeof line - 1);
-        ready_ = size > 0 && std::string(line) == "ready\n";
-        ::close(out[0]);
+        output_ = ::fdopen(out[0], "r");
     }
-    ServerProcess(const ServerProcess&) = delete;
-    ServerProcess& operator=(const ServerProcess&) = delete;
-    ~ServerProcess() { end(SIGKILL); }
+    Quillsim(const Quillsim&) = delete;
+    Quillsim& operator=(const Quillsim&) = delete;
+    ~Quillsim() {
+        kill(SIGKILL);
+        std::fclose(output_);
+    }
 
-    bool ready() const { return ready_; }
-    // The exit code, or minus the signal.
-    int end(int signal) {
-        if (pid_ <= 0) return 0;
-        ::kill(pid_, signal);
+    // What it prints, up to a line's end, which is included; empty when it has ended.
+    std::string readLine() {
+        std::string line;
+        for (int character = 0; character != '\n';) {
+            character = std::fgetc(output_);
+            if (character == EOF) break;
+            line += static_cast<char>(character);
+        }
+        return line;
+    }
+    // The exit code, once it ends by itself.
+    int wait() {
         int status = 0;
         ::waitpid(pid_, &status, 0);
-        pid_ = -1;
+        pid_ = 0;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    // The exit code after a signal, or minus the signal.
+    int kill(int signal) {
+        if (pid_ <= 0) return 0;
+        ::kill(pid_, signal);
+        return wait();
     }
 
    private:
-    pid_t pid_ = -1;
-    bool ready_ = false;
+    pid_t pid_ = 0;
+    FILE* output_ = nullptr;
 };
 
 // A host that has an adapter open.
@@ -138,16 +150,14 @@ class ServerTest : public testing::Test {
         return names;
     }
 
-    // Runs the client and returns its output; a failing one gives "failed".
+    // Sends a command and returns what the client prints; "failed" when it fails.
     std::string control(const std::string& command) const {
-        const std::string line = std::string(QUILLSIM) + " --runtime-dir '" + runtime_.string() +
-                                 "' --control '" + command + "' 2>&1";
-        FILE* pipe = ::popen(line.c_str(), "r");
+        Quillsim client(runtime_, {"--control", command});
         std::string output;
-        for (int character = std::fgetc(pipe); character != EOF; character = std::fgetc(pipe)) {
-            output += static_cast<char>(character);
+        for (std::string line = client.readLine(); !line.empty(); line = client.readLine()) {
+            output += line;
         }
-        return ::pclose(pipe) == 0 ? output : "failed: " + output;
+        return client.wait() == 0 ? output : "failed";
     }
 
     TemporaryFolder folder_;
@@ -155,30 +165,30 @@ class ServerTest : public testing::Test {
 };
 
 TEST_F(ServerTest, OffersAdaptersAndCleansUp) {
-    ServerProcess server(runtime_, {"--adapters", "11", "--mode", "0750"});
-    ASSERT_TRUE(server.ready());
+    Quillsim server(runtime_, {"--adapters", "11", "--mode", "0750"});
+    ASSERT_EQ(server.readLine(), "ready\n");
     EXPECT_EQ(adapterNames().front(), "quill00");
     EXPECT_EQ(adapterNames().back(), "quill10");
     struct stat status {};
     ASSERT_EQ(::stat((runtime_ / "objects").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 02750U);
-    EXPECT_EQ(server.end(SIGTERM), 0);
+    EXPECT_EQ(server.kill(SIGTERM), 0);
     EXPECT_THAT(adapterNames(), IsEmpty());
     EXPECT_FALSE(exists(runtime_ / "quillsim.control"));
 }
 
 TEST_F(ServerTest, TakesOverFromADeadServerButNotFromALiveOne) {
-    ServerProcess killed(runtime_, {"--adapters", "3"});
-    ASSERT_TRUE(killed.ready());
-    EXPECT_EQ(killed.end(SIGKILL), -SIGKILL);
+    Quillsim killed(runtime_, {"--adapters", "3"});
+    ASSERT_EQ(killed.readLine(), "ready\n");
+    EXPECT_EQ(killed.kill(SIGKILL), -SIGKILL);
 
-    ServerProcess server(runtime_, {"--adapters", "2"});
-    ASSERT_TRUE(server.ready());
+    Quillsim server(runtime_, {"--adapters", "2"});
+    ASSERT_EQ(server.readLine(), "ready\n");
     EXPECT_THAT(adapterNames(), ElementsAre("quill0", "quill1"));
 
-    ServerProcess second(runtime_, {"--adapters", "1"});
-    EXPECT_FALSE(second.ready());
-    EXPECT_EQ(second.end(0), 1);
+    Quillsim second(runtime_, {"--adapters", "1"});
+    EXPECT_EQ(second.readLine(), "");
+    EXPECT_EQ(second.wait(), 1);
     Host host(adapterPath("quill0"));
     host.askDelay();
     EXPECT_EQ(host.awaitMessage(5000), 8);
@@ -186,13 +196,14 @@ TEST_F(ServerTest, TakesOverFromADeadServerButNotFromALiveOne) {
 
 TEST_F(ServerTest, ServesAPathTooLongForASocketAddress) {
     runtime_ = folder_.get() / std::string(120, 'x');
-    ServerProcess server(runtime_, {"--adapters", "1"});
-    ASSERT_TRUE(server.ready());
+    Quillsim server(runtime_, {"--adapters", "1"});
+    ASSERT_EQ(server.readLine(), "ready\n");
     EXPECT_THAT(control("count 0"), HasSubstr("requests=0 "));
 }
 
 TEST_F(ServerTest, SilentAndDelayedRequestsHoldNobodyUp) {
-    ServerProcess server(runtime_, {"--adapters", "2"});
+    Quillsim server(runtime_, {"--adapters", "2"});
+    ASSERT_EQ(server.readLine(), "ready\n");
     EXPECT_EQ(control("fault 0 silence 1"), "");
     EXPECT_EQ(control("fault 1 delay 400 1"), "");
     Host silent(adapterPath("quill0"));
@@ -209,7 +220,8 @@ TEST_F(ServerTest, SilentAndDelayedRequestsHoldNobodyUp) {
 }
 
 TEST_F(ServerTest, EndsARequestTheWayThatAFaultSays) {
-    ServerProcess server(runtime_, {"--adapters", "1"});
+    Quillsim server(runtime_, {"--adapters", "1"});
+    ASSERT_EQ(server.readLine(), "ready\n");
     struct Case {
         const char* fault;
         ssize_t size;
@@ -228,7 +240,8 @@ TEST_F(ServerTest, EndsARequestTheWayThatAFaultSays) {
 }
 
 TEST_F(ServerTest, UnpluggingCutsHostsOffUntilItIsPluggedAgain) {
-    ServerProcess server(runtime_, {"--adapters", "2"});
+    Quillsim server(runtime_, {"--adapters", "2"});
+    ASSERT_EQ(server.readLine(), "ready\n");
     Host host(adapterPath("quill0"));
     ASSERT_TRUE(host.isOpen());
     EXPECT_EQ(control("unplug 0"), "");
@@ -241,13 +254,14 @@ TEST_F(ServerTest, UnpluggingCutsHostsOffUntilItIsPluggedAgain) {
 TEST_F(ServerTest, StartsWithItsOptionsAndLogsRequests) {
     std::ofstream(folder_.get() / "image", std::ios::binary) << "\x34\x12";
     const std::string logFile = folder_.get() / "log";
-    ServerProcess server(runtime_, {"--adapters", "2", "--id", "7", "--firmware", "1.4", "--memory",
-                                    folder_.get() / "image", "--xap", "stopped", "--log", logFile});
+    Quillsim server(runtime_, {"--adapters", "2", "--id", "7", "--firmware", "1.4", "--memory",
+                               folder_.get() / "image", "--xap", "stopped", "--log", logFile});
+    ASSERT_EQ(server.readLine(), "ready\n");
     EXPECT_THAT(control("state 0"), HasSubstr(" id=7 firmware=1.4 "));
     EXPECT_THAT(control("state 1"), HasSubstr(" id=200 firmware=1.4 "));
     EXPECT_THAT(control("state 1"), HasSubstr(" xap=0x0001 "));
     EXPECT_EQ(control("peek 0 0 2"), "0x1234 0x0000\n");
-    EXPECT_EQ(control("peek 2 0 1"), "failed: quillsim: error: no such adapter\n");
+    EXPECT_EQ(control("peek 2 0 1"), "failed");
 
     Host host(adapterPath("quill1"));
     host.askDelay();
