@@ -156,9 +156,18 @@ TEST_F(RuntimeDir, AdaptersAreTheSocketsInByteOrder) {
     fs::create_directory_symlink(runtime_.path(), runtime_.path() / "alias");
     ::setenv("WRENLINK_RUNTIME_DIR", (runtime_.path() / "alias/objects/..//").c_str(), 1);
     EXPECT_EQ(presentAdapters(32), all) << "one directory, one path";
-    ::setenv("WRENLINK_RUNTIME_DIR", (runtime_.path() / "missing").c_str(), 1);
-    EXPECT_TRUE(presentAdapters(32).empty());
-    EXPECT_FALSE(KernelMutex("mutex").valid());
+}
+
+TEST_F(RuntimeDir, WithoutADirectoryThereIsNothing) {
+    makeSocket(adapters_ / "quill");
+    // A relative path is none, even where it leads to the directory now.
+    const fs::path relative = fs::relative(runtime_.path());
+    for (const fs::path& directory : {runtime_.path() / "missing", relative}) {
+        ::setenv("WRENLINK_RUNTIME_DIR", directory.c_str(), 1);
+        EXPECT_TRUE(presentAdapters(32).empty()) << directory;
+        EXPECT_FALSE(KernelMutex("mutex").valid()) << directory;
+        EXPECT_EQ(lastError(), static_cast<ErrorCode>(ENOENT));
+    }
 }
 
 }  // namespace
