@@ -40,11 +40,11 @@ TEST(BatchTest, ReportsFaultyWordsAndLosesWritesToThem) {
     Bench bench;
     bench.control("poke 0 0x20 1 2 3");
     bench.control("faulty 0 0x21 0x21");
-    // Reads of 20, of 20 to 21, and of 22.
-    EXPECT_EQ(bench.ask("17 00 1a 00 00 01 00 00 20 00 01 00 00 01 00 00 20 00 02"
+    // Reads of 20, of 20 to 22, and of 22.
+    EXPECT_EQ(bench.ask("17 00 1c 00 00 01 00 00 20 00 01 00 00 01 00 00 20 00 03"
                         "00 00 01 00 00 22 00 01"),
               "0100002000010001"
-              "01010020000200010002"
+              "010100200003000100020003"
               "0100002200010003");
     EXPECT_EQ(bench.ask("0b 00 00 00 00 02 00 00 20 00 02 00 07 00 08"), "");
     EXPECT_EQ(bench.control("peek 0 0x20 2"), "0x0007 0x0002\nok\n");
