@@ -154,11 +154,19 @@ TEST(Streams, OneIsTheLegacyStream) {
     EXPECT_EQ(spifns_count_streams(), 2U);
 
     static std::vector<std::string> texts;
-    spifns_legacy_debug_callback callback = [](const char* text) { texts.emplace_back(text); };
+    static void* location = nullptr;
+    // The second argument is one that a host's function need not have.
+    constexpr spifns_debug_callback kCollect = [](const char* text, void* at) {
+        texts.emplace_back(text);
+        location = at;
+    };
+    auto callback =
+        reinterpret_cast<spifns_legacy_debug_callback>(reinterpret_cast<void (*)()>(kCollect));
     spifns_set_debug_callback(&callback);
     SpiAction select[] = {setting("SPIPORT", "0"), setting("SPIMUL", "2")};
     EXPECT_EQ(spifns_sequence(select, 2), 0);
     EXPECT_EQ(texts, std::vector<std::string>{"Quill mul dev 2"});
+    EXPECT_EQ(location, &callback);
     callback = nullptr;
     EXPECT_EQ(spifns_sequence(select, 2), 0);
     spifns_set_debug_callback(nullptr);
