@@ -47,6 +47,12 @@ class Server {
         if (thread_.joinable()) thread_.join();
     }
 
+    // Takes a waiting connection and ends it; for a server that serves none.
+    void dropConnection() {
+        const Descriptor connection(::accept(listener_.get(), nullptr, nullptr));
+        EXPECT_TRUE(connection.valid());
+    }
+
     // The request as it came; complete when the server has ended.
     const std::string& request() {
         if (thread_.joinable()) thread_.join();
@@ -128,13 +134,17 @@ TEST_F(DeviceTest, ClosedConnectionIsReset) {
 }
 
 TEST_F(DeviceTest, ServerThatIsGoneBeforeTheRequestIsReset) {
-    Device device;
-    {
-        const Server server(path_, nullptr);
-        ASSERT_TRUE(device.open(path_.c_str()));
+    for (const bool accepted : {true, false}) {
+        std::filesystem::remove(path_);
+        Device device;
+        {
+            Server server(path_, nullptr);
+            ASSERT_TRUE(device.open(path_.c_str()));
+            if (accepted) server.dropConnection();
+        }
+        EXPECT_EQ(device.start(kControlCode, "request", 7, reply_.data(), 4), RequestStart::failed);
+        EXPECT_EQ(lastError(), static_cast<ErrorCode>(ECONNRESET)) << accepted;
     }
-    EXPECT_EQ(device.start(kControlCode, "request", 7, reply_.data(), 4), RequestStart::failed);
-    EXPECT_EQ(lastError(), static_cast<ErrorCode>(ECONNRESET));
 }
 
 TEST_F(DeviceTest, LateReplyLandsNowhere) {

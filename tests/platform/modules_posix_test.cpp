@@ -5,12 +5,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "platform/os.h"
 #include "platform/thread_local_slot.h"
@@ -65,12 +68,12 @@ std::uint32_t attachCount() {
     return count;
 }
 
-// The thread key that the process would get next.
-pthread_key_t nextKey() {
-    pthread_key_t key = 0;
-    EXPECT_EQ(::pthread_key_create(&key, nullptr), 0);
-    ::pthread_key_delete(key);
-    return key;
+// How many thread keys the process can still have.
+std::size_t freeKeyCount() {
+    std::vector<pthread_key_t> keys;
+    for (pthread_key_t key = 0; ::pthread_key_create(&key, nullptr) == 0;) keys.push_back(key);
+    for (const pthread_key_t key : keys) ::pthread_key_delete(key);
+    return keys.size();
 }
 
 auto descriptorCount() {
@@ -114,7 +117,7 @@ TEST(StoreModules, ShareOneRegistry) {
 
 TEST(StoreModules, LeaveNothingBehind) {
     const auto descriptors = descriptorCount();
-    const pthread_key_t key = nextKey();
+    const std::size_t keys = freeKeyCount();
     StoreCounter discarded{0};
     for (int round = 1; round <= 100; ++round) {
         {
@@ -127,7 +130,7 @@ TEST(StoreModules, LeaveNothingBehind) {
         }
         ASSERT_EQ(discarded, 2 * round);
     }
-    EXPECT_EQ(nextKey(), key);
+    EXPECT_EQ(freeKeyCount(), keys);
     EXPECT_EQ(descriptorCount(), descriptors);
     EXPECT_EQ(attachCount(), 0U);
 }
@@ -147,9 +150,20 @@ TEST(StoreModules, LoadAndWorkInManyThreadsAtOnce) {
     EXPECT_EQ(attachCount(), 0U);
 }
 
-// Checks the store in a child of fork. A good child ends itself by SIGKILL: to a memory checker an
-// exit would be the end of a program that has lost its other threads' memory. One that hangs is
-// ended by its alarm.
+// Ends a child of fork. A good one ends itself by SIGKILL: to a memory checker an exit would be the
+// end of a program that has lost its other threads' memory.
+[[noreturn]] void endChild(bool good) {
+    if (good) ::kill(::getpid(), SIGKILL);
+    ::_exit(1);
+}
+
+bool endedWell(pid_t child) {
+    int status = -1;
+    return ::waitpid(child, &status, 0) == child && WIFSIGNALED(status) &&
+           WTERMSIG(status) == SIGKILL;
+}
+
+// One that hangs is ended by its alarm.
 [[noreturn]] void checkInChild(const ThreadLocalSlot& slot, const Module& module, void* expected) {
     ::alarm(20);
     static StoreCounter own{0};
@@ -158,8 +172,7 @@ TEST(StoreModules, LoadAndWorkInManyThreadsAtOnce) {
     good = good && another.set(&own) && another.get() == &own;
     module.threadEnd();
     good = good && slot.get() == nullptr && module.set(&own) && module.get() == &own;
-    if (good) ::kill(::getpid(), SIGKILL);
-    ::_exit(1);
+    endChild(good);
 }
 
 TEST(StoreModules, ForkedChildHasItsOwnWorkingStore) {
@@ -179,15 +192,32 @@ TEST(StoreModules, ForkedChildHasItsOwnWorkingStore) {
     for (int round = 0; round < 100; ++round) {
         const pid_t child = ::fork();
         if (child == 0) checkInChild(slot, module, &value);
-        int status = -1;
-        EXPECT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "status " << status;
+        EXPECT_TRUE(endedWell(child)) << "round " << round;
         if (HasFailure()) break;
     }
     done = true;
     busy.join();
     EXPECT_EQ(slot.get(), &value) << "the child's thread end is not the parent's";
     EXPECT_EQ(value, 0);
+}
+
+TEST(StoreModules, ForkWaitsUntilTheStoreIsWhole) {
+    os::ProcessMutex* const mutex = os::openProcessMutex("TLS Mutex");
+    ASSERT_NE(mutex, nullptr);
+    std::atomic<bool> atWork{false};
+    std::thread other([&] {
+        os::lockProcessMutex(mutex);
+        atWork = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        atWork = false;
+        os::unlockProcessMutex(mutex);
+    });
+    while (!atWork) std::this_thread::yield();
+    const pid_t child = ::fork();
+    if (child == 0) endChild(!atWork);
+    EXPECT_TRUE(endedWell(child));
+    other.join();
+    os::closeProcessMutex(mutex);
 }
 
 }  // namespace

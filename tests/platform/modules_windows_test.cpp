@@ -63,7 +63,7 @@ DWORD nextThreadIndex() {
 }
 
 HANDLE nextHandle() {
-    const HANDLE event = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    HANDLE event = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
     ::CloseHandle(event);
     return event;
 }

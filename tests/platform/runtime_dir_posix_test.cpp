@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "platform/os.h"
 #include "platform/shared_memory.h"
@@ -34,6 +35,11 @@ class RuntimeDir : public testing::Test {
 
     static void makeFile(const fs::path& path, std::size_t size) {
         std::ofstream(path) << std::string(size, 'x');
+    }
+
+    static std::string contents(const fs::path& path) {
+        std::ifstream file(path);
+        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     static void makeSocket(const fs::path& path) {
@@ -81,10 +87,11 @@ TEST_F(RuntimeDir, NewFilesHaveTheAccessOfTheirFolder) {
 }
 
 TEST_F(RuntimeDir, ForeignFilesAreRefusedAndLeftAlone) {
-    makeFile(runtime_.path() / "victim", kSize);
-    fs::create_symlink("../victim", objects_ / "link");
+    const fs::path victims[] = {runtime_.path() / "linked", runtime_.path() / "hard linked"};
+    for (const fs::path& victim : victims) makeFile(victim, kSize);
+    fs::create_symlink(victims[0], objects_ / "link");
+    fs::create_hard_link(victims[1], objects_ / "hard link");
     fs::create_symlink("nowhere", objects_ / "dangling link");
-    fs::create_hard_link(runtime_.path() / "victim", objects_ / "hard link");
     fs::create_directory(objects_ / "folder");
     makeSocket(objects_ / "socket");
     ASSERT_EQ(::mkfifo((objects_ / "pipe").c_str(), 0666), 0);
@@ -95,7 +102,7 @@ TEST_F(RuntimeDir, ForeignFilesAreRefusedAndLeftAlone) {
         EXPECT_FALSE(KernelMutex(name).valid()) << name;
         EXPECT_FALSE(canMap(name)) << name;
     }
-    EXPECT_EQ(fs::file_size(runtime_.path() / "victim"), kSize);
+    for (const fs::path& victim : victims) EXPECT_EQ(contents(victim), std::string(kSize, 'x'));
     EXPECT_EQ(fs::file_size(objects_ / "short"), kSize - 1);
     EXPECT_EQ(fs::file_size(objects_ / "long"), kSize + 1);
     EXPECT_FALSE(fs::exists(objects_ / "nowhere"));

@@ -116,9 +116,12 @@ TEST_F(ThreadLocalSlotTest, MutexOpensAgainAfterItsClosing) {
         closeThreadStoreMutex();
     }
     EXPECT_EQ(discarded.size(), 2U);
-    os::ProcessBlock registry = os::openProcessBlock("TLS Memory", 16);
-    EXPECT_FALSE(registry.existed) << "the last slot ends the registry";
-    os::closeProcessBlock(registry);
+    for (const char* name : {"TLS Memory", "TLS Mutex"}) {
+        os::ProcessBlock block = os::openProcessBlock(name, 16);
+        EXPECT_NE(block.view, nullptr) << name << " is still something else";
+        EXPECT_FALSE(block.existed) << name << " outlives the last slot";
+        os::closeProcessBlock(block);
+    }
 }
 
 TEST_F(ThreadLocalSlotTest, SlotWithoutAnIndexHoldsNothing) {
