@@ -12,8 +12,8 @@ inline HANDLE openMapping(std::string_view name, std::size_t size, bool& existed
     existed = false;
     const WideName wideName(name);
     if (wideName.get() == nullptr) return nullptr;
-    const HANDLE mapping = ::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                                static_cast<DWORD>(size), wideName.get());
+    HANDLE mapping = ::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                          static_cast<DWORD>(size), wideName.get());
     const DWORD error = ::GetLastError();
     existed = mapping != nullptr && error == ERROR_ALREADY_EXISTS;
     return mapping;

@@ -26,7 +26,7 @@ HANDLE toHandle(ProcessMutex* mutex) noexcept { return reinterpret_cast<HANDLE>(
 
 ProcessBlock openProcessBlock(const char* name, std::size_t size) noexcept {
     ProcessBlock block;
-    const HANDLE mapping = openMapping(ProcessName(name).text(), size, block.existed);
+    HANDLE mapping = openMapping(ProcessName(name).text(), size, block.existed);
     if (mapping == nullptr) return block;
     block.handle = fromHandle(mapping);
     block.view = mapForWriting(mapping, size);

@@ -12,7 +12,7 @@ constexpr int kWideRoom = 1024;
 using WideText = std::array<wchar_t, kWideRoom>;
 
 // UTF-8 needs at most three bytes for a UTF-16 unit.
-constinit std::array<char, kWideRoom * 3> environmentValue{};
+constinit std::array<char, std::size_t{3} * kWideRoom> environmentValue{};
 
 // False when the text is not UTF-8, or too long.
 bool toWide(const char* text, WideText& wide) noexcept {
@@ -33,7 +33,7 @@ const char* environment(const char* name) noexcept {
 }
 
 LogFile standardError() noexcept {
-    const HANDLE handle = GetStdHandle(STD_ERROR_HANDLE);
+    HANDLE handle = GetStdHandle(STD_ERROR_HANDLE);
     return handle == nullptr ? kNoFile : reinterpret_cast<LogFile>(handle);
 }
 

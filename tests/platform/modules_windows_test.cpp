@@ -106,7 +106,7 @@ TEST(StoreModules, LeaveNothingBehind) {
     };
     round();  // what the system makes once
     const DWORD index = nextThreadIndex();
-    const HANDLE handle = nextHandle();
+    HANDLE handle = nextHandle();
     for (int i = 0; i < 100; ++i) round();
     EXPECT_EQ(discarded, 202);
     EXPECT_EQ(nextThreadIndex(), index);

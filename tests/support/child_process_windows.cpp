@@ -57,8 +57,7 @@ struct Pipe {
 
 // The stream owns the handle.
 std::FILE* streamOf(HANDLE handle, const char* mode) {
-    const int flags = _O_TEXT | (*mode == 'r' ? _O_RDONLY : 0);
-    return ::_fdopen(::_open_osfhandle(reinterpret_cast<intptr_t>(handle), flags), mode);
+    return ::_fdopen(::_open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_TEXT), mode);
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ HANDLE turn = nullptr;
 fs::path publicDocuments() {
     PWSTR path = nullptr;
     const HRESULT result = ::SHGetKnownFolderPath(FOLDERID_PublicDocuments, 0, nullptr, &path);
-    const fs::path folder = SUCCEEDED(result) ? fs::path(path) : fs::path();
+    fs::path folder = SUCCEEDED(result) ? fs::path(path) : fs::path();
     ::CoTaskMemFree(path);
     if (folder.empty()) throw std::system_error(result, std::system_category(), "known folder");
     return folder;
