@@ -1,8 +1,7 @@
 #include "tests/exports/host.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <cstdio>
 #include <numeric>
 #include <stdexcept>
 
@@ -18,7 +17,13 @@ SpiAction access(std::uint32_t type, std::uint32_t address, const Words& words) 
     return action;
 }
 
-std::string little(unsigned value) { return fmt::format("{:02x}{:02x}", value & 255, value >> 8); }
+std::string big(unsigned value) {
+    char digits[8];
+    std::snprintf(digits, sizeof digits, "%04x", value & 0xFFFF);
+    return digits;
+}
+
+std::string little(unsigned value) { return big((value & 0xFF) << 8 | (value >> 8 & 0xFF)); }
 
 }  // namespace
 
@@ -33,7 +38,7 @@ Failure lastFailure() {
 Failure outcome(int status) {
     if (status == 0) return {};
     if (status == 1) return lastFailure();
-    return {-1, 0, fmt::format("impossible status {}", status)};
+    return {-1, 0, "impossible status " + std::to_string(status)};
 }
 
 SpiAction readInto(std::uint32_t address, Words& words) {
@@ -80,7 +85,7 @@ Batch& Batch::entry(const Words& fields) {
         entries_ += "0000";
         requestLength_ += 2;
     }
-    for (const std::uint16_t field : fields) entries_ += fmt::format("{:04x}", field);
+    for (const std::uint16_t field : fields) entries_ += big(field);
     requestLength_ += 2 * static_cast<unsigned>(fields.size());
     return *this;
 }
