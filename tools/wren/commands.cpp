@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 
 #include "failure.h"
 #include "hex_view.h"
+#include "interruption.h"
 #include "number.h"
 #include "progress.h"
 #include "transfer.h"
@@ -36,22 +38,42 @@ void requireRegion(std::uint32_t address, std::size_t count) {
                                   wordCount(count), address));
 }
 
+// Receives a transfer's progress: shows it, and ends the transfer where the user interrupts it.
+class Watch {
+   public:
+    Watch(const char* doing, std::size_t total) : doing_(doing), total_(total), bar_(doing, total) {
+        noteInterrupts();
+    }
+
+    void operator()(std::size_t done) {
+        bar_.update(done);
+        if (interrupted())
+            throw Failure(ExitCode::interrupted, fmt::format("interrupted after {} {} of {}",
+                                                             doing_, done, wordCount(total_)));
+    }
+
+   private:
+    const char* doing_;
+    std::size_t total_;
+    ProgressBar bar_;
+};
+
 std::vector<std::uint16_t> readRegion(Session& session, std::uint32_t address, std::size_t count) {
     std::vector<std::uint16_t> words(count);
-    ProgressBar bar("reading", count);
-    readWords(session, address, words, [&](std::size_t done) { bar.update(done); });
+    Watch watch("reading", count);
+    readWords(session, address, words, std::ref(watch));
     return words;
 }
 
 void writeRegion(Session& session, std::uint32_t address, std::span<const std::uint16_t> words) {
-    ProgressBar bar("writing", words.size());
-    writeWords(session, address, words, [&](std::size_t done) { bar.update(done); });
+    Watch watch("writing", words.size());
+    writeWords(session, address, words, std::ref(watch));
 }
 
 void verifyRegion(Session& session, std::uint32_t address, std::span<const std::uint16_t> words) {
     const Comparison comparison = [&] {
-        ProgressBar bar("verifying", words.size());
-        return compareWords(session, address, words, [&](std::size_t done) { bar.update(done); });
+        Watch watch("verifying", words.size());
+        return compareWords(session, address, words, std::ref(watch));
     }();
     if (comparison.differing == 0) return;
     for (const Difference& word : comparison.first)

@@ -13,11 +13,12 @@ namespace wren {
 // The exit codes that scripts rely on.
 enum class ExitCode : int {
     done = 0,
-    failed = 1,       // the operation failed
-    usage = 2,        // the command line makes no sense
-    noAdapter = 3,    // no such adapter
-    differs = 4,      // chip memory differs from what was written
-    unreachable = 5,  // the adapter is busy, unplugged or silent
+    failed = 1,         // the operation failed
+    usage = 2,          // the command line makes no sense
+    noAdapter = 3,      // no such adapter
+    differs = 4,        // chip memory differs from what was written
+    unreachable = 5,    // the adapter is busy, unplugged or silent
+    interrupted = 130,  // the user stopped it, with Ctrl-C
 };
 
 // A failure that ends the command. what() is one line without a line break.

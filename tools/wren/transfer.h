@@ -18,7 +18,7 @@ namespace wren {
 
 inline constexpr std::size_t kMemoryWords = 0x10000;
 
-// Is told the number of words that are done.
+// Is told the number of words that are done; what it throws ends the transfer there.
 using Progress = std::function<void(std::size_t)>;
 
 // A word of chip memory that is not what it should be.

@@ -1,0 +1,27 @@
+#include "interruption.h"
+
+#include <atomic>
+#include <csignal>
+
+namespace wren {
+
+namespace {
+
+// Some systems run the handler on a thread of its own.
+std::atomic<bool> noted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler must not wait");
+
+extern "C" void noteInterrupt(int signal) {
+    std::signal(signal, SIG_DFL);
+    noted = true;
+}
+
+}  // namespace
+
+void noteInterrupts() noexcept {
+    if (std::signal(SIGINT, noteInterrupt) == SIG_IGN) std::signal(SIGINT, SIG_IGN);
+}
+
+bool interrupted() noexcept { return noted; }
+
+}  // namespace wren
