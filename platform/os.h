@@ -85,12 +85,14 @@ class LocalMutex {
     LocalMutex() noexcept;
     LocalMutex(const LocalMutex&) = delete;
     LocalMutex& operator=(const LocalMutex&) = delete;
-    ~LocalMutex();
+    ~LocalMutex() { destroy(); }
 
     void enter() noexcept;
     void leave() noexcept;
 
    private:
+    void destroy() noexcept;
+
     alignas(8) std::byte native_[40];
 };
 

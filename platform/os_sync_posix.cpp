@@ -81,7 +81,7 @@ LocalMutex::LocalMutex() noexcept {
     ::pthread_mutexattr_destroy(&attributes);
 }
 
-LocalMutex::~LocalMutex() = default;
+void LocalMutex::destroy() noexcept {}
 
 void LocalMutex::enter() noexcept { ::pthread_mutex_lock(mutex(native_)); }
 void LocalMutex::leave() noexcept { ::pthread_mutex_unlock(mutex(native_)); }

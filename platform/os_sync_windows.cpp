@@ -47,7 +47,7 @@ void KernelMutex::close() noexcept { closeQuietly(std::exchange(handle_, kNoHand
 static_assert(sizeof(CRITICAL_SECTION) == sizeof(LocalMutex));
 
 LocalMutex::LocalMutex() noexcept { ::InitializeCriticalSection(section(native_)); }
-LocalMutex::~LocalMutex() { ::DeleteCriticalSection(section(native_)); }
+void LocalMutex::destroy() noexcept { ::DeleteCriticalSection(section(native_)); }
 void LocalMutex::enter() noexcept { ::EnterCriticalSection(section(native_)); }
 void LocalMutex::leave() noexcept { ::LeaveCriticalSection(section(native_)); }
 
