@@ -1,0 +1,81 @@
+// The bus that the adapters hang on, and the control device beside it. One bus exists at a time.
+#ifndef WRENLINK_SIM_WINDOWS_BUS_H
+#define WRENLINK_SIM_WINDOWS_BUS_H
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+#include "sim/model/command.h"
+#include "sim/windows/adapter_port.h"
+#include "sim/windows/control_protocol.h"
+
+namespace quillsim {
+
+class Bus;
+
+// The device by which programs send command lines.
+class ControlDevice final : public Role {
+   public:
+    explicit ControlDevice(Bus& bus) : bus_(bus) {}
+    ControlDevice(const ControlDevice&) = delete;
+    ControlDevice& operator=(const ControlDevice&) = delete;
+    ~ControlDevice() { remove(); }
+
+    NTSTATUS make(DRIVER_OBJECT* driver);
+    void remove();
+
+    NTSTATUS serve(IRP& irp, IO_STACK_LOCATION& stack) override;
+
+   private:
+    NTSTATUS runLine(IRP& irp, const IO_STACK_LOCATION& stack);
+
+    Bus& bus_;
+    DEVICE_OBJECT* device_ = nullptr;
+};
+
+class Bus final : public Role {
+   public:
+    // Sets a bus up on the device that the system made for it; removing that device ends the bus.
+    static NTSTATUS add(DRIVER_OBJECT* driver, DEVICE_OBJECT* below);
+
+    NTSTATUS serve(IRP& irp, IO_STACK_LOCATION& stack) override;
+
+    // Carries out a command line: one of the adapters' commands, or one of the bus's own.
+    void runLine(std::string_view line, TextWriter& out);
+
+   private:
+    template <typename Type, typename... Arguments>
+    friend Type* makeInPool(Arguments&&... arguments);
+    template <typename Type>
+    friend void destroyInPool(Type* object);
+
+    Bus(DRIVER_OBJECT* driver, DEVICE_OBJECT* below);
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+    ~Bus() = default;
+
+    NTSTATUS setUp();
+    NTSTATUS tearDown(NTSTATUS status);
+    NTSTATUS passOn(IRP& irp);
+    NTSTATUS servePnp(IRP& irp, const IO_STACK_LOCATION& stack);
+    NTSTATUS reportChildren(IRP& irp);
+    void tellOfChange() { ::IoInvalidateDeviceRelations(context_.busDevice, BusRelations); }
+
+    // The bus's own commands; each returns why it fails, or nothing.
+    std::string_view setAdapters(std::string_view arguments);
+    std::string_view setOpenable(std::string_view arguments);
+    static bool plug(void* bus, std::size_t adapter, bool plugged);
+
+    PortContext context_;
+    ControlDevice control_{*this};
+    DEVICE_OBJECT* device_ = nullptr;
+    DEVICE_OBJECT* next_ = nullptr;  // where requests are passed on to
+    std::array<AdapterPort, kMostAdapters> ports_;
+    std::array<Adapter*, kMostAdapters> adapters_{};
+    std::size_t count_ = 0;
+};
+
+}  // namespace quillsim
+
+#endif

@@ -1,0 +1,168 @@
+// quillsim: installs the driver that offers simulated adapters to the hosts of this machine, steers
+// it, and removes it.
+#include <windows.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sim/model/adapter.h"
+#include "sim/windows/control_client.h"
+#include "sim/windows/control_protocol.h"
+#include "sim/windows/installation.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using quillsim::ControlClient;
+
+constexpr std::chrono::seconds kPatience(20);
+
+struct Arguments {
+    std::size_t adapters = 1;
+    std::vector<std::string> ids;
+    std::vector<std::string> firmware;
+    std::vector<std::string> memory;
+    std::vector<std::string> xap;
+    std::uint64_t answerMicroseconds = 0;
+    std::string command;
+    std::size_t awaited = 0;
+};
+
+void declareInstall(CLI::App& app, Arguments& arguments) {
+    app.add_option("--adapters", arguments.adapters, "how many adapters")
+        ->check(CLI::Range(std::size_t{0}, quillsim::kMostAdapters))
+        ->capture_default_str();
+    // Given once for each adapter in turn; where one is given for fewer, the rest as described.
+    const auto perAdapter = [&app](const char* name, auto& values, const char* description) {
+        return app.add_option(name, values, description)->allow_extra_args(false);
+    };
+    perAdapter("--id", arguments.ids, "adapter id (others: 100, 200, ... by number)");
+    perAdapter("--firmware", arguments.firmware, "MAJOR.MINOR (others: as the last one, or 1.9)");
+    perAdapter("--memory", arguments.memory,
+               "file of little-endian words from address 0 on (others: zeros)")
+        ->check(CLI::ExistingFile);
+    perAdapter("--xap", arguments.xap, "running or stopped (others: as the last one, or running)")
+        ->check(CLI::IsMember({"running", "stopped"}));
+    app.add_option("--answer-us", arguments.answerMicroseconds,
+                   "microseconds that every request takes");
+}
+
+// Tries something until it succeeds.
+template <typename Attempt>
+void await(Attempt attempt, const std::string& what) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (!attempt()) {
+        if (std::chrono::steady_clock::now() > end) throw std::runtime_error("no " + what);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
+void awaitAdapters(std::size_t count) {
+    await([count] { return quillsim::listAdapters().size() == count; },
+          "list of " + std::to_string(count) + " adapters");
+}
+
+fs::path ownFolder() {
+    wchar_t path[MAX_PATH] = L"";
+    ::GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return fs::path(path).parent_path();
+}
+
+void loadMemory(ControlClient& client, const std::string& adapter, const std::string& file) {
+    constexpr std::size_t kWordsALine = 32;
+    std::ifstream in(file, std::ios::binary);
+    const std::string image{std::istreambuf_iterator<char>(in), {}};
+    if (image.size() % 2 != 0) throw std::runtime_error(file + ": ends inside a word");
+    const std::size_t words = image.size() / 2;
+    if (words > quillsim::kMemoryWords) throw std::runtime_error(file + ": more than 65536 words");
+    for (std::size_t start = 0; start < words; start += kWordsALine) {
+        std::string line = "poke " + adapter + ' ' + std::to_string(start);
+        for (std::size_t i = start; i < words && i < start + kWordsALine; ++i) {
+            const auto low = static_cast<unsigned char>(image[2 * i]);
+            const auto high = static_cast<unsigned char>(image[2 * i + 1]);
+            line += ' ' + std::to_string(low + 256 * high);
+        }
+        client.run(line);
+    }
+}
+
+void configure(ControlClient& client, const Arguments& arguments) {
+    // The value of an adapter in a list given for some: its own, else the last one.
+    const auto valueFor = [](const std::vector<std::string>& values, std::size_t i) {
+        return i < values.size() ? values[i] : values.back();
+    };
+    client.run("adapters " + std::to_string(arguments.adapters));
+    for (std::size_t i = 0; i < arguments.adapters; ++i) {
+        const std::string number = std::to_string(i);
+        const std::string set = "set " + number;
+        if (i < arguments.ids.size()) client.run(set + " id " + arguments.ids[i]);
+        if (!arguments.firmware.empty()) {
+            client.run(set + " firmware " + valueFor(arguments.firmware, i));
+        }
+        if (!arguments.xap.empty()) client.run("xap " + number + ' ' + valueFor(arguments.xap, i));
+        client.run(set + " answer-us " + std::to_string(arguments.answerMicroseconds));
+        if (i < arguments.memory.size()) loadMemory(client, number, arguments.memory[i]);
+    }
+}
+
+void uninstall() {
+    quillsim::removeDriver();
+    await([] { return !ControlClient().isOpen(); }, "end of the driver");
+}
+
+void install(const Arguments& arguments) {
+    // A driver that is there already may be an older one.
+    uninstall();
+    quillsim::installDriver(ownFolder() / "quillsim.inf");
+    await([] { return ControlClient().isOpen(); }, "driver");
+    ControlClient client;
+    configure(client, arguments);
+    awaitAdapters(arguments.adapters);
+}
+
+void control(const std::string& command) {
+    ControlClient client;
+    if (!client.isOpen()) throw std::runtime_error("the driver is not installed");
+    std::cout << client.run(command);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Simulated Quill adapters with Marigold chips behind them"};
+    Arguments arguments;
+    app.require_subcommand(1);
+    CLI::App* const installing =
+        app.add_subcommand("install", "install the driver anew, with adapters at power-on");
+    declareInstall(*installing, arguments);
+    installing->callback([&] { install(arguments); });
+    app.add_subcommand("remove", "remove the driver")->callback(uninstall);
+    CLI::App* const controlling = app.add_subcommand("control", "send the driver a command");
+    controlling->add_option("COMMAND", arguments.command, "the line; \"help\" lists them")
+        ->required();
+    controlling->callback([&] { control(arguments.command); });
+    CLI::App* const waiting = app.add_subcommand("wait", "wait until so many adapters are listed");
+    waiting->add_option("COUNT", arguments.awaited)->required();
+    waiting->callback([&] { awaitAdapters(arguments.awaited); });
+    app.add_subcommand("list", "list the device paths of the adapters")->callback([] {
+        for (const std::string& path : quillsim::listAdapters()) std::cout << path << '\n';
+    });
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    } catch (const std::exception& error) {
+        std::cerr << "quillsim: " << error.what() << '\n';
+        return 1;
+    }
+    return 0;
+}
