@@ -12,7 +12,8 @@ namespace {
 using Texts = std::vector<std::string>;
 
 std::string visible(std::string text) {
-    for (std::size_t at = 0; (at = text.find('\n', at)) != text.npos;) text.replace(at, 1, "\\n");
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos;)
+        text.replace(at, 1, "\\n");
     return text;
 }
 

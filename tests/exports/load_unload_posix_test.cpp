@@ -71,7 +71,7 @@ std::size_t countMappings(const std::string& ofFile = "") {
     std::ifstream maps("/proc/self/maps");
     std::size_t count = 0;
     for (std::string line; std::getline(maps, line);)
-        if (line.find(ofFile) != line.npos) ++count;
+        if (line.find(ofFile) != std::string::npos) ++count;
     return count;
 }
 

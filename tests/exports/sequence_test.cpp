@@ -131,6 +131,12 @@ TEST_F(Sequence, IsSplitAndPacked) {
          "1.8",
          {{'r', 5, 1}, {'v', 0, 0, "NONE", "1"}, {'r', 6, 1}},
          {Batch().read(5, 1), Batch().read(6, 1)}},
+        {"bits are sent again after a change of mode",
+         "1.9",
+         {{'r', 5, 1}, {'w', 6, 1}, {'v', 0, 0, "QUILLMODE", "SPI"}, {'r', 5, 1}, {'w', 6, 1}},
+         {Batch().bits(0, 0).read(5, 1).bits(1, 0).write(6, part(0, 1)),
+          hex("0500 0000 00 0900 0000"),
+          Batch().bits(0, 0).read(5, 1).bits(1, 0).write(6, part(0, 1))}},
         {"bits do not send",
          "1.9",
          {{'r', 5, 1}, {'v', 0, 0, "SPICMDREADBITS", "010"}, {'r', 6, 1}, {'r', 7, 1}},
@@ -287,12 +293,20 @@ TEST_F(Sequence, SendsCommandBitsOnlyWhenTheAdapterHasOthers) {
     EXPECT_THAT(framesOf({write}), ElementsAre(Batch().bits(1, 0x1170).write(2, {0})));
 }
 
-TEST_F(Sequence, SendsNoCommandBitsToOldFirmware) {
+TEST_F(Sequence, SendsCommandBitsFromFirmware1Dot9On) {
+    const struct {
+        const char* firmware;
+        bool takesBits;
+    } cases[] = {{"0.9", false}, {"0.255", false}, {"1.0", false}, {"1.8", false},
+                 {"1.9", true},  {"1.255", true},  {"2.0", true},  {"255.8", true}};
     Words word(1);
-    for (const char* firmware : {"0.9", "0.255", "1.0", "1.8"}) {
-        useFirmware(firmware);
-        stream_.set("SPICMDBITS", "5");
-        EXPECT_THAT(framesOf({readInto(1, word)}), ElementsAre(Batch().read(1, 1))) << firmware;
+    for (const auto& c : cases) {
+        stream_.set("QUILLMODE", "SPI");
+        useFirmware(c.firmware);
+        stream_.set("SPICMDBITS", c.takesBits ? "5" : "0");
+        Batch batch;
+        if (c.takesBits) batch.bits(0, 5);
+        EXPECT_THAT(framesOf({readInto(1, word)}), ElementsAre(batch.read(1, 1))) << c.firmware;
     }
 }
 

@@ -48,8 +48,13 @@ TEST(Streams, GetIdentifiersInRisingOrder) {
 
 TEST(Streams, AreAtMostThirtyTwo) {
     const Simulator simulator(AdapterIds{});
+    std::uint32_t id = Stream().id();
+    for (int i = 0; i < 40; ++i) {
+        const std::uint32_t next = Stream().id();
+        EXPECT_EQ(next, (id + 1) % 32);  // even when no stream was open
+        id = next;
+    }
     std::deque<Stream> streams(32);
-    std::uint32_t id = 0;
     EXPECT_EQ(outcome(spifns_stream_init(&id)), (Failure{261, 0, "Too many streams"}));
     EXPECT_EQ(id, SPIFNS_NO_STREAM);
     EXPECT_EQ(spifns_count_streams(), 32U);

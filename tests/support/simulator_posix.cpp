@@ -108,7 +108,7 @@ std::string Simulator::control(const std::string& line) {
         const std::size_t last = answer.rfind('\n', answer.size() - 2) + 1;  // npos + 1 is 0
         if (answer.compare(last, 6, "error:") == 0)
             throw std::runtime_error(line + ": " + answer.substr(last));
-        if (answer.compare(last, answer.npos, "ok\n") == 0) return answer.substr(0, last);
+        if (answer.compare(last, std::string::npos, "ok\n") == 0) return answer.substr(0, last);
     }
 }
 
