@@ -192,7 +192,9 @@ TEST(Streams, OneIsTheLegacyStream) {
                       hex("0300 0400 00 0400"), hex("0300 0000 00 0600")}));
 
     // Closing it, by either name, makes room for another one.
+    EXPECT_EQ(lastFailure().code, 263);
     spifns_close();
+    EXPECT_EQ(lastFailure(), Failure());
     EXPECT_EQ(spifns_count_streams(), 1U);
     EXPECT_EQ(spifns_init(), 0);
     for (std::uint32_t id = 0; id < 32; ++id) spifns_stream_close(id);
