@@ -62,7 +62,7 @@ int openStream(std::uint32_t* id) {
     }
     if (!streamTable().addStream(id, stream.get()))
         return Quill_SetLastError(261, 0, "Too many streams");
-    stream.release();  // the table owns it
+    static_cast<void>(stream.release());  // the table owns it
     return 0;
 }
 
