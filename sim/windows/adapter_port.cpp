@@ -45,7 +45,7 @@ bool AdapterPort::powerOn(std::uint32_t id) {
         adapter_->~Adapter();
         new (adapter_) Adapter(id, kRefusal);
     }
-    ++powerOns_;
+    ++session_;
     letOpen(true);
     return true;
 }
@@ -54,29 +54,36 @@ void AdapterPort::offer(bool offered) {
     if (offered == offered_) return;
     offered_ = offered;
     showInterface();
-    if (!offered && child_ != nullptr) {
-        context_->queue.endAll(child_, nullptr, STATUS_DEVICE_NOT_CONNECTED);
-    }
+    if (offered) return;
+    if (child_ != nullptr) context_->queue.endAll(child_, nullptr, STATUS_DEVICE_NOT_CONNECTED);
+    // Hosts are cut off; not every system tells when they close what they have open.
+    ++session_;
+    while (adapter_->opens().now > 0) adapter_->closed();
 }
 
 void AdapterPort::letOpen(bool openable) {
     if (openable == openable_) return;
     openable_ = openable;
     if (!shown_) return;
-    // Enabling the interface anew brings its link back.
-    ::IoSetDeviceInterfaceState(&link_, FALSE);
-    shown_ = false;
+    // Enabling the interface anew mends its link.
+    enableInterface(false);
     showInterface();
 }
 
-// Makes the interface enabled just while the adapter is offered. One that cannot be opened has lost
-// the link by which hosts reach it, since not every system heeds a driver that refuses an opening.
-void AdapterPort::showInterface() {
-    const bool show = offered_ && link_.Buffer != nullptr;
-    if (show == shown_) return;
-    ::IoSetDeviceInterfaceState(&link_, show ? TRUE : FALSE);
-    shown_ = show;
-    if (show && !openable_) ::IoDeleteSymbolicLink(&link_);
+void AdapterPort::showInterface() { enableInterface(offered_ && link_.Buffer != nullptr); }
+
+// For an adapter that cannot be opened, the link by which hosts reach it leads nowhere, since Wine
+// does not heed a driver that refuses an opening; the link itself must be there for the system to
+// take away.
+void AdapterPort::enableInterface(bool enable) {
+    if (enable == shown_) return;
+    ::IoSetDeviceInterfaceState(&link_, enable ? TRUE : FALSE);
+    shown_ = enable;
+    if (!enable || openable_) return;
+    UNICODE_STRING nowhere;
+    ::RtlInitUnicodeString(&nowhere, L"\\Device\\quillsim-nowhere");
+    ::IoDeleteSymbolicLink(&link_);
+    ::IoCreateSymbolicLink(&link_, &nowhere);
 }
 
 DEVICE_OBJECT* AdapterPort::childDevice() {
@@ -95,12 +102,9 @@ DEVICE_OBJECT* AdapterPort::childDevice() {
 }
 
 void AdapterPort::deleteChild() {
-    if (link_.Buffer != nullptr) {
-        offered_ = false;
-        showInterface();
-        ::RtlFreeUnicodeString(&link_);
-        link_ = {};
-    }
+    enableInterface(false);
+    ::RtlFreeUnicodeString(&link_);
+    link_ = {};
     if (child_ == nullptr) return;
     context_->queue.endAll(child_, nullptr, STATUS_DEVICE_NOT_CONNECTED);
     ::IoDeleteDevice(child_);
@@ -128,24 +132,25 @@ NTSTATUS AdapterPort::serve(IRP& irp, IO_STACK_LOCATION& stack) {
             ::PoStartNextPowerIrp(&irp);
             return complete(irp, STATUS_SUCCESS);
         default:
-            return complete(irp, STATUS_INVALID_DEVICE_REQUEST);
+            return Role::serve(irp, stack);
     }
+}
+
+bool AdapterPort::isCurrent(const FILE_OBJECT& file) const {
+    return file.FsContext == reinterpret_cast<const void*>(session_);
 }
 
 NTSTATUS AdapterPort::opened(FILE_OBJECT& file) {
     const PassiveGuard guard(context_->lock);
     if (!offered_) return STATUS_DEVICE_NOT_CONNECTED;
-    if (!openable_) return STATUS_ACCESS_DENIED;
-    file.FsContext = reinterpret_cast<void*>(powerOns_);
+    file.FsContext = reinterpret_cast<void*>(session_);
     adapter_->opened();
     return STATUS_SUCCESS;
 }
 
-void AdapterPort::closed(FILE_OBJECT& file) {
+void AdapterPort::closed(const FILE_OBJECT& file) {
     const PassiveGuard guard(context_->lock);
-    const bool counts = file.FsContext == reinterpret_cast<void*>(powerOns_);
-    if (counts && adapter_ != nullptr) adapter_->closed();
-    file.FsContext = nullptr;
+    if (isCurrent(file)) adapter_->closed();
 }
 
 NTSTATUS AdapterPort::control(IRP& irp, const IO_STACK_LOCATION& stack) {
@@ -158,7 +163,7 @@ NTSTATUS AdapterPort::control(IRP& irp, const IO_STACK_LOCATION& stack) {
                  parameters.InputBufferLength};
     }
     const PassiveGuard guard(context_->lock);
-    if (!offered_) return complete(irp, STATUS_DEVICE_NOT_CONNECTED);
+    if (!isCurrent(*stack.FileObject)) return complete(irp, STATUS_DEVICE_NOT_CONNECTED);
     const Answer answer =
         adapter_->handle({code, static_cast<std::uint32_t>(capacity), frame}, context_->reply);
     return deliver(irp, answer, capacity);
@@ -224,9 +229,7 @@ NTSTATUS AdapterPort::startChild() {
 void AdapterPort::removeChild() {
     const PassiveGuard guard(context_->lock);
     if (!leaving_) return;
-    const bool offered = offered_;
     deleteChild();
-    offered_ = offered;
     // Plugged in again meanwhile.
     if (offered_) ::IoInvalidateDeviceRelations(context_->busDevice, BusRelations);
 }

@@ -56,7 +56,8 @@ class AdapterPort final : public Role {
 
    private:
     NTSTATUS opened(FILE_OBJECT& file);
-    void closed(FILE_OBJECT& file);
+    void closed(const FILE_OBJECT& file);
+    bool isCurrent(const FILE_OBJECT& file) const;
     NTSTATUS control(IRP& irp, const IO_STACK_LOCATION& stack);
     NTSTATUS deliver(IRP& irp, const Answer& answer, std::size_t capacity);
 
@@ -64,13 +65,15 @@ class AdapterPort final : public Role {
     NTSTATUS startChild();
     void removeChild();
     NTSTATUS queryId(IRP& irp, BUS_QUERY_ID_TYPE type) const;
+    // Enables the interface just while the adapter is offered.
     void showInterface();
+    void enableInterface(bool enable);
 
     PortContext* context_ = nullptr;
     std::size_t number_ = 0;
     Adapter* adapter_ = nullptr;
-    // Tells handles that were opened before the latest power-on, which no longer count.
-    ULONG_PTR powerOns_ = 0;
+    // What a file object was opened in; one of before the latest power-on or unplugging is dead.
+    ULONG_PTR session_ = 0;
     bool offered_ = false;
     bool openable_ = true;
 

@@ -75,10 +75,9 @@ NTSTATUS Bus::servePnp(IRP& irp, const IO_STACK_LOCATION& stack) {
         case IRP_MN_QUERY_DEVICE_RELATIONS:
             if (stack.Parameters.QueryDeviceRelations.Type != BusRelations) return passOn(irp);
             return reportChildren(irp);
-        case IRP_MN_REMOVE_DEVICE: {
+        case IRP_MN_REMOVE_DEVICE:
             irp.IoStatus.Status = STATUS_SUCCESS;
             return tearDown(passOn(irp));
-        }
         case IRP_MN_START_DEVICE:
         case IRP_MN_SURPRISE_REMOVAL:
         case IRP_MN_QUERY_REMOVE_DEVICE:

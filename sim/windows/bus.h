@@ -39,22 +39,17 @@ class Bus final : public Role {
     // Sets a bus up on the device that the system made for it; removing that device ends the bus.
     static NTSTATUS add(DRIVER_OBJECT* driver, DEVICE_OBJECT* below);
 
+    // For add().
+    Bus(DRIVER_OBJECT* driver, DEVICE_OBJECT* below);
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+
     NTSTATUS serve(IRP& irp, IO_STACK_LOCATION& stack) override;
 
     // Carries out a command line: one of the adapters' commands, or one of the bus's own.
     void runLine(std::string_view line, TextWriter& out);
 
    private:
-    template <typename Type, typename... Arguments>
-    friend Type* makeInPool(Arguments&&... arguments);
-    template <typename Type>
-    friend void destroyInPool(Type* object);
-
-    Bus(DRIVER_OBJECT* driver, DEVICE_OBJECT* below);
-    Bus(const Bus&) = delete;
-    Bus& operator=(const Bus&) = delete;
-    ~Bus() = default;
-
     NTSTATUS setUp();
     NTSTATUS tearDown(NTSTATUS status);
     NTSTATUS passOn(IRP& irp);

@@ -59,7 +59,7 @@ NTSTATUS ControlDevice::serve(IRP& irp, IO_STACK_LOCATION& stack) {
         case IRP_MJ_DEVICE_CONTROL:
             return runLine(irp, stack);
         default:
-            return complete(irp, STATUS_INVALID_DEVICE_REQUEST);
+            return Role::serve(irp, stack);
     }
 }
 

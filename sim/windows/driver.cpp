@@ -24,8 +24,8 @@ extern "C" NTSTATUS DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING*) {
     return STATUS_SUCCESS;
 }
 
-// What an abstract class's table refers to. Nothing ever calls it.
-extern "C" [[noreturn]] void __cxa_pure_virtual() {
-    ::KeBugCheck(DRIVER_CORRUPTED_EXPOOL);
-    __builtin_unreachable();
-}
+// Called by the standard headers where a view is cut behind its end. The kernel has no C++ library
+// and nobody who could catch what that would throw.
+namespace std {
+[[noreturn]] void __throw_out_of_range_fmt(const char*, ...) { __builtin_trap(); }
+}  // namespace std

@@ -96,20 +96,17 @@ void installDriver(const std::filesystem::path& inf) {
           "installing the driver");
 }
 
-std::size_t removeDriver() {
+void removeDriver() {
     const DeviceList list =
         owned(::SetupDiGetClassDevsA(nullptr, "ROOT", nullptr, DIGCF_ALLCLASSES));
-    std::size_t removed = 0;
     SP_DEVINFO_DATA device{};
     device.cbSize = sizeof device;
     for (DWORD i = 0; ::SetupDiEnumDeviceInfo(list.get(), i, &device); ++i) {
         if (!isBus(list.get(), device)) continue;
         check(::SetupDiCallClassInstaller(DIF_REMOVE, list.get(), &device),
               "removing the bus device");
-        ++removed;
     }
     deleteService();
-    return removed;
 }
 
 std::vector<std::string> listAdapters() {

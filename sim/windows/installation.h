@@ -3,7 +3,6 @@
 #ifndef WRENLINK_SIM_WINDOWS_INSTALLATION_H
 #define WRENLINK_SIM_WINDOWS_INSTALLATION_H
 
-#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -13,8 +12,8 @@ namespace quillsim {
 // Makes the bus device and installs the driver that an INF file describes for it.
 void installDriver(const std::filesystem::path& inf);
 
-// Removes the bus device with everything on it, and the driver; how many buses there were.
-std::size_t removeDriver();
+// Removes the bus device with everything on it, and the driver; does nothing without them.
+void removeDriver();
 
 // The device paths of the adapters that are present, in the system's order.
 std::vector<std::string> listAdapters();

@@ -6,17 +6,6 @@
 
 namespace quillsim {
 
-// Serves the requests to one device object, whose extension points to it. Requests come at passive
-// level and from any number of threads at once.
-class Role {
-   public:
-    // Completes the request, passes it on or keeps it, and returns its status.
-    virtual NTSTATUS serve(IRP& irp, IO_STACK_LOCATION& stack) = 0;
-
-   protected:
-    ~Role() = default;
-};
-
 // Ends a request with a status and so many bytes of output.
 inline NTSTATUS complete(IRP& irp, NTSTATUS status, ULONG_PTR information = 0) {
     irp.IoStatus.Status = status;
@@ -24,6 +13,20 @@ inline NTSTATUS complete(IRP& irp, NTSTATUS status, ULONG_PTR information = 0) {
     ::IoCompleteRequest(&irp, IO_NO_INCREMENT);
     return status;
 }
+
+// Serves the requests to one device object, whose extension points to it. Requests come at passive
+// level and from any number of threads at once.
+class Role {
+   public:
+    // Completes the request, passes it on or keeps it, and returns its status. A role that does not
+    // know a request leaves it to this one, which refuses it.
+    virtual NTSTATUS serve(IRP& irp, IO_STACK_LOCATION& /*stack*/) {
+        return complete(irp, STATUS_INVALID_DEVICE_REQUEST);
+    }
+
+   protected:
+    ~Role() = default;
+};
 
 inline Role*& roleOf(DEVICE_OBJECT& device) { return *static_cast<Role**>(device.DeviceExtension); }
 
