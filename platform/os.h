@@ -61,7 +61,13 @@ class KernelMutex {
     KernelMutex(const KernelMutex&) = delete;
     KernelMutex& operator=(const KernelMutex&) = delete;
     KernelMutex(KernelMutex&& other) noexcept : handle_(std::exchange(other.handle_, kNoHandle)) {}
-    KernelMutex& operator=(KernelMutex&& other) noexcept;
+    KernelMutex& operator=(KernelMutex&& other) noexcept {
+        if (this != &other) {
+            close();
+            handle_ = std::exchange(other.handle_, kNoHandle);
+        }
+        return *this;
+    }
     ~KernelMutex() { close(); }
 
     bool valid() const noexcept { return handle_ != kNoHandle; }
@@ -107,7 +113,13 @@ class FileMapping {
     FileMapping(const FileMapping&) = delete;
     FileMapping& operator=(const FileMapping&) = delete;
     FileMapping(FileMapping&& other) noexcept : handle_(std::exchange(other.handle_, kNoHandle)) {}
-    FileMapping& operator=(FileMapping&& other) noexcept;
+    FileMapping& operator=(FileMapping&& other) noexcept {
+        if (this != &other) {
+            close();
+            handle_ = std::exchange(other.handle_, kNoHandle);
+        }
+        return *this;
+    }
     ~FileMapping() { close(); }
 
     // Creates the block, or opens the one of that name and size; `existed` tells which, and is

@@ -117,14 +117,6 @@ FileMapping FileMapping::open(const std::string& kernelName, std::size_t size,
     return mapping;
 }
 
-FileMapping& FileMapping::operator=(FileMapping&& other) noexcept {
-    if (this != &other) {
-        close();
-        handle_ = std::exchange(other.handle_, kNoHandle);
-    }
-    return *this;
-}
-
 void* FileMapping::map(std::size_t size) noexcept {
     void* const view =
         ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, static_cast<int>(handle_), 0);

@@ -10,14 +10,6 @@ FileMapping FileMapping::open(const std::string& kernelName, std::size_t size,
     return mapping;
 }
 
-FileMapping& FileMapping::operator=(FileMapping&& other) noexcept {
-    if (this != &other) {
-        close();
-        handle_ = std::exchange(other.handle_, kNoHandle);
-    }
-    return *this;
-}
-
 void* FileMapping::map(std::size_t size) noexcept { return mapForWriting(toHandle(handle_), size); }
 
 void FileMapping::unmap(void* view, std::size_t) noexcept { ::UnmapViewOfFile(view); }

@@ -48,14 +48,6 @@ pthread_mutex_t* mutex(std::byte* native) noexcept {
 KernelMutex::KernelMutex(const std::string& kernelName) noexcept
     : handle_(openObjectFile(kernelName, 0).release()) {}
 
-KernelMutex& KernelMutex::operator=(KernelMutex&& other) noexcept {
-    if (this != &other) {
-        close();
-        handle_ = std::exchange(other.handle_, kNoHandle);
-    }
-    return *this;
-}
-
 WaitResult KernelMutex::wait(std::uint32_t milliseconds) noexcept {
     const int file = static_cast<int>(handle_);
     if (milliseconds == kInfinite) {

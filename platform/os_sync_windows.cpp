@@ -28,14 +28,6 @@ static_assert(kInfinite == INFINITE);
 KernelMutex::KernelMutex(const std::string& kernelName) noexcept
     : handle_(fromHandle(openMutex(kernelName))) {}
 
-KernelMutex& KernelMutex::operator=(KernelMutex&& other) noexcept {
-    if (this != &other) {
-        close();
-        handle_ = std::exchange(other.handle_, kNoHandle);
-    }
-    return *this;
-}
-
 WaitResult KernelMutex::wait(std::uint32_t milliseconds) noexcept {
     return waitResult(::WaitForSingleObject(toHandle(handle_), milliseconds));
 }

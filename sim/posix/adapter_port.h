@@ -1,8 +1,8 @@
 // Offers one adapter to hosts: its socket in adapters/, and the connections on it. A connection is
 // a host that has the device open; each message on it is one control request, and each completion
 // is one message back. Runs on the event loop's thread.
-#ifndef WRENLINK_SIM_POSIX_ADAPTER_PORT_H
-#define WRENLINK_SIM_POSIX_ADAPTER_PORT_H
+#ifndef QUILLSIM_SERVER_ADAPTER_PORT_H
+#define QUILLSIM_SERVER_ADAPTER_PORT_H
 
 #include <cstdint>
 #include <map>

@@ -1,8 +1,8 @@
 // The control socket: command lines in, answers out. Any number of lines may follow one another on
 // a connection; the answer to each ends in a line that is "ok" or begins with "error: ". Runs on
 // the event loop's thread, between requests, never during one.
-#ifndef WRENLINK_SIM_POSIX_CONTROL_PORT_H
-#define WRENLINK_SIM_POSIX_CONTROL_PORT_H
+#ifndef QUILLSIM_SERVER_CONTROL_PORT_H
+#define QUILLSIM_SERVER_CONTROL_PORT_H
 
 #include <cstdint>
 #include <map>

@@ -1,7 +1,7 @@
 // The server's one thread: runs a function when a descriptor is ready or a time has come, and
 // sleeps in between. Every function runs inside run(), so nothing here or above needs a lock.
-#ifndef WRENLINK_SIM_POSIX_EVENT_LOOP_H
-#define WRENLINK_SIM_POSIX_EVENT_LOOP_H
+#ifndef QUILLSIM_SERVER_EVENT_LOOP_H
+#define QUILLSIM_SERVER_EVENT_LOOP_H
 
 #include <chrono>
 #include <cstdint>

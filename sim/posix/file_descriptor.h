@@ -1,6 +1,6 @@
 // A file descriptor that closes itself. Not shared between threads.
-#ifndef WRENLINK_SIM_POSIX_FILE_DESCRIPTOR_H
-#define WRENLINK_SIM_POSIX_FILE_DESCRIPTOR_H
+#ifndef QUILLSIM_SERVER_FILE_DESCRIPTOR_H
+#define QUILLSIM_SERVER_FILE_DESCRIPTOR_H
 
 #include <unistd.h>
 

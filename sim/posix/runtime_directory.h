@@ -1,7 +1,7 @@
 // The runtime directory through which hosts find adapters: adapters/ with one socket for each, and
 // objects/, where hosts share their named objects. Used from one thread.
-#ifndef WRENLINK_SIM_POSIX_RUNTIME_DIRECTORY_H
-#define WRENLINK_SIM_POSIX_RUNTIME_DIRECTORY_H
+#ifndef QUILLSIM_SERVER_RUNTIME_DIRECTORY_H
+#define QUILLSIM_SERVER_RUNTIME_DIRECTORY_H
 
 #include <sys/types.h>
 

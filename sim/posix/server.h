@@ -1,7 +1,7 @@
 // The simulator as a process: adapters, their sockets and the control socket, served until a signal
 // asks it to end.
-#ifndef WRENLINK_SIM_POSIX_SERVER_H
-#define WRENLINK_SIM_POSIX_SERVER_H
+#ifndef QUILLSIM_SERVER_SERVER_H
+#define QUILLSIM_SERVER_SERVER_H
 
 #include <cstdint>
 #include <fstream>

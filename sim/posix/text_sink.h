@@ -1,7 +1,7 @@
 // Text writers over the sinks that a process has. The sink stays the caller's and outlives the
 // writer.
-#ifndef WRENLINK_SIM_POSIX_TEXT_SINK_H
-#define WRENLINK_SIM_POSIX_TEXT_SINK_H
+#ifndef QUILLSIM_SERVER_TEXT_SINK_H
+#define QUILLSIM_SERVER_TEXT_SINK_H
 
 #include <ostream>
 #include <string>
