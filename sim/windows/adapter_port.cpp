@@ -42,10 +42,10 @@ bool AdapterPort::powerOn(std::uint32_t id) {
         adapter_ = makeInPool<Adapter>(id, kRefusal);
         if (adapter_ == nullptr) return false;
     } else {
+        cutHostsOff();
         adapter_->~Adapter();
         new (adapter_) Adapter(id, kRefusal);
     }
-    ++session_;
     letOpen(true);
     return true;
 }
@@ -54,9 +54,12 @@ void AdapterPort::offer(bool offered) {
     if (offered == offered_) return;
     offered_ = offered;
     showInterface();
-    if (offered) return;
+    if (!offered) cutHostsOff();
+}
+
+void AdapterPort::cutHostsOff() {
     if (child_ != nullptr) context_->queue.endAll(child_, nullptr, STATUS_DEVICE_NOT_CONNECTED);
-    // Hosts are cut off; not every system tells when they close what they have open.
+    // Not every system tells when they close what they have open.
     ++session_;
     while (adapter_->opens().now > 0) adapter_->closed();
 }

@@ -36,7 +36,8 @@ class AdapterPort final : public Role {
         number_ = number;
     }
 
-    // Locked. Puts the adapter into its state at power-on, plugged in; false without memory.
+    // Locked. Puts the adapter into its state at power-on, plugged in, and cuts off the hosts that
+    // have it open; false without memory.
     bool powerOn(std::uint32_t id);
     // Locked. Null before the first power-on.
     Adapter* adapter() { return adapter_; }
@@ -65,6 +66,8 @@ class AdapterPort final : public Role {
     NTSTATUS startChild();
     void removeChild();
     NTSTATUS queryId(IRP& irp, BUS_QUERY_ID_TYPE type) const;
+    // Ends the requests of all hosts and lets what they have open work no more.
+    void cutHostsOff();
     // Enables the interface just while the adapter is offered.
     void showInterface();
     void enableInterface(bool enable);
@@ -73,7 +76,8 @@ class AdapterPort final : public Role {
     std::size_t number_ = 0;
     Adapter* adapter_ = nullptr;
     // What a file object was opened in; one of before the latest power-on or unplugging is dead.
-    ULONG_PTR session_ = 0;
+    // Never 0, which a file object has that was not opened.
+    ULONG_PTR session_ = 1;
     bool offered_ = false;
     bool openable_ = true;
 

@@ -19,7 +19,7 @@ inline constexpr std::uint32_t kControlRequest = 0x222000;
 
 inline constexpr std::size_t kLongestLine = 4096;
 
-// What every adapter's hardware id and the bus's are.
+// The hardware id of the bus device, by which the INF file finds it.
 inline constexpr char kBusHardwareId[] = R"(root\quillsim)";
 
 // The most adapters that the driver can offer.
