@@ -155,7 +155,7 @@ class MappedSelection : public testing::Test {
     // What opening a stream tells.
     static Failure opening() {
         std::uint32_t id = 0;
-        const Failure failure = outcome(spifns_stream_init(&id));
+        Failure failure = outcome(spifns_stream_init(&id));
         EXPECT_EQ(id == SPIFNS_NO_STREAM, failure.code != 0);
         spifns_stream_close(id);
         EXPECT_EQ(spifns_count_streams(), 0U);

@@ -106,8 +106,8 @@ void expectMissing(std::uint32_t id, bool legacy) {
          }},
         {"variable",
          [&] {
-             return std::string(pick([&] { return spifns_stream_getvar(id, "SPIMUL"); },
-                                     [&] { return spifns_getvar("SPIMUL"); })) == "";
+             return *pick([&] { return spifns_stream_getvar(id, "SPIMUL"); },
+                          [&] { return spifns_getvar("SPIMUL"); }) == '\0';
          }},
         {"debug",
          [&] {

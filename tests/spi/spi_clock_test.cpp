@@ -60,12 +60,12 @@ TEST(SpiClock, GivesTheNearestDelayWithinTheMaximum) {
 TEST(SpiClock, SearchForTheMaximumEnds) {
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
     struct {
-        std::uint16_t delay;
         double maximum;
+        std::uint16_t delay;
         std::uint16_t limited;
     } const cases[] = {
-        {0, 1.0, 7934},      {1, 1.0, 7934}, {7934, 1.0, 7934}, {65535, 1.0, 65535}, {0, 4000.0, 0},
-        {0, 3999.999999, 1}, {1, 1785.0, 2}, {0, kInfinity, 0}, {0, 1e300, 0},
+        {1.0, 0, 7934},      {1.0, 1, 7934}, {1.0, 7934, 7934}, {1.0, 65535, 65535}, {4000.0, 0, 0},
+        {3999.999999, 0, 1}, {1785.0, 1, 2}, {kInfinity, 0, 0}, {1e300, 0, 0},
     };
     for (const auto& c : cases)
         EXPECT_EQ(limitDelay(c.delay, c.maximum), c.limited) << c.delay << " " << c.maximum;
