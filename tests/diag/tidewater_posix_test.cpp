@@ -21,12 +21,12 @@
 #include <vector>
 
 #include "tests/diag/trace_probe.h"
+#include "tests/support/test_runtime.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 // The module, loaded for as long as this lives. A failure to load it ends the process.
@@ -39,13 +39,13 @@ class Probe {
     Probe& operator=(const Probe&) = delete;
     ~Probe() { dlclose(module_); }
 
-    int traced() { return function<ProbeTraced>(kProbeTraced)(); }
-    void text(const char* text) { function<ProbeText>(kProbeText)(text); }
-    bool activated() { return function<ProbeActivated>(kProbeActivated)(); }
+    int traced() { return find<decltype(probeTraced)>("probeTraced")(); }
+    void text(const char* text) { find<decltype(probeText)>("probeText")(text); }
+    bool activated() { return find<decltype(probeActivated)>("probeActivated")(); }
 
    private:
     template <class Function>
-    Function* function(const char* name) {
+    Function* find(const char* name) {
         return reinterpret_cast<Function*>(dlsym(module_, name));
     }
 
@@ -53,73 +53,44 @@ class Probe {
 };
 
 struct Line {
-    std::string time;
-    long process = 0;
-    long thread = 0;
-    std::string function;
-    std::string file;
-    long number = 0;
-    std::string text;
+    std::string second;
+    long process;
+    long thread;
+    std::string text;  // with the function
 };
-
-std::string contents(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 
 // The lines of a log; one that is not well formed is a failure.
 std::vector<Line> linesOf(const fs::path& file) {
-    static const std::regex form(
-        R"((\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z) (\d+) (\d+) (\w+) (\S+):(\d+) (.*))");
+    static const std::regex form(R"((\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)\.\d{6}Z (\d+) (\d+) (\w+) )"
+                                 R"(\S*tests/diag/trace_probe\.cpp:[1-9]\d* (.*))");
     std::vector<Line> lines;
     std::ifstream in(file);
     for (std::string text; std::getline(in, text);) {
         std::smatch part;
-        if (!std::regex_match(text, part, form)) {
+        if (std::regex_match(text, part, form))
+            lines.push_back({part[1], std::stol(part[2]), std::stol(part[3]),
+                             part[4].str() + ": " + part[5].str()});
+        else
             ADD_FAILURE() << "not a line: " << text;
-            continue;
-        }
-        lines.push_back({part[1], std::stol(part[2]), std::stol(part[3]), part[4], part[5],
-                         std::stol(part[6]), part[7]});
     }
     return lines;
 }
 
-std::vector<std::string> texts(const std::vector<Line>& lines) {
-    std::vector<std::string> found;
-    for (const Line& line : lines) found.push_back(line.text);
-    return found;
-}
-
 std::string secondsNow() {
     const std::time_t now = std::time(nullptr);
-    std::tm parts{};
     char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", gmtime_r(&now, &parts));
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", std::gmtime(&now));
     return text;
 }
 
 class Tidewater : public testing::Test {
    protected:
-    Tidewater() {
-        std::string name = (fs::temp_directory_path() / "tidewater.XXXXXX").string();
-        folder_ = mkdtemp(name.data());
-        log_ = folder_ / "trace.log";
-        errors_ = folder_ / "stderr";
-    }
-    ~Tidewater() override { fs::remove_all(folder_); }
-
     // Starts a child with this log, its standard error going to a file, whose exit code is work's.
     pid_t start(const char* target, const std::function<int()>& work) {
         const pid_t child = fork();
         if (child != 0) return child;
-        const int errors = open(errors_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-        dup2(errors, STDERR_FILENO);
-        if (target == nullptr) {
-            unsetenv("TIDEWATER_LOG");
-        } else {
-            setenv("TIDEWATER_LOG", target, 1);
-        }
+        dup2(open(errors_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
+        target == nullptr ? unsetenv("TIDEWATER_LOG") : setenv("TIDEWATER_LOG", target, 1);
         _exit(work());
     }
     static int finish(pid_t child) {
@@ -131,9 +102,9 @@ class Tidewater : public testing::Test {
         return finish(start(target, work));
     }
 
-    fs::path folder_;
-    fs::path log_;
-    fs::path errors_;
+    const wrenlink::test::TestRuntime folder_;
+    const fs::path log_ = folder_.path() / "trace.log";
+    const fs::path errors_ = folder_.path() / "stderr";
 };
 
 int traceEverything() {
@@ -142,48 +113,43 @@ int traceEverything() {
     return probe.activated() ? probe.traced() : 0;
 }
 
-TEST_F(Tidewater, WritesEveryKindOfLineWithAllFields) {
+TEST_F(Tidewater, AppendsEveryKindOfLineWithAllFields) {
     const std::string before = secondsNow();
+    ASSERT_EQ(run(log_.c_str(), traceEverything), 7);
     const pid_t child = start(log_.c_str(), traceEverything);
     ASSERT_EQ(finish(child), 7);
     const std::string after = secondsNow();
-
-    const auto lines = linesOf(log_);
-    ASSERT_THAT(
-        texts(lines),
-        ElementsAre("-> probeText", "(null)", "<- probeText", "-> probeTraced", "profile mark 5",
-                    "half way", "error -3: out of paper", "profile mark 0",
-                    "<- probeTraced [returning 7]", "-> farewell", kProbeFarewell, "<- farewell"));
-    const std::map<std::size_t, std::string> functions = {
-        {3, "probeText"}, {9, "probeTraced"}, {12, "farewell"}};
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        SCOPED_TRACE(lines[i].text);
-        EXPECT_LE(before, lines[i].time.substr(0, before.size()));
-        EXPECT_GE(after, lines[i].time.substr(0, after.size()));
-        EXPECT_EQ(lines[i].process, child);
-        EXPECT_EQ(lines[i].thread, child);
-        EXPECT_EQ(lines[i].function, functions.upper_bound(i)->second);
-        EXPECT_THAT(lines[i].file, testing::EndsWith("tests/diag/trace_probe.cpp"));
-        EXPECT_GT(lines[i].number, 0);
-    }
-    EXPECT_THAT(contents(errors_), IsEmpty());
-}
-
-TEST_F(Tidewater, AppendsToAFileAndWritesToStandardError) {
-    ASSERT_EQ(run(log_.c_str(), traceEverything), 7);
-    ASSERT_EQ(run(log_.c_str(), traceEverything), 7);
-    EXPECT_THAT(linesOf(log_), SizeIs(24));
+    EXPECT_EQ(fs::file_size(errors_), 0U);
     ASSERT_EQ(run("stderr", traceEverything), 7);
     EXPECT_THAT(linesOf(errors_), SizeIs(12));
+
+    std::vector<Line> lines = linesOf(log_);
+    ASSERT_THAT(lines, SizeIs(24));
+    lines.erase(lines.begin(), lines.begin() + 12);
+    std::vector<std::string> texts;
+    for (const Line& line : lines) {
+        EXPECT_LE(before, line.second);
+        EXPECT_GE(after, line.second);
+        EXPECT_EQ(line.process, child);
+        EXPECT_EQ(line.thread, child);
+        texts.push_back(line.text);
+    }
+    EXPECT_THAT(
+        texts,
+        ElementsAre("probeText: -> probeText", "probeText: (null)", "probeText: <- probeText",
+                    "probeTraced: -> probeTraced", "probeTraced: profile mark 5",
+                    "probeTraced: half way", "probeTraced: error -3: out of paper",
+                    "probeTraced: profile mark 0", "probeTraced: <- probeTraced [returning 7]",
+                    "farewell: -> farewell", "farewell: the module goes", "farewell: <- farewell"));
 }
 
 TEST_F(Tidewater, IsSilentWithoutAFileToWrite) {
-    const std::string missing = folder_ / "missing" / "trace.log";
+    const std::string missing = folder_.path() / "missing" / "trace.log";
     for (const char* target :
-         {static_cast<const char*>(nullptr), "", folder_.c_str(), missing.c_str()}) {
+         {static_cast<const char*>(nullptr), "", folder_.path().c_str(), missing.c_str()}) {
         SCOPED_TRACE(target == nullptr ? "not set" : target);
         EXPECT_EQ(run(target, traceEverything), 0);
-        EXPECT_THAT(contents(errors_), IsEmpty());
+        EXPECT_EQ(fs::file_size(errors_), 0U);
     }
     EXPECT_FALSE(fs::exists(missing));
 }
@@ -197,9 +163,8 @@ TEST_F(Tidewater, LeavesTheNativeErrorAlone) {
         probe.activated();
         return errno == EXDEV ? 0 : 1;
     };
-    for (const char* target : {"", log_.c_str(), "/dev/full"}) {
+    for (const char* target : {"", log_.c_str(), "/dev/full"})
         EXPECT_EQ(run(target, keepsIt), 0) << target;
-    }
 }
 
 TEST_F(Tidewater, KeepsATextOnOneLine) {
@@ -210,23 +175,23 @@ TEST_F(Tidewater, KeepsATextOnOneLine) {
         return 0;
     };
     ASSERT_EQ(run(log_.c_str(), write), 0);
-    const auto lines = texts(linesOf(log_));
+    const auto lines = linesOf(log_);
     ASSERT_THAT(lines, SizeIs(9));
-    EXPECT_EQ(lines[1], "two  lines and a tab ");
-    EXPECT_GT(lines[4].size(), 3000U);
-    EXPECT_EQ(lines[4], std::string(lines[4].size(), 'x'));
+    EXPECT_EQ(lines[1].text, "probeText: two  lines and a tab ");
+    EXPECT_THAT(lines[4].text, testing::MatchesRegex("probeText: x+"));
+    EXPECT_GT(lines[4].text.size(), 3000U);
 }
 
 TEST_F(Tidewater, LinesOfThreadsAndProcessesDoNotMix) {
     constexpr int kProcesses = 3;
     constexpr int kThreads = 4;
     constexpr int kCalls = 50;
-    const auto work = [] {
+    const std::string text(1000, 'x');
+    const auto work = [&text] {
         Probe probe;
         std::vector<std::thread> threads;
         for (int t = 0; t < kThreads; ++t) {
-            threads.emplace_back([&probe, t] {
-                const std::string text(1000, static_cast<char>('a' + t));
+            threads.emplace_back([&] {
                 for (int i = 0; i < kCalls; ++i) probe.text(text.c_str());
             });
         }
@@ -237,20 +202,11 @@ TEST_F(Tidewater, LinesOfThreadsAndProcessesDoNotMix) {
     for (int i = 0; i < kProcesses; ++i) children.push_back(start(log_.c_str(), work));
     for (const pid_t child : children) EXPECT_EQ(finish(child), 0);
 
-    std::map<std::pair<long, long>, int> linesOfThread;
-    std::map<std::string, int> linesOfText;
-    for (const Line& line : linesOf(log_)) {
-        ++linesOfThread[{line.process, line.thread}];
-        ++linesOfText[line.text];
-    }
-    // A main thread of each process only says farewell.
-    EXPECT_THAT(linesOfThread, SizeIs(kProcesses * (kThreads + 1)));
-    for (const auto& [thread, count] : linesOfThread) {
-        EXPECT_EQ(count, thread.first == thread.second ? 3 : 3 * kCalls);
-    }
-    for (int t = 0; t < kThreads; ++t) {
-        EXPECT_EQ(linesOfText[std::string(1000, static_cast<char>('a' + t))], kProcesses * kCalls);
-    }
+    std::map<std::pair<long, long>, int> texts;  // of each thread
+    for (const Line& line : linesOf(log_))
+        if (line.text == "probeText: " + text) ++texts[{line.process, line.thread}];
+    EXPECT_THAT(texts, SizeIs(kProcesses * kThreads));
+    for (const auto& [thread, count] : texts) EXPECT_EQ(count, kCalls);
 }
 
 TEST_F(Tidewater, IsUnloadedWithItsModuleAndClosesItsFile) {

@@ -2,8 +2,6 @@
 
 #include "diag/result_sentry.h"
 
-#define PROBE_EXPORT __attribute__((visibility("default")))
-
 namespace {
 
 void putOut(CMessageHandler& handler, const char* function, unsigned long line, const char* text) {
@@ -13,17 +11,13 @@ void putOut(CMessageHandler& handler, const char* function, unsigned long line, 
 struct Farewell {
     ~Farewell() {
         const wrenlink::Trace trace("farewell");
-        putOut(wrenlink::messageHandler("farewell"), "farewell", __LINE__, kProbeFarewell);
+        putOut(wrenlink::messageHandler("farewell"), "farewell", __LINE__, "the module goes");
     }
 } const farewell;
 
 }  // namespace
 
 extern "C" {
-
-PROBE_EXPORT ProbeTraced probeTraced;
-PROBE_EXPORT ProbeText probeText;
-PROBE_EXPORT ProbeActivated probeActivated;
 
 int probeTraced() {
     int result = 0;
