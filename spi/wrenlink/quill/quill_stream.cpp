@@ -36,7 +36,7 @@ struct LayerUse {
 // none.
 const AdapterEntry* selectedAdapter(const char* selection, std::uint32_t& port) {
     const auto [number, end] = parseUnsigned(selection);
-    const std::uint32_t key = end != selection && *end == '\0' ? number : 0;
+    const std::uint32_t key = *end == '\0' ? number : 0;
     const SelectionTable* table = selectionTable();
     if (table == nullptr) return nullptr;
     const auto found = table->find(key);
@@ -100,6 +100,7 @@ int Quill_Stream_SelectDevice(QuillStream* stream, const char* selection) {
     stream->port = port;
     stream->delayRegion = std::move(delayRegion);
     stream->cmdBitsRegion = std::move(cmdBitsRegion);
+    stream->firmwareVersion = 0;
     stream->firmwareVersion = Quill_Stream_GetVersion(stream);
     return result;
 }
