@@ -9,7 +9,7 @@ using quillsim::Bus;
 NTSTATUS addDevice(DRIVER_OBJECT* driver, DEVICE_OBJECT* below) { return Bus::add(driver, below); }
 
 NTSTATUS dispatch(DEVICE_OBJECT* device, IRP* irp) {
-    return quillsim::roleOf(*device)->serve(*irp, *IoGetCurrentIrpStackLocation(irp));
+    return quillsim::roleOf(*device).serve(*irp, *IoGetCurrentIrpStackLocation(irp));
 }
 
 // Its devices are gone by then, and all that it had with them.
@@ -23,9 +23,3 @@ extern "C" NTSTATUS DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING*) {
     for (auto& function : driver->MajorFunction) function = dispatch;
     return STATUS_SUCCESS;
 }
-
-// Called by the standard headers where a view is cut behind its end. The kernel has no C++ library
-// and nobody who could catch what that would throw.
-namespace std {
-[[noreturn]] void __throw_out_of_range_fmt(const char*, ...) { __builtin_trap(); }
-}  // namespace std

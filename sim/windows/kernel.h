@@ -2,9 +2,6 @@
 #ifndef WRENLINK_SIM_WINDOWS_KERNEL_H
 #define WRENLINK_SIM_WINDOWS_KERNEL_H
 
-// MinGW-w64 defines these two inline in wdm.h and again in a header that wdm.h includes.
-#define __INTRINSIC_DEFINED_InterlockedBitTestAndSet
-#define __INTRINSIC_DEFINED_InterlockedBitTestAndReset
 #include <ntddk.h>
 
 #include <new>

@@ -28,15 +28,21 @@ class Role {
     ~Role() = default;
 };
 
-inline Role*& roleOf(DEVICE_OBJECT& device) { return *static_cast<Role**>(device.DeviceExtension); }
+struct DeviceExtension {
+    Role* role;
+};
+
+inline Role& roleOf(const DEVICE_OBJECT& device) {
+    return *static_cast<const DeviceExtension*>(device.DeviceExtension)->role;
+}
 
 // Makes a device object with a role. The role stays the caller's and outlives the device; name may
 // be null.
 inline NTSTATUS makeDevice(DRIVER_OBJECT* driver, Role& role, UNICODE_STRING* name,
                            ULONG characteristics, DEVICE_OBJECT*& device) {
-    const NTSTATUS status = ::IoCreateDevice(driver, sizeof(Role*), name, FILE_DEVICE_UNKNOWN,
-                                             characteristics, FALSE, &device);
-    if (NT_SUCCESS(status)) roleOf(*device) = &role;
+    const NTSTATUS status = ::IoCreateDevice(driver, sizeof(DeviceExtension), name,
+                                             FILE_DEVICE_UNKNOWN, characteristics, FALSE, &device);
+    if (NT_SUCCESS(status)) static_cast<DeviceExtension*>(device->DeviceExtension)->role = &role;
     return status;
 }
 
