@@ -9,11 +9,9 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <filesystem>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
-#include <vector>
 
 #include "platform/os.h"
 #include "platform/thread_local_slot.h"
@@ -68,19 +66,6 @@ std::uint32_t attachCount() {
     return count;
 }
 
-// How many thread keys the process can still have.
-std::size_t freeKeyCount() {
-    std::vector<pthread_key_t> keys;
-    for (pthread_key_t key = 0; ::pthread_key_create(&key, nullptr) == 0;) keys.push_back(key);
-    for (const pthread_key_t key : keys) ::pthread_key_delete(key);
-    return keys.size();
-}
-
-auto descriptorCount() {
-    const std::filesystem::directory_iterator open("/proc/self/fd");
-    return std::distance(begin(open), end(open));
-}
-
 void doNothing(void* /*value*/) {}
 
 TEST(StoreModules, ShareOneRegistry) {
@@ -113,26 +98,6 @@ TEST(StoreModules, ShareOneRegistry) {
         EXPECT_TRUE(a.workedAtLoad());
     }
     EXPECT_EQ(attachCount(), 1U);
-}
-
-TEST(StoreModules, LeaveNothingBehind) {
-    const auto descriptors = descriptorCount();
-    const std::size_t keys = freeKeyCount();
-    StoreCounter discarded{0};
-    for (int round = 1; round <= 100; ++round) {
-        {
-            const Module a(STORE_MODULE_A);
-            const Module b(STORE_MODULE_B);
-            std::thread([&] {
-                a.set(&discarded);
-                b.set(&discarded);
-            }).join();
-        }
-        ASSERT_EQ(discarded, 2 * round);
-    }
-    EXPECT_EQ(freeKeyCount(), keys);
-    EXPECT_EQ(descriptorCount(), descriptors);
-    EXPECT_EQ(attachCount(), 0U);
 }
 
 TEST(StoreModules, LoadAndWorkInManyThreadsAtOnce) {

@@ -70,14 +70,6 @@ TEST_F(RuntimeDir, FileNameIsTheKernelNameIfItCanBe) {
     for (const auto& row : cases) EXPECT_EQ(ObjectFileName(row.kernelName).text(), row.fileName);
 }
 
-TEST_F(RuntimeDir, ObjectsAreFilesOfTheirNames) {
-    const KernelMutex mutex("kvs_mutex_a");
-    EXPECT_TRUE(mutex.valid());
-    EXPECT_EQ(fs::file_size(objects_ / "kvs_mutex_a"), 0U);
-    EXPECT_TRUE(canMap("kvs_shm_a"));
-    EXPECT_EQ(fs::file_size(objects_ / "kvs_shm_a"), kSize);
-}
-
 TEST_F(RuntimeDir, NewFilesHaveTheAccessOfTheirFolder) {
     fs::permissions(objects_, fs::perms(0770));
     const mode_t mask = ::umask(0077);
@@ -133,19 +125,6 @@ TEST_F(RuntimeDir, BytesOfFormerHoldersAreCleared) {
     ASSERT_NE(view, nullptr);
     EXPECT_EQ(std::memcmp(view, "\0\0\0\0", kSize), 0);
     FileMapping::unmap(view, kSize);
-}
-
-TEST_F(RuntimeDir, MissingFolderFailsUntilItIsThere) {
-    fs::remove(objects_);
-    SharedMemory region("late", kSize, std::byte{0xFF});
-    EXPECT_EQ(region.view(), nullptr);
-    EXPECT_TRUE(region.created());
-    EXPECT_FALSE(region.mutex().lock());
-    EXPECT_FALSE(fs::exists(objects_));
-    fs::create_directory(objects_);
-    ASSERT_NE(region.view(), nullptr);
-    EXPECT_TRUE(region.created());
-    EXPECT_EQ(region.view()[0], std::byte{0xFF});
 }
 
 TEST_F(RuntimeDir, AdaptersAreTheSocketsInByteOrder) {
