@@ -79,6 +79,17 @@ TEST_F(DeviceTest, RequestThatIsGivenUpLeavesTheReplyAlone) {
     EXPECT_EQ(std::string(reply_.data(), 6), "......");
 }
 
+TEST_F(DeviceTest, RefusalCarriesItsWholeCode) {
+    const Server server(path_);
+    ASSERT_TRUE(device_.open(path_.c_str()));
+    EXPECT_EQ(start(), RequestStart::pending);
+    const Descriptor connection = server.accept();
+    ::send(connection.get(), "\x0D\x01\0\0abcd", 8, MSG_NOSIGNAL);
+    EXPECT_EQ(device_.wait(kInfinite), WaitResult::acquired);
+    EXPECT_FALSE(device_.outcome());
+    EXPECT_EQ(lastError(), 0x10DU);
+}
+
 TEST_F(DeviceTest, OpenFailsAtOnceWithoutAServerThatListens) {
     EXPECT_FALSE(device_.open(""));
     EXPECT_EQ(lastError(), static_cast<ErrorCode>(ENOENT));

@@ -8,7 +8,6 @@
 #include <sys/un.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -114,17 +113,6 @@ TEST_F(RuntimeDir, EmptyFileOfACrashIsPutRight) {
     ASSERT_NE(region.view(), nullptr);
     EXPECT_TRUE(region.created());
     EXPECT_EQ(region.view()[kSize - 1], std::byte{0xFF});
-}
-
-TEST_F(RuntimeDir, BytesOfFormerHoldersAreCleared) {
-    makeFile(objects_ / "old", kSize);
-    bool existed = true;
-    FileMapping mapping = FileMapping::open("old", kSize, existed);
-    EXPECT_FALSE(existed);
-    void* const view = mapping.map(kSize);
-    ASSERT_NE(view, nullptr);
-    EXPECT_EQ(std::memcmp(view, "\0\0\0\0", kSize), 0);
-    FileMapping::unmap(view, kSize);
 }
 
 TEST_F(RuntimeDir, AdaptersAreTheSocketsInByteOrder) {

@@ -164,24 +164,6 @@ TEST(AdapterTest, RefusesWhatIsNotWellFormedAndSaysWhy) {
     EXPECT_EQ(bench.control("peek 0 0 1"), "0x0000\nok\n");
 }
 
-TEST(AdapterTest, OldFirmwareLacksCommands) {
-    const struct {
-        const char* firmware;
-        bool hasMgcmd;
-        bool hasCommandBits;
-    } cases[] = {{"0.200", true, false}, {"1.0", false, false}, {"1.4", false, false},
-                 {"1.5", true, false},   {"1.8", true, false},  {"1.10", true, true},
-                 {"2.0", true, true}};
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.firmware);
-        Bench bench;
-        bench.control(std::string("set 0 firmware ") + test.firmware);
-        EXPECT_EQ(bench.ask("07 00 00 00 00 40 00 00 00 00 00"), test.hasMgcmd ? "" : "error 22");
-        EXPECT_EQ(bench.ask("07 00 00 00 00 0f 00 00 01 00 05"),
-                  test.hasCommandBits ? "" : "error 22");
-    }
-}
-
 TEST(LogTest, ShowsEachAccessWithItsCommandBitsAndTheGaps) {
     Bench bench;
     bench.ask("07 00 00 00 00 0f 00 00 01 00 05");
