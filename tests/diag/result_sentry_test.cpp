@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <stdexcept>
 #include <string>
 
 #include "tests/support/recording_handler.h"
@@ -64,20 +63,6 @@ TEST_F(ResultSentry, ExitLineShowsTheResultAsItIsWhenTheScopeCloses) {
         EXPECT_EQ(exit.file, "sources/traced.cpp");
         EXPECT_EQ(exit.line, 42U);
     }
-}
-
-int failing() {
-    int result = 5;
-    const ResultTrace<int> trace(result);
-    throw std::runtime_error("no result");
-}
-
-TEST_F(ResultSentry, ScopeClosesOnceWhenAnExceptionPasses) {
-    EXPECT_THROW(failing(), std::runtime_error);
-    const auto lines = messages(MessageKind::output);
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_EQ(lines[0].text, "<- failing [returning 5]");
-    EXPECT_TRUE(messages(MessageKind::exit).empty());
 }
 
 unsigned long plainLine = 0;

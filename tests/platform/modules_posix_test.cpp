@@ -1,21 +1,19 @@
 // Several modules of one process that each carry the per-thread store, and a fork of that process.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdint>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
 
 #include "platform/os.h"
 #include "platform/thread_local_slot.h"
-#include "tests/platform/store_module.h"
+#include "tests/platform/module_sharing.h"
 
 namespace wrenlink {
 namespace {
@@ -57,48 +55,9 @@ class Module {
     static inline std::mutex loading;
 };
 
-// How many modules share the registry; 0 when there is none.
-std::uint32_t attachCount() {
-    os::ProcessBlock registry = os::openProcessBlock("TLS Memory", 16);
-    const std::uint32_t count =
-        registry.existed ? *static_cast<const std::uint32_t*>(registry.view) : 0;
-    os::closeProcessBlock(registry);
-    return count;
-}
-
 void doNothing(void* /*value*/) {}
 
-TEST(StoreModules, ShareOneRegistry) {
-    EXPECT_EQ(attachCount(), 0U);
-    StoreCounter ofA{0};
-    StoreCounter ofB{0};
-    ThreadLocalSlot mine(nullptr);
-    {
-        const Module a(STORE_MODULE_A);
-        EXPECT_TRUE(a.workedAtLoad());
-        EXPECT_EQ(attachCount(), 1U);
-        {
-            const Module b(STORE_MODULE_B);
-            EXPECT_EQ(attachCount(), 2U);
-            mine.set(&ofA);
-            EXPECT_EQ(attachCount(), 3U);
-            std::thread([&] {
-                a.set(&ofA);
-                b.set(&ofB);
-                EXPECT_EQ(a.get(), &ofA);
-                b.threadEnd();
-                EXPECT_EQ(a.get(), nullptr);
-            }).join();
-            EXPECT_EQ(ofA, 1) << "one module's thread end discards the values of all";
-            EXPECT_EQ(ofB, 1);
-            b.set(&ofB);
-        }
-        EXPECT_EQ(ofB, 2) << "unloading discards what is left";
-        EXPECT_EQ(attachCount(), 2U);
-        EXPECT_TRUE(a.workedAtLoad());
-    }
-    EXPECT_EQ(attachCount(), 1U);
-}
+TEST(StoreModules, ShareOneRegistry) { test::expectOneRegistry<Module>(); }
 
 TEST(StoreModules, LoadAndWorkInManyThreadsAtOnce) {
     StoreCounter discarded{0};
@@ -112,7 +71,7 @@ TEST(StoreModules, LoadAndWorkInManyThreadsAtOnce) {
     work(STORE_MODULE_A);
     other.join();
     EXPECT_EQ(discarded, 100);
-    EXPECT_EQ(attachCount(), 0U);
+    EXPECT_EQ(test::attachCount(), 0U);
 }
 
 // Ends a child of fork. A good one ends itself by SIGKILL: to a memory checker an exit would be the

@@ -5,9 +5,7 @@
 #include <system_error>
 #include <thread>
 
-#include "platform/os.h"
-#include "platform/thread_local_slot.h"
-#include "tests/platform/store_module.h"
+#include "tests/platform/module_sharing.h"
 
 namespace wrenlink {
 namespace {
@@ -46,15 +44,6 @@ class Module {
     HMODULE handle_;
 };
 
-// How many modules share the registry; 0 when there is none.
-std::uint32_t attachCount() {
-    os::ProcessBlock registry = os::openProcessBlock("TLS Memory", 16);
-    const std::uint32_t count =
-        registry.existed ? *static_cast<const std::uint32_t*>(registry.view) : 0;
-    os::closeProcessBlock(registry);
-    return count;
-}
-
 // The thread index and the handle that the process would get next: the lowest ones that are free.
 DWORD nextThreadIndex() {
     const DWORD index = ::TlsAlloc();
@@ -68,31 +57,7 @@ HANDLE nextHandle() {
     return event;
 }
 
-TEST(StoreModules, ShareOneRegistry) {
-    EXPECT_EQ(attachCount(), 0U);
-    StoreCounter ofA{0};
-    StoreCounter ofB{0};
-    const Module a(STORE_MODULE_A);
-    EXPECT_TRUE(a.workedAtLoad());
-    EXPECT_EQ(attachCount(), 1U);
-    {
-        const Module b(STORE_MODULE_B);
-        EXPECT_EQ(attachCount(), 2U);
-        std::thread([&] {
-            a.set(&ofA);
-            b.set(&ofB);
-            EXPECT_EQ(a.get(), &ofA);
-            b.threadEnd();
-            EXPECT_EQ(a.get(), nullptr);
-        }).join();
-        EXPECT_EQ(ofA, 1) << "one module's thread end discards the values of all";
-        EXPECT_EQ(ofB, 1);
-        b.set(&ofB);
-    }
-    EXPECT_EQ(ofB, 2) << "unloading discards what is left";
-    EXPECT_EQ(attachCount(), 1U);
-    EXPECT_TRUE(a.workedAtLoad());
-}
+TEST(StoreModules, ShareOneRegistry) { test::expectOneRegistry<Module>(); }
 
 TEST(StoreModules, LeaveNothingBehind) {
     StoreCounter discarded{0};
@@ -111,7 +76,7 @@ TEST(StoreModules, LeaveNothingBehind) {
     EXPECT_EQ(discarded, 202);
     EXPECT_EQ(nextThreadIndex(), index);
     EXPECT_EQ(nextHandle(), handle);
-    EXPECT_EQ(attachCount(), 0U);
+    EXPECT_EQ(test::attachCount(), 0U);
 }
 
 }  // namespace

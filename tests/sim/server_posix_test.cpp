@@ -3,10 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/os.h"
 #include "tests/support/test_runtime.h"
 
 namespace quillsim::test {
@@ -80,31 +78,23 @@ class Quillsim {
 // A host that has an adapter open.
 class Host {
    public:
-    explicit Host(const path& socketPath)
-        : fd_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{AF_UNIX, {}};
-        socketPath.string().copy(address.sun_path, sizeof address.sun_path - 1);
-        isOpen_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    }
-    Host(const Host&) = delete;
-    Host& operator=(const Host&) = delete;
-    ~Host() { ::close(fd_); }
+    explicit Host(const path& socketPath) : isOpen_(device_.open(socketPath.c_str())) {}
 
     bool isOpen() const { return isOpen_; }
-    void askDelay() const {
-        const std::string message("\0\0\x22\0\4\0\0\0\3\0\4\0\0\5\0", 15);
-        EXPECT_EQ(::send(fd_, message.data(), message.size(), MSG_NOSIGNAL), 15);
+    void askDelay() {
+        EXPECT_EQ(device_.start(0x220000, "\3\0\4\0\0\5", 7, reply_, sizeof reply_),
+                  wrenlink::os::RequestStart::pending);
     }
-    // The size of the next message, 0 when the connection ends, -1 when nothing comes in time.
-    ssize_t awaitMessage(int milliseconds = 5000) const {
-        pollfd entry{fd_, POLLIN, 0};
-        char message[64];
-        return ::poll(&entry, 1, milliseconds) <= 0 ? -1 : ::recv(fd_, message, sizeof message, 0);
+    // Whether the request ends in time, and whether it ends well.
+    bool ends(std::uint32_t milliseconds = 5000) {
+        return device_.wait(milliseconds) == wrenlink::os::WaitResult::acquired;
     }
+    bool hasAnswer() { return ends() && device_.outcome(); }
 
    private:
-    int fd_;
-    bool isOpen_ = false;
+    wrenlink::os::Device device_;
+    bool isOpen_;
+    unsigned char reply_[4] = {};
 };
 
 class ServerTest : public testing::Test {
@@ -163,7 +153,7 @@ TEST_F(ServerTest, TakesOverFromADeadServerButNotFromALiveOne) {
     EXPECT_EQ(second.wait(), 1);
     Host host(adapterPath("quill0"));
     host.askDelay();
-    EXPECT_EQ(host.awaitMessage(), 8);
+    EXPECT_TRUE(host.hasAnswer());
 }
 
 TEST_F(ServerTest, SilentAndDelayedRequestsHoldNobodyUp) {
@@ -178,10 +168,10 @@ TEST_F(ServerTest, SilentAndDelayedRequestsHoldNobodyUp) {
     for (const char* name : {"quill0", "quill1"}) {
         Host other(adapterPath(name));
         other.askDelay();
-        EXPECT_EQ(other.awaitMessage(), 8);
+        EXPECT_TRUE(other.hasAnswer());
     }
-    EXPECT_EQ(delayed.awaitMessage(), 8);
-    EXPECT_EQ(silent.awaitMessage(0), -1);
+    EXPECT_TRUE(delayed.hasAnswer());
+    EXPECT_FALSE(silent.ends(0));
 }
 
 TEST_F(ServerTest, UnpluggingCutsHostsOffUntilItIsPluggedAgain) {
@@ -189,8 +179,11 @@ TEST_F(ServerTest, UnpluggingCutsHostsOffUntilItIsPluggedAgain) {
     ASSERT_EQ(server.readLine(), "ready\n");
     Host host(adapterPath("quill0"));
     ASSERT_TRUE(host.isOpen());
+    EXPECT_EQ(control("fault 0 silence"), "");
+    host.askDelay();
     EXPECT_EQ(control("unplug 0"), "");
-    EXPECT_EQ(host.awaitMessage(), 0);
+    EXPECT_TRUE(host.ends());
+    EXPECT_FALSE(host.hasAnswer());
     EXPECT_THAT(adapterNames(), ElementsAre("quill1"));
     EXPECT_EQ(control("plug 0"), "");
     EXPECT_TRUE(Host(adapterPath("quill0")).isOpen());
@@ -210,7 +203,7 @@ TEST_F(ServerTest, StartsWithItsOptionsAndLogsRequests) {
 
     Host host(adapterPath("quill1"));
     host.askDelay();
-    EXPECT_EQ(host.awaitMessage(), 8);
+    EXPECT_TRUE(host.hasAnswer());
     std::string line;
     std::getline(std::ifstream(logFile), line);
     EXPECT_THAT(line, HasSubstr("name=quill1 seq=1 code=0x0500 "));
