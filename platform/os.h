@@ -94,6 +94,8 @@ class LocalMutex {
     ~LocalMutex() { destroy(); }
 
     void enter() noexcept;
+    // False, at once, while another thread holds it.
+    bool tryEnter() noexcept;
     void leave() noexcept;
 
    private:

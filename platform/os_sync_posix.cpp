@@ -76,6 +76,7 @@ LocalMutex::LocalMutex() noexcept {
 void LocalMutex::destroy() noexcept {}
 
 void LocalMutex::enter() noexcept { ::pthread_mutex_lock(mutex(native_)); }
+bool LocalMutex::tryEnter() noexcept { return ::pthread_mutex_trylock(mutex(native_)) == 0; }
 void LocalMutex::leave() noexcept { ::pthread_mutex_unlock(mutex(native_)); }
 
 }  // namespace wrenlink::os

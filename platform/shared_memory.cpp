@@ -13,6 +13,8 @@ SharedMemory::SharedMemory(std::string_view regionName, std::size_t size, std::b
 SharedMemory::~SharedMemory() {
     std::byte* const mapped = view_.load(std::memory_order_relaxed);
     if (mapped != nullptr) os::FileMapping::unmap(mapped, size_);
+    // Before the mutex, which may still be held, lets another process in.
+    mapping_.close();
 }
 
 std::byte* SharedMemory::view() noexcept {

@@ -57,20 +57,18 @@ os::ProcessMutex* openStoreMutex() noexcept {
     return current;
 }
 
-// Holds the store's mutex. Whoever adds something gives up when it cannot be had; whoever discards
-// goes on without it, as the values must not be lost.
+// Holds the store's mutex. Without one that can be had the work is done all the same: an error text
+// that is lost for certain would be worse than one that two threads might spoil.
 class StoreLock {
    public:
     StoreLock() noexcept : mutex_(openStoreMutex()) {
-        if (held()) os::lockProcessMutex(mutex_);
+        if (mutex_ != nullptr) os::lockProcessMutex(mutex_);
     }
     StoreLock(const StoreLock&) = delete;
     StoreLock& operator=(const StoreLock&) = delete;
     ~StoreLock() {
-        if (held()) os::unlockProcessMutex(mutex_);
+        if (mutex_ != nullptr) os::unlockProcessMutex(mutex_);
     }
-
-    bool held() const noexcept { return mutex_ != nullptr; }
 
    private:
     os::ProcessMutex* const mutex_;
@@ -215,7 +213,7 @@ bool ThreadLocalSlot::set(void* value) noexcept {
         return true;
     }
     const StoreLock lock;
-    return lock.held() && addNode(record_, value);
+    return addNode(record_, value);
 }
 
 void ThreadLocalSlot::threadEnd() noexcept {

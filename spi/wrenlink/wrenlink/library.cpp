@@ -13,7 +13,8 @@ wrenlink::Library library;
 }  // namespace
 
 #ifdef _WIN32
-// Thread notifications are not used: nothing runs when a host's thread ends.
+// Nothing of the library runs when a host's thread ends. The call is refused where the compiler's
+// runtime wants the notifications for itself.
 BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH) DisableThreadLibraryCalls(module);
     return TRUE;

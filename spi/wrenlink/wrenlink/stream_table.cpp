@@ -1,5 +1,8 @@
 #include "wrenlink/stream_table.h"
 
+#include <mutex>
+#include <utility>
+
 namespace wrenlink {
 namespace {
 
@@ -12,15 +15,16 @@ CUsbStreamTable& streamTable() { return *theTable; }
 CUsbStreamTable::CUsbStreamTable() { theTable = this; }
 
 CUsbStreamTable::~CUsbStreamTable() {
-    const LocalLockGuard guard(lock_);
-    slots_.reset();
+    const std::unique_lock lock(lock_, std::try_to_lock);
+    if (!lock) return;
+    delete std::exchange(slots_, nullptr);
     count_ = 0;
     legacyAssigned_ = false;
 }
 
 bool CUsbStreamTable::addStream(std::uint32_t* id, CUsbStreamData* stream) {
     const LocalLockGuard guard(lock_);
-    if (slots_ == nullptr) slots_ = std::make_unique<Slots>();
+    if (slots_ == nullptr) slots_ = new Slots{};
     if (count_ >= SPIFNS_MAX_STREAMS) return false;
     do {
         cursor_ = (cursor_ + 1) % SPIFNS_MAX_STREAMS;
@@ -74,7 +78,7 @@ void CUsbStreamTable::removeStream(std::uint32_t id) {
     const LocalLockGuard guard(lock_);
     if (slots_ == nullptr || (*slots_)[id] == nullptr) return;
     CUsbStreamData* stream = std::exchange((*slots_)[id], nullptr);
-    if (--count_ == 0) slots_.reset();
+    if (--count_ == 0) delete std::exchange(slots_, nullptr);
     release(stream);
     if (legacyAssigned_ && legacyId_ == id) legacyAssigned_ = false;
 }

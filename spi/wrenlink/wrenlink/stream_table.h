@@ -9,7 +9,6 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <utility>
 
 #include "platform/local_lock.h"
@@ -46,8 +45,8 @@ class CUsbStreamTable {
     CUsbStreamTable();
     CUsbStreamTable(const CUsbStreamTable&) = delete;
     CUsbStreamTable& operator=(const CUsbStreamTable&) = delete;
-    // Streams that are still open are left as they are. A thread that is still in a call, as the
-    // process exits, finds an empty table.
+    // Streams that are still open are left as they are. A thread that is in a call while the
+    // process exits finds an empty table; one that is in the table, or has ended in it, keeps it.
     ~CUsbStreamTable();
 
     // Stores a stream, which the table then owns, in the first free slot after the one assigned
@@ -76,8 +75,8 @@ class CUsbStreamTable {
     void release(CUsbStreamData* stream);
 
     LocalLock lock_;
-    std::unique_ptr<Slots> slots_;  // exists while a stream is open
-    std::uint32_t cursor_ = 0;      // the identifier assigned last
+    Slots* slots_ = nullptr;    // owned; exists while a stream is open
+    std::uint32_t cursor_ = 0;  // the identifier assigned last
     std::atomic<std::uint32_t> count_ = 0;
     bool legacyAssigned_ = false;
     std::uint32_t legacyId_ = 0;
