@@ -45,11 +45,13 @@ inline void closeQuietly(NativeHandle handle) noexcept {
 
 // A kernel object's name in UTF-16, each byte of the 8-bit name as one unit. get() is null, with
 // the error code ERROR_NOT_ENOUGH_MEMORY, when there is no memory: no object may be made then,
-// since a null name stands for an unnamed one.
+// since a null name stands for an unnamed one. Short names take none, for the store that reports a
+// lack of memory has such.
 class WideName {
    public:
     explicit WideName(std::string_view name) noexcept
-        : text_(new (std::nothrow) wchar_t[name.size() + 1]) {
+        : long_(name.size() < kShort ? nullptr : new (std::nothrow) wchar_t[name.size() + 1]),
+          text_(name.size() < kShort ? short_ : long_.get()) {
         if (text_ == nullptr) {
             ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
             return;
@@ -63,13 +65,17 @@ class WideName {
     WideName& operator=(const WideName&) = delete;
     ~WideName() {
         const ErrorKeeper keeper;
-        text_.reset();
+        long_.reset();
     }
 
-    const wchar_t* get() const noexcept { return text_.get(); }
+    const wchar_t* get() const noexcept { return text_; }
 
    private:
-    std::unique_ptr<wchar_t[]> text_;
+    static constexpr std::size_t kShort = 64;  // with its terminator
+
+    std::unique_ptr<wchar_t[]> long_;
+    wchar_t short_[kShort];
+    wchar_t* text_;
 };
 
 // Creates or opens the mutex of that name without owning it; null on failure.

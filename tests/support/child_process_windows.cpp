@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "tests/support/child_process.h"
+#include "tests/support/command_line_windows.h"
 
 namespace wrenlink::test {
 namespace {
@@ -21,19 +22,6 @@ std::string ownProgram() {
     const DWORD length = ::GetModuleFileNameA(nullptr, path.data(), path.size());
     check(length > 0, "GetModuleFileName");
     return {path.data(), length};
-}
-
-// A word of a command line, as C programs take the line apart: a backslash escapes only before a
-// quote.
-std::string quoted(const std::string& word) {
-    std::string text = "\"";
-    std::size_t backslashes = 0;
-    for (const char character : word) {
-        if (character == '"') text.append(backslashes + 1, '\\');
-        backslashes = character == '\\' ? backslashes + 1 : 0;
-        text.push_back(character);
-    }
-    return text.append(backslashes, '\\') + '"';
 }
 
 enum class ChildEnd { reads, writes };
@@ -71,8 +59,9 @@ struct ChildProcess::Native {
 ChildProcess::ChildProcess(const std::string& role, const Arguments& arguments)
     : native_(new Native) {
     const std::string program = ownProgram();
-    std::string line = quoted(program) + " --child " + quoted(role);
-    for (const std::string& argument : arguments) line += ' ' + quoted(argument);
+    std::vector<std::string> words = {program, "--child", role};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::string line = commandLine(words);
 
     const Pipe up(ChildEnd::writes);
     const Pipe down(ChildEnd::reads);

