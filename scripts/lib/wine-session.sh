@@ -3,6 +3,7 @@
 #
 #     wine_start    makes the prefix if there is none, and starts a session that lasts
 #     wine_stop     ends the session with all that runs in it
+#     wine_run      runs a program in the session
 #
 # Without a session each program starts one for itself, which takes seconds. A session's services
 # inherit the files of whoever starts it, so no program here gets any of the caller's.
@@ -35,6 +36,10 @@ wine_make_prefix() {
 wine_start() {
     # The server ends after its last program unless it is told to last.
     wine_make_prefix && wine_quietly wineserver -p && wine_quietly wineboot
+}
+
+wine_run() {
+    timeout --kill-after=5 60 wine "$@" </dev/null
 }
 
 wine_stop() {
