@@ -26,6 +26,20 @@ void awaitParent() {
     std::getline(std::cin, line);
 }
 
+std::string ChildProcess::readLine() {
+    std::string line;
+    for (int next = std::fgetc(fromChild_); next != EOF && next != '\n';
+         next = std::fgetc(fromChild_)) {
+        line.push_back(static_cast<char>(next));
+    }
+    return line;
+}
+
+void ChildProcess::go() {
+    std::fputs("go\n", toChild_);
+    std::fflush(toChild_);
+}
+
 }  // namespace wrenlink::test
 
 int main(int argc, char** argv) {

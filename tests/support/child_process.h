@@ -44,6 +44,8 @@ class ChildProcess {
    private:
     struct Native;
     Native* native_ = nullptr;
+    std::FILE* fromChild_ = nullptr;
+    std::FILE* toChild_ = nullptr;
 };
 
 }  // namespace wrenlink::test

@@ -27,8 +27,6 @@ struct Pipe {
 
 struct ChildProcess::Native {
     pid_t id = 0;
-    std::FILE* fromChild = nullptr;
-    std::FILE* toChild = nullptr;
 };
 
 ChildProcess::ChildProcess(const std::string& role, const Arguments& arguments)
@@ -51,31 +49,17 @@ ChildProcess::ChildProcess(const std::string& role, const Arguments& arguments)
     ::posix_spawn_file_actions_destroy(&actions);
     ::close(down.ends[0]);
     ::close(up.ends[1]);
-    native_->fromChild = ::fdopen(up.ends[0], "r");
-    native_->toChild = ::fdopen(down.ends[1], "w");
+    fromChild_ = ::fdopen(up.ends[0], "r");
+    toChild_ = ::fdopen(down.ends[1], "w");
     check(error, "posix_spawn");
-}
-
-std::string ChildProcess::readLine() {
-    std::string line;
-    for (int next = std::fgetc(native_->fromChild); next != EOF && next != '\n';
-         next = std::fgetc(native_->fromChild)) {
-        line.push_back(static_cast<char>(next));
-    }
-    return line;
-}
-
-void ChildProcess::go() {
-    std::fputs("go\n", native_->toChild);
-    std::fflush(native_->toChild);
 }
 
 void ChildProcess::kill() {
     if (native_ == nullptr) return;
     ::kill(native_->id, SIGKILL);
     ::waitpid(native_->id, nullptr, 0);
-    std::fclose(native_->fromChild);
-    std::fclose(native_->toChild);
+    std::fclose(fromChild_);
+    std::fclose(toChild_);
     delete native_;
     native_ = nullptr;
 }

@@ -52,8 +52,6 @@ std::FILE* streamOf(HANDLE handle, const char* mode) {
 
 struct ChildProcess::Native {
     HANDLE process = nullptr;
-    std::FILE* fromChild = nullptr;
-    std::FILE* toChild = nullptr;
 };
 
 ChildProcess::ChildProcess(const std::string& role, const Arguments& arguments)
@@ -77,22 +75,8 @@ ChildProcess::ChildProcess(const std::string& role, const Arguments& arguments)
           "CreateProcess");
     ::CloseHandle(started.hThread);
     native_->process = started.hProcess;
-    native_->fromChild = streamOf(up.ofParent, "r");
-    native_->toChild = streamOf(down.ofParent, "w");
-}
-
-std::string ChildProcess::readLine() {
-    std::string line;
-    for (int next = std::fgetc(native_->fromChild); next != EOF && next != '\n';
-         next = std::fgetc(native_->fromChild)) {
-        line.push_back(static_cast<char>(next));
-    }
-    return line;
-}
-
-void ChildProcess::go() {
-    std::fputs("go\n", native_->toChild);
-    std::fflush(native_->toChild);
+    fromChild_ = streamOf(up.ofParent, "r");
+    toChild_ = streamOf(down.ofParent, "w");
 }
 
 void ChildProcess::kill() {
@@ -100,8 +84,8 @@ void ChildProcess::kill() {
     ::TerminateProcess(native_->process, 1);
     ::WaitForSingleObject(native_->process, INFINITE);
     ::CloseHandle(native_->process);
-    std::fclose(native_->fromChild);
-    std::fclose(native_->toChild);
+    std::fclose(fromChild_);
+    std::fclose(toChild_);
     delete native_;
     native_ = nullptr;
 }
