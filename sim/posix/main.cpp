@@ -12,10 +12,10 @@
 #include <iostream>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <vector>
 
+#include "sim/adapter_arguments.h"
 #include "sim/model/text.h"
 #include "sim/posix/server.h"
 
@@ -24,15 +24,11 @@ namespace {
 using quillsim::AdapterOptions;
 using quillsim::ServerOptions;
 
-struct Arguments {
+constexpr std::size_t kMostAdapters = 1000;
+
+struct Arguments : quillsim::AdapterArguments {
     std::string runtimeDirectory = "/run/wrenlink";
-    std::size_t adapters = 1;
     std::vector<std::string> names;
-    std::vector<std::uint32_t> ids;
-    std::vector<std::string> firmware;
-    std::vector<std::string> memory;
-    std::vector<std::string> xap;
-    std::uint64_t answerMicroseconds = 0;
     std::string mode = "0770";
     std::string group;
     std::string logFile;
@@ -43,35 +39,14 @@ void declare(CLI::App& app, Arguments& arguments) {
     app.add_option("--runtime-dir", arguments.runtimeDirectory, "where hosts look for adapters")
         ->envname("WRENLINK_RUNTIME_DIR")
         ->capture_default_str();
-    app.add_option("--adapters", arguments.adapters, "how many adapters")
-        ->check(CLI::Range(0, 1000))
-        ->capture_default_str();
-    // Given once for each adapter in turn; where one is given for fewer, the rest as described.
-    const auto perAdapter = [&app](const char* name, auto& values, const char* description) {
-        return app.add_option(name, values, description)->allow_extra_args(false);
-    };
-    perAdapter("--name", arguments.names, "socket name (others: quill and the number)");
-    perAdapter("--id", arguments.ids, "adapter id (others: 100, 200, ... by number)");
-    perAdapter("--firmware", arguments.firmware, "MAJOR.MINOR (others: as the last one, or 1.9)");
-    perAdapter("--memory", arguments.memory,
-               "file of little-endian words from address 0 on (others: zeros)")
-        ->check(CLI::ExistingFile);
-    perAdapter("--xap", arguments.xap, "running or stopped (others: as the last one, or running)")
-        ->check(CLI::IsMember({"running", "stopped"}));
-    app.add_option("--answer-us,--delay-us", arguments.answerMicroseconds,
-                   "microseconds that every request takes");
+    quillsim::declareAdapters(app, arguments, kMostAdapters);
+    quillsim::addPerAdapter(app, "--name", arguments.names,
+                            "socket name (others: quill and the number)");
     app.add_option("--mode", arguments.mode, "permissions of the directories that it makes")
         ->capture_default_str();
     app.add_option("--group", arguments.group, "group that may use the adapters");
     app.add_option("--log", arguments.logFile, "file to add a line to for each request");
     app.add_option("--control", arguments.command, "send this command to the running simulator");
-}
-
-// The value of an adapter in a list given for some: its own, else the last one, else the default.
-std::string valueFor(const std::vector<std::string>& values, std::size_t adapter,
-                     std::string_view otherwise) {
-    if (values.empty()) return std::string(otherwise);
-    return adapter < values.size() ? values[adapter] : values.back();
 }
 
 // Padded so that the names sort like the numbers.
@@ -87,12 +62,12 @@ AdapterOptions adapterOptions(const Arguments& arguments, std::size_t adapter) {
                                                     : defaultName(adapter, arguments.adapters);
     options.id = adapter < arguments.ids.size() ? arguments.ids[adapter]
                                                 : static_cast<std::uint32_t>(100 * (adapter + 1));
-    const std::string firmware = valueFor(arguments.firmware, adapter, "1.9");
+    const std::string firmware = quillsim::valueFor(arguments.firmware, adapter, "1.9");
     if (!quillsim::readFirmware(firmware, options.firmware)) {
         throw std::runtime_error("--firmware: " + firmware + " is not MAJOR.MINOR");
     }
     if (adapter < arguments.memory.size()) options.memoryFile = arguments.memory[adapter];
-    options.xapStopped = valueFor(arguments.xap, adapter, "running") == "stopped";
+    options.xapStopped = quillsim::valueFor(arguments.xap, adapter, "running") == "stopped";
     options.answerMicroseconds = arguments.answerMicroseconds;
     return options;
 }

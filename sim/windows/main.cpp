@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "sim/adapter_arguments.h"
 #include "sim/model/adapter.h"
 #include "sim/windows/control_client.h"
 #include "sim/windows/control_protocol.h"
@@ -26,35 +27,10 @@ using quillsim::ControlClient;
 
 constexpr std::chrono::seconds kPatience(20);
 
-struct Arguments {
-    std::size_t adapters = 1;
-    std::vector<std::string> ids;
-    std::vector<std::string> firmware;
-    std::vector<std::string> memory;
-    std::vector<std::string> xap;
-    std::uint64_t answerMicroseconds = 0;
+struct Arguments : quillsim::AdapterArguments {
     std::string command;
     std::size_t awaited = 0;
 };
-
-void declareInstall(CLI::App& app, Arguments& arguments) {
-    app.add_option("--adapters", arguments.adapters, "how many adapters")
-        ->check(CLI::Range(std::size_t{0}, quillsim::kMostAdapters))
-        ->capture_default_str();
-    // Given once for each adapter in turn; where one is given for fewer, the rest as described.
-    const auto perAdapter = [&app](const char* name, auto& values, const char* description) {
-        return app.add_option(name, values, description)->allow_extra_args(false);
-    };
-    perAdapter("--id", arguments.ids, "adapter id (others: 100, 200, ... by number)");
-    perAdapter("--firmware", arguments.firmware, "MAJOR.MINOR (others: as the last one, or 1.9)");
-    perAdapter("--memory", arguments.memory,
-               "file of little-endian words from address 0 on (others: zeros)")
-        ->check(CLI::ExistingFile);
-    perAdapter("--xap", arguments.xap, "running or stopped (others: as the last one, or running)")
-        ->check(CLI::IsMember({"running", "stopped"}));
-    app.add_option("--answer-us", arguments.answerMicroseconds,
-                   "microseconds that every request takes");
-}
 
 // Tries something until it succeeds.
 template <typename Attempt>
@@ -96,19 +72,15 @@ void loadMemory(ControlClient& client, const std::string& adapter, const std::st
 }
 
 void configure(ControlClient& client, const Arguments& arguments) {
-    // The value of an adapter in a list given for some: its own, else the last one.
-    const auto valueFor = [](const std::vector<std::string>& values, std::size_t i) {
-        return i < values.size() ? values[i] : values.back();
-    };
     client.run("adapters " + std::to_string(arguments.adapters));
     for (std::size_t i = 0; i < arguments.adapters; ++i) {
         const std::string number = std::to_string(i);
         const std::string set = "set " + number;
-        if (i < arguments.ids.size()) client.run(set + " id " + arguments.ids[i]);
-        if (!arguments.firmware.empty()) {
-            client.run(set + " firmware " + valueFor(arguments.firmware, i));
+        if (i < arguments.ids.size()) {
+            client.run(set + " id " + std::to_string(arguments.ids[i]));
         }
-        if (!arguments.xap.empty()) client.run("xap " + number + ' ' + valueFor(arguments.xap, i));
+        client.run(set + " firmware " + quillsim::valueFor(arguments.firmware, i, "1.9"));
+        client.run("xap " + number + ' ' + quillsim::valueFor(arguments.xap, i, "running"));
         client.run(set + " answer-us " + std::to_string(arguments.answerMicroseconds));
         if (i < arguments.memory.size()) loadMemory(client, number, arguments.memory[i]);
     }
@@ -143,7 +115,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     CLI::App* const installing =
         app.add_subcommand("install", "install the driver anew, with adapters at power-on");
-    declareInstall(*installing, arguments);
+    quillsim::declareAdapters(*installing, arguments, quillsim::kMostAdapters);
     installing->callback([&] { install(arguments); });
     app.add_subcommand("remove", "remove the driver")->callback(uninstall);
     CLI::App* const controlling = app.add_subcommand("control", "send the driver a command");

@@ -1,0 +1,56 @@
+// The options by which quillsim describes its adapters, the same on every system.
+#ifndef QUILLSIM_ADAPTER_ARGUMENTS_H
+#define QUILLSIM_ADAPTER_ARGUMENTS_H
+
+#include <CLI/CLI.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace quillsim {
+
+// Lists are given for some adapters, by number; valueFor tells what holds for the others.
+struct AdapterArguments {
+    std::size_t adapters = 1;
+    std::vector<std::uint32_t> ids;
+    std::vector<std::string> firmware;
+    std::vector<std::string> memory;
+    std::vector<std::string> xap;
+    std::uint64_t answerMicroseconds = 0;
+};
+
+// An option that is given once for each adapter in turn.
+template <class Values>
+CLI::Option* addPerAdapter(CLI::App& app, const char* name, Values& values,
+                           const char* description) {
+    return app.add_option(name, values, description)->allow_extra_args(false);
+}
+
+inline void declareAdapters(CLI::App& app, AdapterArguments& arguments, std::size_t mostAdapters) {
+    app.add_option("--adapters", arguments.adapters, "how many adapters")
+        ->check(CLI::Range(std::size_t{0}, mostAdapters))
+        ->capture_default_str();
+    addPerAdapter(app, "--id", arguments.ids, "adapter id (others: 100, 200, ... by number)");
+    addPerAdapter(app, "--firmware", arguments.firmware,
+                  "MAJOR.MINOR (others: as the last one, or 1.9)");
+    addPerAdapter(app, "--memory", arguments.memory,
+                  "file of little-endian words from address 0 on (others: zeros)")
+        ->check(CLI::ExistingFile);
+    addPerAdapter(app, "--xap", arguments.xap,
+                  "running or stopped (others: as the last one, or running)")
+        ->check(CLI::IsMember({"running", "stopped"}));
+    app.add_option("--answer-us,--delay-us", arguments.answerMicroseconds,
+                   "microseconds that every request takes");
+}
+
+// The value of an adapter in a list given for some: its own, else the last one, else the default.
+inline std::string valueFor(const std::vector<std::string>& values, std::size_t adapter,
+                            const char* otherwise) {
+    if (values.empty()) return otherwise;
+    return adapter < values.size() ? values[adapter] : values.back();
+}
+
+}  // namespace quillsim
+
+#endif
