@@ -8,6 +8,7 @@
 
 #include "tests/exports/host.h"
 #include "tests/support/child_process.h"
+#include "tests/support/scale.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {
@@ -232,7 +233,7 @@ TEST(Streams, WorkAtOnceAndTakeTurnsAtAnAdapter) {
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < 8; ++i)
         threads.emplace_back([i] {
-            for (int round = 0; round < 10; ++round) {
+            for (unsigned round = 0; round < 10 * scale(); ++round) {
                 const Stream stream(i % 2 == 0 ? "100" : "1");
                 const Words written = countingWords(300, static_cast<std::uint16_t>(i * 1000));
                 Words read(300);
