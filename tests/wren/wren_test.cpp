@@ -163,6 +163,7 @@ TEST_F(ExampleHosts, AreThoseOfTheReadmeAndRun) {
     EXPECT_EQ(printed(), "clock 1066.098081 kHz\nthe words came back\n");
 #ifdef PYTHON
     setEnvironment("LD_LIBRARY_PATH", LIBRARY_FOLDER);
+    setEnvironment("PYTHONPATH", (sources / "bindings/python").string());
     EXPECT_EQ(run({PYTHON, python}), 0);
     EXPECT_THAT(printed(), HasSubstr("\n0001 0001 0002 0003 0005 0008 000d 0015\n"));
 #endif
