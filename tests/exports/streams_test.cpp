@@ -1,5 +1,4 @@
-// Opening, naming and closing streams, and using them from several threads.
-#include <gmock/gmock.h>
+// Opening, naming and closing streams.
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -8,7 +7,6 @@
 
 #include "tests/exports/host.h"
 #include "tests/support/child_process.h"
-#include "tests/support/scale.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {
@@ -226,30 +224,6 @@ TEST(Streams, LiveUntilTheLastCallOnThemEnds) {
     worker.join();
     EXPECT_EQ(status, 0);
     EXPECT_EQ(simulator.takeFrames().size(), 3U);
-}
-
-TEST(Streams, WorkAtOnceAndTakeTurnsAtAnAdapter) {
-    Simulator simulator({100, 200}, "1.9");
-    std::vector<std::thread> threads;
-    for (unsigned i = 0; i < 8; ++i)
-        threads.emplace_back([i] {
-            for (unsigned round = 0; round < 10 * scale(); ++round) {
-                const Stream stream(i % 2 == 0 ? "100" : "1");
-                const Words written = countingWords(300, static_cast<std::uint16_t>(i * 1000));
-                Words read(300);
-                EXPECT_EQ(stream.run({writeFrom(i * 1000, written), setting("SPI_DELAY", "8"),
-                                      readInto(i * 1000, read)}),
-                          0);
-                EXPECT_EQ(read, written);
-                EXPECT_EQ(stream.get("SPI_DELAY"), "8");
-                stream.read(0x10000 + i, read);
-                EXPECT_EQ(lastFailure().address, 0x10000 + i);
-            }
-        });
-    for (std::thread& thread : threads) thread.join();
-    for (const char* count : {"count 0", "count 1"})
-        EXPECT_THAT(simulator.control(count), testing::HasSubstr("open=0 peak=1\n"));
-    EXPECT_EQ(spifns_count_streams(), 0U);
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "wrenlink/spifns.h"
 
@@ -92,25 +90,6 @@ TEST_F(LastError, TextIsCutTo1023Characters) {
     Quill_SetLastError(514, 0, "%s", longText.substr(0, 1020).c_str());
     Quill_AppendToLastError("cut");
     EXPECT_EQ(stored().text, longText.substr(0, 1020) + ": c");
-}
-
-TEST_F(LastError, BelongsToItsThread) {
-    Quill_SetLastError(1, 0, "main");
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
-        threads.emplace_back([i] {
-            EXPECT_EQ(stored(), (Record{0, 0, ""}));
-            const auto code = static_cast<unsigned>(300 + i);
-            for (int round = 0; round < 200; ++round) {
-                Quill_SetLastError(300 + i, code, "thread %d", i);
-                Quill_AppendToLastError("round");
-                EXPECT_EQ(stored(),
-                          (Record{code, code, "thread " + std::to_string(i) + ": round"}));
-                if (round % 50 == 0) Quill_ClearLastError();
-            }
-        });
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(stored(), (Record{1, 0, "main"}));
 }
 
 }  // namespace
