@@ -55,16 +55,20 @@ class RuntimeDir : public testing::Test {
 
 TEST_F(RuntimeDir, FileNameIsTheKernelNameIfItCanBe) {
     const std::string longest(NAME_MAX, 'n');
+    const std::string tooLong = longest + "n";
+    const std::string tooLongFile = longest.substr(0, 200) + "~512dc65af22aa725";
+    const std::string escapedAtTheCut = longest.substr(0, 199) + "/x";
+    const std::string escapedFile = longest.substr(0, 199) + "~bbdf3f0426f3cdde";
     const struct {
-        std::string kernelName;
-        std::string fileName;
+        std::string_view kernelName;
+        std::string_view fileName;
     } cases[] = {
         {"kvs_mutex_--?-usb#a{b}", "kvs_mutex_--?-usb#a{b}"},
         {longest, longest},
         {"..", "..~07da1a07b4a03f2d"},
         {"kvs_shm_a/b", "kvs_shm_a%2Fb~5b148feafbc6f8d9"},
-        {longest + "n", std::string(200, 'n') + "~512dc65af22aa725"},
-        {std::string(199, 'n') + "/x", std::string(199, 'n') + "~bbdf3f0426f3cdde"},
+        {tooLong, tooLongFile},
+        {escapedAtTheCut, escapedFile},
     };
     for (const auto& row : cases) EXPECT_EQ(ObjectFileName(row.kernelName).text(), row.fileName);
 }
