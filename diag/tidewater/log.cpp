@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +9,9 @@
 #include "diag/tidewater/tidewater_os.h"
 
 namespace tidewater {
+
+constinit std::atomic<bool> logIsOpen{false};
+
 namespace {
 
 // Holds kNoFile before the log is opened and after it is closed, so it may be read at any time.
@@ -23,11 +25,13 @@ class LogLife {
         if (target == nullptr || *target == '\0') return;
         ownsFile_ = std::strcmp(target, "stderr") != 0;
         logFile = ownsFile_ ? os::openForAppending(target) : os::standardError();
+        logIsOpen = logFile != os::kNoFile;
     }
     LogLife(const LogLife&) = delete;
     LogLife& operator=(const LogLife&) = delete;
     ~LogLife() {
         const os::ErrorKeeper keeper;
+        logIsOpen = false;
         const os::LogFile file = logFile.exchange(os::kNoFile);
         if (ownsFile_ && file != os::kNoFile) os::close(file);
     }
@@ -82,8 +86,6 @@ void addTime(LineBuffer& line) noexcept {
 }
 
 }  // namespace
-
-bool logging() noexcept { return logFile.load(std::memory_order_relaxed) != os::kNoFile; }
 
 void writeLine(const Place& place, const char* format, ...) noexcept {
     std::va_list arguments;

@@ -45,11 +45,18 @@ class FunctionHandler : public CMessageHandler {
 constinit std::array<FunctionHandler, 128> functionHandlers;
 constinit FunctionHandler commonHandler;
 
-FunctionHandler& handlerOf(const char* function) {
+[[gnu::noinline]] FunctionHandler& handlerOf(const char* function) {
     for (FunctionHandler& handler : functionHandlers) {
         if (handler.serves(function)) return handler;
     }
     return commonHandler;
+}
+
+// Apart from the constructor, which most often has nothing to show.
+[[gnu::noinline]] void traceEntry(CMessageHandler& handler, const tidewater::Place& place) {
+    static_cast<FunctionHandler&>(handler).setPlace(place.file, place.line);
+    tidewater::writeLine({orUnknown(place.function), orUnknown(place.file), place.line}, "-> %s",
+                         orUnknown(place.function));
 }
 
 }  // namespace
@@ -91,13 +98,12 @@ bool CTheMsgHnd::DebugActivated() { return tidewater::logging(); }
 CDebugSentry::CDebugSentry(CMessageHandler* handler, unsigned long line, const char* file,
                            const char* function)
     : handler_(handler), line_(static_cast<unsigned int>(line)), file_(file), function_(function) {
-    if (!tidewater::logging()) return;
-    static_cast<FunctionHandler*>(handler)->setPlace(file, line);
-    tidewater::writeLine({orUnknown(function), orUnknown(file), line}, "-> %s",
-                         orUnknown(function));
+    if (tidewater::logging()) traceEntry(*handler, {function, file, line});
 }
 
-CDebugSentry::~CDebugSentry() { CDebugSentry::PrintExit(); }
+CDebugSentry::~CDebugSentry() {
+    if (tidewater::logging()) CDebugSentry::PrintExit();
+}
 
 void CDebugSentry::CheckPrintExit() {
     if (tidewater::logging()) PrintExit();

@@ -1,9 +1,12 @@
 #include "wrenlink/sequence.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <deque>
+#include <forward_list>
+#include <memory_resource>
 #include <optional>
 #include <vector>
 
@@ -34,7 +37,11 @@ constexpr Access kWriteAccess = {504, true, "SPICMDWRITEBITS", &QuillStream::cmd
 // One submission: the list that gathers and the bits that it will have given the adapter.
 class Submission {
    public:
-    explicit Submission(CUsbStreamData& stream) : stream_(stream), quill_(stream.quill()) {}
+    // For so many records.
+    Submission(CUsbStreamData& stream, std::size_t count)
+        : stream_(stream), quill_(stream.quill()) {
+        pending_.reserve(count);
+    }
 
     int add(const SpiAction& action);
     int finish();
@@ -54,8 +61,11 @@ class Submission {
 
     CUsbStreamData& stream_;
     QuillStream* quill_;
-    std::vector<SpiAction> pending_;
-    std::deque<ValueText> valueTexts_;  // a deque: entries point at its elements
+    // Short submissions take no memory but this.
+    alignas(SpiAction) std::array<std::byte, 2048> room_;
+    std::pmr::monotonic_buffer_resource memory_{room_.data(), room_.size()};
+    std::pmr::vector<SpiAction> pending_{&memory_};
+    std::pmr::forward_list<ValueText> valueTexts_{&memory_};  // entries point at its elements
     // What the gathered list sets, for reads and for writes: the cache learns of it only once the
     // list has been sent.
     std::optional<std::uint16_t> pendingBits_[2];
@@ -115,7 +125,7 @@ void Submission::addCmdBits(const Access& access) {
     if (!access.forWrites)
         Quill_Stream_Debug_Full(
             quill_, "Prepend a new SpiAction to the sequence to set SPICMDREADBITS var");
-    ValueText& value = valueTexts_.emplace_back();
+    ValueText& value = valueTexts_.emplace_front();
     std::snprintf(value.text, sizeof value.text, "0x%x", unsigned{bits});
     SpiAction entry{};
     entry.type = SpiAction::SetVar;
@@ -181,7 +191,7 @@ int spi_sd_sequence(CUsbStreamData& stream, const SpiAction* actions, std::int32
     int result = 0;
     const ResultTrace<int> trace(result);
     if (actions == nullptr && count > 0) return result = invalidArgument();
-    Submission submission(stream);
+    Submission submission(stream, static_cast<std::size_t>(std::max(count, 0)));
     for (std::int32_t i = 0; i < count && result == 0; ++i)
         result = submission.add(actionAt(actions, i));
     if (result == 0) result = submission.finish();
