@@ -1,0 +1,56 @@
+# What `cmake --install` offers, in three components: the library with all that a program needs which
+# runs with it; what building such a program needs; and the tools.
+include(CMakePackageConfigHelpers)
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/wrenlink)
+
+install(TARGETS wrenlink EXPORT wrenlink
+  RUNTIME COMPONENT library
+  LIBRARY COMPONENT library NAMELINK_COMPONENT development
+  ARCHIVE COMPONENT development)
+install(TARGETS wren quillsim RUNTIME COMPONENT tools)
+
+# For find_package().
+install(EXPORT wrenlink NAMESPACE wrenlink:: FILE wrenlink-targets.cmake
+  DESTINATION ${package_folder} COMPONENT development)
+configure_package_config_file(
+  ${CMAKE_CURRENT_LIST_DIR}/wrenlink-config.cmake.in
+  ${CMAKE_BINARY_DIR}/kit/wrenlink-config.cmake
+  INSTALL_DESTINATION ${package_folder} PATH_VARS CMAKE_INSTALL_LIBDIR
+  NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+write_basic_package_version_file(
+  ${CMAKE_BINARY_DIR}/kit/wrenlink-config-version.cmake COMPATIBILITY SameMajorVersion)
+
+# For pkg-config. It leaves out the system's own folders when they are named plainly; any other prefix
+# is where the file itself is found.
+set(pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set(pkgconfig_prefix /usr)
+if(NOT CMAKE_INSTALL_PREFIX STREQUAL /usr)
+  file(RELATIVE_PATH pkgconfig_prefix /prefix/${pkgconfig_folder} /prefix)
+  string(REGEX REPLACE "(.+)/$" "\${pcfiledir}/\\1" pkgconfig_prefix ${pkgconfig_prefix})
+endif()
+configure_file(${CMAKE_CURRENT_LIST_DIR}/wrenlink.pc.in ${CMAKE_BINARY_DIR}/kit/wrenlink.pc @ONLY)
+
+install(FILES
+  ${CMAKE_BINARY_DIR}/kit/wrenlink-config.cmake
+  ${CMAKE_BINARY_DIR}/kit/wrenlink-config-version.cmake
+  DESTINATION ${package_folder} COMPONENT development)
+install(FILES ${CMAKE_BINARY_DIR}/kit/wrenlink.pc
+  DESTINATION ${pkgconfig_folder} COMPONENT development)
+install(FILES include/wrenlink/spifns.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/wrenlink COMPONENT development)
+
+install(FILES README.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(FILES sim/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/sim COMPONENT development)
+
+if(WIN32)
+  install(FILES ${CMAKE_BINARY_DIR}/wrenlink.def ${CMAKE_BINARY_DIR}/wrenlink.lib
+    DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  # The simulator installs what lies beside it.
+  install(TARGETS quillsim_driver LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(FILES ${CMAKE_BINARY_DIR}/quillsim.inf
+    DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+else()
+  install(FILES sim/quillsim.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+endif()

@@ -1,0 +1,62 @@
+# What cpack makes of the installed files: a set of Debian packages, or an archive for Windows.
+set(CPACK_PACKAGE_VENDOR "wrenlink contributors")
+# Whoever builds a package answers for it, and says so as Debian's own tools want it.
+set(CPACK_PACKAGE_CONTACT "wrenlink contributors <wrenlink@localhost.localdomain>")
+if(DEFINED ENV{DEBEMAIL})
+  set(CPACK_PACKAGE_CONTACT "$ENV{DEBFULLNAME} <$ENV{DEBEMAIL}>")
+endif()
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "SPI access to Marigold chips through Quill adapters")
+set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
+set(CPACK_OUTPUT_FILE_PREFIX ${CMAKE_SOURCE_DIR}/build/packages)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_THREADS 0)
+
+# Debian packages whose headers are compiled into the tools.
+set(CPACK_WRENLINK_COMPILED_IN libcli11-dev libfmt-dev)
+
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_PACKAGE_FILE_NAME wrenlink-${PROJECT_VERSION}-windows-x86_64)
+  set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/finish_zip.cmake)
+else()
+  set(CPACK_GENERATOR DEB)
+  set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/finish_deb.cmake)
+
+  set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+  set(CPACK_DEB_COMPONENT_INSTALL ON)
+  set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_SOURCE wrenlink)
+  set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+  set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+  set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR})
+
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libwrenlink${PROJECT_VERSION_MAJOR})
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+  file(WRITE ${CMAKE_BINARY_DIR}/kit/triggers "activate-noawait ldconfig\n")
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/kit/triggers)
+
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libwrenlink-dev)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
+
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME wrenlink-tools)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+endif()
+
+include(CPack)
+
+cpack_add_component(library DESCRIPTION
+"Programs that reach a Marigold chip over SPI with a Quill USB-to-SPI adapter
+use this library, several of them on one adapter at once.")
+cpack_add_component(development DEPENDS library DESCRIPTION
+"What building programs with wrenlink needs: the header, what CMake and
+pkg-config find the library by, the documentation and examples.")
+cpack_add_component(tools DEPENDS library DESCRIPTION
+"wren reads, writes and inspects the memory of a Marigold chip behind a Quill
+adapter. quillsim offers simulated adapters to those who have none at hand.")
