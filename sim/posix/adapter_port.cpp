@@ -42,12 +42,13 @@ Request parse(std::span<const std::uint8_t> message) {
 }  // namespace
 
 AdapterPort::AdapterPort(EventLoop& loop, const RuntimeDirectory& directory, std::string name,
-                         Adapter& adapter, std::ostream* log)
+                         Adapter& adapter, std::ostream* log, CapturePoint capture)
     : loop_(loop),
       directory_(directory),
       name_(std::move(name)),
       adapter_(adapter),
       log_(log),
+      capture_(capture),
       message_(kMessageRoom),
       reply_(kReplyRoom) {}
 
@@ -119,6 +120,8 @@ void AdapterPort::receive(Key key, Connection& connection) {
 }
 
 void AdapterPort::serve(Key key, Connection& connection, std::span<const std::uint8_t> message) {
+    connection.request = static_cast<std::uint32_t>(adapter_.log.last() + 1);
+    capture(PacketKind::request, key, message);
     const Answer answer = adapter_.handle(parse(message), reply_);
     if (log_ != nullptr) {
         TextWriter writer = writerTo(*log_);
@@ -149,20 +152,30 @@ void AdapterPort::serve(Key key, Connection& connection, std::span<const std::ui
 }
 
 void AdapterPort::finish(Key key) {
-    const Connection& connection = connections_.at(key);
+    Connection& connection = connections_.at(key);
     if (connection.delivery == Delivery::silence) return;
     const bool closes = connection.delivery == Delivery::close;
     const bool sent = !closes && ::send(connection.socket.get(), connection.completion.data(),
                                         connection.completion.size(), MSG_NOSIGNAL) >= 0;
-    if (!sent) drop(key);
+    if (!sent) {
+        drop(key);
+        return;
+    }
+    capture(PacketKind::completion, key, connection.completion);
+    connection.request = 0;
 }
 
 void AdapterPort::drop(Key key) {
     const auto found = connections_.find(key);
+    if (found->second.request != 0) capture(PacketKind::closed, key, {});
     if (found->second.due) loop_.cancel(*found->second.due);
     loop_.unwatch(found->second.watch);
     connections_.erase(found);
     adapter_.closed();
+}
+
+void AdapterPort::capture(PacketKind kind, Key key, std::span<const std::uint8_t> message) const {
+    capture_.add({kind, static_cast<std::uint32_t>(key), connections_.at(key).request, message});
 }
 
 }  // namespace quillsim

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/capture_file.h"
 #include "sim/model/adapter.h"
 #include "sim/posix/event_loop.h"
 #include "sim/posix/runtime_directory.h"
@@ -21,9 +22,9 @@ namespace quillsim {
 class AdapterPort {
    public:
     // All references stay the caller's and outlive the port; log, which may be null, gets one line
-    // for each request. The port starts unplugged.
+    // for each request, and capture what is sent either way. The port starts unplugged.
     AdapterPort(EventLoop& loop, const RuntimeDirectory& directory, std::string name,
-                Adapter& adapter, std::ostream* log);
+                Adapter& adapter, std::ostream* log, CapturePoint capture);
     AdapterPort(const AdapterPort&) = delete;
     AdapterPort& operator=(const AdapterPort&) = delete;
     ~AdapterPort() { unplug(); }
@@ -42,6 +43,7 @@ class AdapterPort {
         std::optional<EventLoop::TimerId> due;  // set while a request takes its time
         Delivery delivery = Delivery::completion;
         std::vector<std::uint8_t> completion;
+        std::uint32_t request = 0;  // the one that is not answered yet, by its number; 0 for none
     };
 
     void acceptAll();
@@ -51,12 +53,14 @@ class AdapterPort {
     void serve(Key key, Connection& connection, std::span<const std::uint8_t> message);
     void finish(Key key);
     void drop(Key key);
+    void capture(PacketKind kind, Key key, std::span<const std::uint8_t> message) const;
 
     EventLoop& loop_;
     const RuntimeDirectory& directory_;
     std::string name_;
     Adapter& adapter_;
     std::ostream* log_;
+    CapturePoint capture_;
     FileDescriptor listener_;
     EventLoop::WatchId listenerWatch_ = 0;
     std::map<Key, Connection> connections_;

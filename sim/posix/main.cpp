@@ -32,6 +32,7 @@ struct Arguments : quillsim::AdapterArguments {
     std::string mode = "0770";
     std::string group;
     std::string logFile;
+    std::string captureFile;
     std::string command;
 };
 
@@ -46,6 +47,8 @@ void declare(CLI::App& app, Arguments& arguments) {
         ->capture_default_str();
     app.add_option("--group", arguments.group, "group that may use the adapters");
     app.add_option("--log", arguments.logFile, "file to add a line to for each request");
+    app.add_option("--capture", arguments.captureFile,
+                   "pcapng file of what travels between hosts and adapters");
     app.add_option("--control", arguments.command, "send this command to the running simulator");
 }
 
@@ -77,6 +80,7 @@ ServerOptions serverOptions(const Arguments& arguments) {
     options.runtimeDirectory = arguments.runtimeDirectory;
     options.access.mode = static_cast<mode_t>(std::stoul(arguments.mode, nullptr, 8)) & 0777;
     options.logFile = arguments.logFile;
+    options.captureFile = arguments.captureFile;
     if (!arguments.group.empty()) {
         const group* entry = ::getgrnam(arguments.group.c_str());
         if (entry == nullptr) throw std::runtime_error("no group " + arguments.group);

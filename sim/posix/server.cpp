@@ -13,6 +13,13 @@
 namespace quillsim {
 namespace {
 
+// A capture that cannot go on, on a pipe that nobody reads or beyond a limit, must not end the
+// server.
+void ignoreFileSignals() {
+    ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN);
+}
+
 FileDescriptor catchEndSignals() {
     sigset_t signals;
     ::sigemptyset(&signals);
@@ -22,6 +29,11 @@ FileDescriptor catchEndSignals() {
     FileDescriptor fd(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!fd) throw std::system_error(errno, std::generic_category(), "signalfd");
     return fd;
+}
+
+std::optional<CaptureFile> openCapture(const std::string& path) {
+    if (path.empty()) return std::nullopt;
+    return std::optional<CaptureFile>(std::in_place, path);
 }
 
 // Each host that has an adapter open takes a descriptor.
@@ -58,26 +70,38 @@ std::unique_ptr<Adapter> makeAdapter(const AdapterOptions& options) {
 }  // namespace
 
 Server::Server(const ServerOptions& options)
-    : directory_(options.runtimeDirectory, options.access), signals_(catchEndSignals()) {
+    : capture_(openCapture(options.captureFile)),
+      directory_(options.runtimeDirectory, options.access),
+      signals_(catchEndSignals()) {
     raiseDescriptorLimit();
+    ignoreFileSignals();
     loop_.watch(signals_.get(), EPOLLIN, [this](std::uint32_t) { loop_.stop(); });
     if (!options.logFile.empty()) {
         log_.open(options.logFile, std::ios::app);
         if (!log_) throw std::runtime_error(options.logFile + ": cannot be written");
     }
-    for (const AdapterOptions& adapterOptions : options.adapters) {
-        adapters_.push_back(makeAdapter(adapterOptions));
-        benchAdapters_.push_back(adapters_.back().get());
-        ports_.push_back(std::make_unique<AdapterPort>(loop_, directory_, adapterOptions.name,
-                                                       *adapters_.back(),
-                                                       log_.is_open() ? &log_ : nullptr));
-    }
-    bench_ = Bench{benchAdapters_, &Server::plug, this};
-
     const FileDescriptor startLock = directory_.lock();
     control_ = std::make_unique<ControlPort>(loop_, directory_, bench_);
+    // Only now is it sure that no other server, whose capture this may be, serves the directory.
+    if (capture_) capture_->start();
+    for (const AdapterOptions& adapter : options.adapters) addAdapter(adapter);
+    bench_ = Bench{benchAdapters_, &Server::plug, this};
+
     directory_.removeStaleAdapters();
     for (const auto& port : ports_) port->plug();
+}
+
+void Server::addAdapter(const AdapterOptions& options) {
+    adapters_.push_back(makeAdapter(options));
+    Adapter& adapter = *adapters_.back();
+    benchAdapters_.push_back(&adapter);
+    CapturePoint capture;
+    if (capture_) {
+        const std::string description = "Quill adapter, id " + std::to_string(options.id);
+        capture = {&*capture_, capture_->addInterface(options.name, description)};
+    }
+    ports_.push_back(std::make_unique<AdapterPort>(loop_, directory_, options.name, adapter,
+                                                   log_.is_open() ? &log_ : nullptr, capture));
 }
 
 bool Server::plug(void* context, std::size_t adapter, bool plugged) {

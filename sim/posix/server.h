@@ -6,9 +6,11 @@
 #include <cstdint>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "sim/capture_file.h"
 #include "sim/model/adapter.h"
 #include "sim/model/command.h"
 #include "sim/posix/adapter_port.h"
@@ -30,7 +32,8 @@ struct AdapterOptions {
 struct ServerOptions {
     std::string runtimeDirectory;
     DirectoryAccess access;
-    std::string logFile;  // empty for none
+    std::string logFile;      // empty for none
+    std::string captureFile;  // empty for none
     std::vector<AdapterOptions> adapters;
 };
 
@@ -49,8 +52,11 @@ class Server {
 
    private:
     static bool plug(void* context, std::size_t adapter, bool plugged);
+    void addAdapter(const AdapterOptions& options);
 
     EventLoop loop_;
+    // Opened while signals still end the process, since a named pipe may wait for long.
+    std::optional<CaptureFile> capture_;
     RuntimeDirectory directory_;
     FileDescriptor signals_;
     std::ofstream log_;
