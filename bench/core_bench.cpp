@@ -1,0 +1,194 @@
+// What the library itself costs: its sources linked with an adapter that answers at once, in the
+// same process. Names end in /wrenlink, or in the name of the baseline; WRENLINK_RUNTIME_DIR tells
+// where the shared objects go.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "bench/allocations.h"
+#include "bench/bare_exchange.h"
+#include "bench/instant_device.h"
+#include "platform/named_mutex.h"
+#include "quill/driver_exchange.h"
+#include "wrenlink/spifns.h"
+
+namespace wrenlink::bench {
+namespace {
+
+using Words = std::vector<std::uint16_t>;
+using Actions = std::vector<SpiAction>;
+
+void require(int status) {
+    if (status == 0) return;
+    const char* text = nullptr;
+    const int code = spifns_get_last_error(nullptr, &text);
+    std::fprintf(stderr, "error %d: %s\n", code, text);
+    std::exit(1);
+}
+
+class Stream {
+   public:
+    Stream() {
+        require(spifns_stream_init(&id_));
+        set("SPIPORT", "0");
+    }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+    ~Stream() { spifns_stream_close(id_); }
+
+    std::uint32_t id() const { return id_; }
+    void set(const char* name, const char* value) const {
+        SpiAction action{};
+        action.type = SpiAction::SetVar;
+        action.u.variable = {name, value, nullptr};
+        require(spifns_stream_sequence(id_, &action, 1));
+    }
+    void run(Actions& actions) const {
+        require(spifns_stream_sequence(id_, actions.data(),
+                                       static_cast<std::uint32_t>(actions.size())));
+    }
+
+   private:
+    std::uint32_t id_ = SPIFNS_NO_STREAM;
+};
+
+SpiAction read(std::uint32_t address, std::uint32_t length, std::uint16_t* words) {
+    SpiAction action{};
+    action.type = SpiAction::Read;
+    action.u.memory.address = address;
+    action.u.memory.length = length;
+    action.u.memory.data = words;
+    return action;
+}
+
+Actions oneWordReads(Words& words) {
+    Actions actions;
+    for (std::uint32_t i = 0; i < words.size(); ++i)
+        actions.push_back(read(i & 0xFFFF, 1, &words[i]));
+    return actions;
+}
+
+// ---- One-word reads, so many in one sequence ---------------------------------------------------
+
+void records(benchmark::State& state) {
+    const Stream stream;
+    Words words(static_cast<std::size_t>(state.range(0)));
+    Actions actions = oneWordReads(words);
+    const std::uint64_t before = traffic().requests;
+    for (auto _ : state) stream.run(actions);
+    state.counters["exchanges"] =
+        static_cast<double>(traffic().requests - before) / static_cast<double>(state.iterations());
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+// The exchanges of such a sequence alone.
+void recordExchanges(benchmark::State& state) {
+    constexpr std::int64_t kReadsInOne = 126;
+    Frame frame = readFrame(0, 1);
+    const Frame gapAndRead = frame;
+    for (std::int64_t i = 1; i < kReadsInOne; ++i) {
+        frame.bytes.insert(frame.bytes.end(), 2, 0);
+        frame.bytes.insert(frame.bytes.end(), gapAndRead.bytes.begin() + 5, gapAndRead.bytes.end());
+    }
+    const std::size_t length = frame.bytes.size() - 4;
+    const std::size_t replySize = frame.replySize * kReadsInOne;
+    frame.bytes[0] = static_cast<std::uint8_t>(length);
+    frame.bytes[1] = static_cast<std::uint8_t>(length >> 8);
+    frame.bytes[2] = static_cast<std::uint8_t>(replySize);
+    frame.bytes[3] = static_cast<std::uint8_t>(replySize >> 8);
+    std::uint8_t reply[1040];
+    for (auto _ : state)
+        for (std::int64_t sent = 0; sent < state.range(0); sent += kReadsInOne)
+            Quill_Command(frame.bytes.data(), reply, "/instant/0");
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+// The least that gathering them takes: a copy of the records in memory of its own, and of the
+// words.
+void recordCopies(benchmark::State& state) {
+    Words words(static_cast<std::size_t>(state.range(0)));
+    const Actions actions = oneWordReads(words);
+    Words target(words.size());
+    for (auto _ : state) {
+        Actions gathered(actions);
+        std::copy(words.begin(), words.end(), target.begin());
+        benchmark::DoNotOptimize(gathered.data());
+        benchmark::DoNotOptimize(target.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+BENCHMARK(records)->Name("records/wrenlink")->Arg(10'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK(recordExchanges)->Name("records/exchanges")->Arg(10'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK(recordCopies)->Name("records/memcpy")->Arg(10'000)->Arg(100'000)->Arg(1'000'000);
+
+// ---- Memory taken by a running sequence --------------------------------------------------------
+
+void allocationsPerExchange(benchmark::State& state) {
+    const Stream stream;
+    Words words(0xFFFF);
+    Actions actions = {read(0, 0xFFFF, words.data())};
+    stream.run(actions);
+    const std::uint64_t requestsBefore = traffic().requests;
+    const std::uint64_t allocationsBefore = allocations();
+    for (auto _ : state) stream.run(actions);
+    state.counters["allocations"] = static_cast<double>(allocations() - allocationsBefore) /
+                                    static_cast<double>(traffic().requests - requestsBefore);
+}
+BENCHMARK(allocationsPerExchange)->Name("allocations/wrenlink");
+
+// ---- Locks and reads of what is at hand --------------------------------------------------------
+
+void namedMutex(benchmark::State& state) {
+    for (auto _ : state) {
+        NamedMutex mutex("bench");
+        if (!mutex.lock()) state.SkipWithError("cannot lock");
+        mutex.unlock();
+    }
+}
+BENCHMARK(namedMutex)->Name("mutex/wrenlink");
+
+void openFile(benchmark::State& state) {
+    BareFile file;
+    for (auto _ : state)
+        if (!file.openAndClose()) state.SkipWithError("cannot open");
+}
+BENCHMARK(openFile)->Name("mutex/file");
+
+void lastError(benchmark::State& state) {
+    spifns_stream_getvar(SPIFNS_NO_STREAM, "SPIPORT");  // fails
+    for (auto _ : state) {
+        const char* text = nullptr;
+        benchmark::DoNotOptimize(spifns_get_last_error(nullptr, &text));
+        benchmark::DoNotOptimize(text);
+    }
+}
+BENCHMARK(lastError)->Name("last_error/wrenlink");
+
+void threadLocal(benchmark::State& state) {
+    thread_local volatile int value = 0;
+    for (auto _ : state) benchmark::DoNotOptimize(static_cast<int>(value));
+}
+BENCHMARK(threadLocal)->Name("last_error/thread_local");
+
+void cachedDelay(benchmark::State& state) {
+    const Stream stream;
+    stream.set("SPI_DELAY", "7");
+    for (auto _ : state) benchmark::DoNotOptimize(spifns_stream_getvar(stream.id(), "SPI_DELAY"));
+}
+BENCHMARK(cachedDelay)->Name("cached_delay/wrenlink");
+
+void mappedWord(benchmark::State& state) {
+    const volatile std::uint16_t word = 7;
+    for (auto _ : state) benchmark::DoNotOptimize(static_cast<std::uint16_t>(word));
+}
+BENCHMARK(mappedWord)->Name("cached_delay/word");
+
+}  // namespace
+}  // namespace wrenlink::bench
+
+BENCHMARK_MAIN();
