@@ -204,6 +204,16 @@ Failure setPlugged(Call& call, bool plugged) {
 Failure runPlug(Call& call) { return setPlugged(call, true); }
 Failure runUnplug(Call& call) { return setPlugged(call, false); }
 
+Failure runOpenable(Call& call) {
+    const std::string_view choice = call.arguments[0];
+    if (choice != "yes" && choice != "no") return "not yes or no";
+    const bool canChoose = call.bench.letOpen != nullptr;
+    if (!canChoose || !call.bench.letOpen(call.bench.context, call.number, choice == "yes")) {
+        return "the system does not let that be chosen";
+    }
+    return kDone;
+}
+
 struct WordSetting {
     std::string_view name;
     std::uint16_t RequestContext::*field;
@@ -250,7 +260,7 @@ struct Verb {
 
 Failure runHelp(Call& call);
 
-constexpr std::array<Verb, 14> kVerbs{{
+constexpr std::array<Verb, 15> kVerbs{{
     {"help", "", false, 0, 0, runHelp},
     {"list", "", false, 0, 0, runList},
     {"state", "ADAPTER", true, 0, 0, runState},
@@ -265,6 +275,7 @@ constexpr std::array<Verb, 14> kVerbs{{
     {"poke", "ADAPTER ADDRESS WORD...", true, 2, kMostWords - 2, runPoke},
     {"plug", "ADAPTER", true, 0, 0, runPlug},
     {"unplug", "ADAPTER", true, 0, 0, runUnplug},
+    {"openable", "ADAPTER yes|no", true, 1, 1, runOpenable},
     {"set", "ADAPTER id|firmware|delay|mode|device|readbits|writebits|answer-us VALUE", true, 2, 2,
      runSet},
 }};

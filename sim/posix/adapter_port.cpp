@@ -53,16 +53,34 @@ AdapterPort::AdapterPort(EventLoop& loop, const RuntimeDirectory& directory, std
       reply_(kReplyRoom) {}
 
 void AdapterPort::plug() {
+    listen();
+    plugged_ = true;
+    if (!openable_) stopListening();
+}
+
+void AdapterPort::unplug() {
+    if (!plugged_) return;
+    plugged_ = false;
+    directory_.removeAdapter(name_);
+    stopListening();
+    while (!connections_.empty()) drop(connections_.begin()->first);
+}
+
+void AdapterPort::letOpen(bool openable) {
+    if (plugged_ && openable && !openable_) listen();
+    if (!openable) stopListening();
+    openable_ = openable;
+}
+
+void AdapterPort::listen() {
     listener_ = directory_.listenAdapter(name_);
     listenerWatch_ = loop_.watch(listener_.get(), EPOLLIN, [this](std::uint32_t) { acceptAll(); });
 }
 
-void AdapterPort::unplug() {
+void AdapterPort::stopListening() {
     if (!listener_) return;
-    directory_.removeAdapter(name_);
     loop_.unwatch(listenerWatch_);
     listener_.reset();
-    while (!connections_.empty()) drop(connections_.begin()->first);
 }
 
 void AdapterPort::acceptAll() {

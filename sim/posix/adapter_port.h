@@ -33,6 +33,9 @@ class AdapterPort {
     void plug();
     // Removes the socket and closes every connection.
     void unplug();
+    // Whether hosts can open the adapter while it is plugged in: without, its socket is there and
+    // refuses connections. Throws std::system_error.
+    void letOpen(bool openable);
 
    private:
     using Key = std::uint64_t;
@@ -46,6 +49,8 @@ class AdapterPort {
         std::uint32_t request = 0;  // the one that is not answered yet, by its number; 0 for none
     };
 
+    void listen();
+    void stopListening();
     void acceptAll();
     void settleHangups();
     void onEvents(Key key, std::uint32_t events);
@@ -61,6 +66,8 @@ class AdapterPort {
     Adapter& adapter_;
     std::ostream* log_;
     CapturePoint capture_;
+    bool plugged_ = false;
+    bool openable_ = true;
     FileDescriptor listener_;
     EventLoop::WatchId listenerWatch_ = 0;
     std::map<Key, Connection> connections_;

@@ -85,7 +85,7 @@ Server::Server(const ServerOptions& options)
     // Only now is it sure that no other server, whose capture this may be, serves the directory.
     if (capture_) capture_->start();
     for (const AdapterOptions& adapter : options.adapters) addAdapter(adapter);
-    bench_ = Bench{benchAdapters_, &Server::plug, this};
+    bench_ = Bench{benchAdapters_, &Server::plug, &Server::letOpen, this};
 
     directory_.removeStaleAdapters();
     for (const auto& port : ports_) port->plug();
@@ -108,6 +108,15 @@ bool Server::plug(void* context, std::size_t adapter, bool plugged) {
     AdapterPort& port = *static_cast<Server*>(context)->ports_[adapter];
     try {
         plugged ? port.plug() : port.unplug();
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+bool Server::letOpen(void* context, std::size_t adapter, bool openable) {
+    try {
+        static_cast<Server*>(context)->ports_[adapter]->letOpen(openable);
         return true;
     } catch (const std::system_error&) {
         return false;

@@ -51,7 +51,9 @@ class Server {
     void run() { loop_.run(); }
 
    private:
+    // For the adapters' commands.
     static bool plug(void* context, std::size_t adapter, bool plugged);
+    static bool letOpen(void* context, std::size_t adapter, bool openable);
     void addAdapter(const AdapterOptions& options);
 
     EventLoop loop_;

@@ -118,16 +118,12 @@ void Bus::runLine(std::string_view line, TextWriter& out) {
     const PassiveGuard guard(context_.lock);
     std::string_view arguments = line;
     const std::string_view verb = nextWord(arguments);
-    std::string_view failure;
-    if (verb == "adapters") {
-        failure = setAdapters(arguments);
-    } else if (verb == "openable") {
-        failure = setOpenable(arguments);
-    } else {
-        if (verb == "help") out.text("adapters COUNT\nopenable ADAPTER yes|no\n");
-        runCommand({{adapters_.data(), count_}, &Bus::plug, this}, line, out);
+    if (verb != "adapters") {
+        if (verb == "help") out.text("adapters COUNT\n");
+        runCommand({{adapters_.data(), count_}, &Bus::plug, &Bus::letOpen, this}, line, out);
         return;
     }
+    const std::string_view failure = setAdapters(arguments);
     if (failure.empty()) {
         out.text("ok").endLine();
     } else {
@@ -150,19 +146,15 @@ std::string_view Bus::setAdapters(std::string_view arguments) {
     return {};
 }
 
-std::string_view Bus::setOpenable(std::string_view arguments) {
-    std::size_t adapter = 0;
-    if (count_ == 0 || !readCount(arguments, count_ - 1, adapter)) return "no such adapter";
-    const std::string_view choice = nextWord(arguments);
-    if (choice != "yes" && choice != "no") return "not yes or no";
-    ports_[adapter].letOpen(choice == "yes");
-    return {};
-}
-
 bool Bus::plug(void* bus, std::size_t adapter, bool plugged) {
     auto& self = *static_cast<Bus*>(bus);
     self.ports_[adapter].offer(plugged);
     self.tellOfChange();
+    return true;
+}
+
+bool Bus::letOpen(void* bus, std::size_t adapter, bool openable) {
+    static_cast<Bus*>(bus)->ports_[adapter].letOpen(openable);
     return true;
 }
 

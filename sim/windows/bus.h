@@ -46,7 +46,7 @@ class Bus final : public Role {
 
     NTSTATUS serve(IRP& irp, IO_STACK_LOCATION& stack) override;
 
-    // Carries out a command line: one of the adapters' commands, or one of the bus's own.
+    // Carries out a command line: one of the adapters' commands, or the bus's own.
     void runLine(std::string_view line, TextWriter& out);
 
    private:
@@ -57,10 +57,11 @@ class Bus final : public Role {
     NTSTATUS reportChildren(IRP& irp);
     void tellOfChange() { ::IoInvalidateDeviceRelations(context_.busDevice, BusRelations); }
 
-    // The bus's own commands; each returns why it fails, or nothing.
+    // The bus's own command; returns why it fails, or nothing.
     std::string_view setAdapters(std::string_view arguments);
-    std::string_view setOpenable(std::string_view arguments);
+    // For the adapters' commands.
     static bool plug(void* bus, std::size_t adapter, bool plugged);
+    static bool letOpen(void* bus, std::size_t adapter, bool openable);
 
     PortContext context_;
     ControlDevice control_{*this};
