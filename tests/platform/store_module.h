@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+#include "tests/support/loaded_module.h"
+
 using StoreCounter = std::atomic<int>;
 
 extern "C" {
@@ -14,5 +16,21 @@ extern "C" {
 [[gnu::visibility("default")]] bool storeWorkedAtLoad();
 [[gnu::visibility("default")]] void storeThreadEnd();
 }
+
+namespace wrenlink::test {
+
+// A store module, loaded.
+class StoreModule : public LoadedModule {
+   public:
+    using LoadedModule::LoadedModule;
+
+    decltype(&storeSet) const set = find<decltype(storeSet)>("storeSet");
+    decltype(&storeGet) const get = find<decltype(storeGet)>("storeGet");
+    decltype(&storeWorkedAtLoad) const workedAtLoad =
+        find<decltype(storeWorkedAtLoad)>("storeWorkedAtLoad");
+    decltype(&storeThreadEnd) const threadEnd = find<decltype(storeThreadEnd)>("storeThreadEnd");
+};
+
+}  // namespace wrenlink::test
 
 #endif

@@ -1,12 +1,29 @@
-// The library's load and unload. The one object here is made before any export can run and
-// destroyed after the last.
+// The library's load and unload. What is here is made before any export can run and destroyed after
+// the last.
 #include "wrenlink/library.h"
 
 #ifdef _WIN32
 #include <windows.h>
+
+namespace __gnu_cxx {
+// Of the compiler's runtime, which declares it nowhere.
+void __freeres();
+}  // namespace __gnu_cxx
 #endif
 
 namespace {
+
+#ifdef _WIN32
+// The DLL has the runtime for itself, and in it 72 KB for exceptions that are thrown without
+// memory. They would stay behind at each unload. Nothing is thrown after this.
+struct RuntimeMemory {
+    RuntimeMemory() = default;
+    RuntimeMemory(const RuntimeMemory&) = delete;
+    RuntimeMemory& operator=(const RuntimeMemory&) = delete;
+    ~RuntimeMemory() { __gnu_cxx::__freeres(); }
+};
+RuntimeMemory runtimeMemory;
+#endif
 
 wrenlink::Library library;
 

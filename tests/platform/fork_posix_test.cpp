@@ -1,5 +1,4 @@
-// Several modules of one process that each carry the per-thread store, and a fork of that process.
-#include <dlfcn.h>
+// The per-thread store in a child made by fork.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -7,72 +6,16 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <mutex>
-#include <stdexcept>
 #include <thread>
 
 #include "platform/os.h"
 #include "platform/thread_local_slot.h"
-#include "tests/platform/module_sharing.h"
+#include "tests/platform/store_module.h"
 
 namespace wrenlink {
 namespace {
 
-class Module {
-   public:
-    explicit Module(const char* path) : path_(path) {
-        const std::lock_guard guard(loading);
-        handle_ = ::dlopen(path, RTLD_NOW | RTLD_LOCAL);
-        if (handle_ == nullptr) throw std::runtime_error(::dlerror());
-        find(set, "storeSet");
-        find(get, "storeGet");
-        find(workedAtLoad, "storeWorkedAtLoad");
-        find(threadEnd, "storeThreadEnd");
-    }
-    Module(const Module&) = delete;
-    Module& operator=(const Module&) = delete;
-    ~Module() {
-        const std::lock_guard guard(loading);
-        ::dlclose(handle_);
-        EXPECT_EQ(::dlopen(path_, RTLD_NOW | RTLD_NOLOAD), nullptr) << path_ << " stays loaded";
-    }
-
-    decltype(&storeSet) set = nullptr;
-    decltype(&storeGet) get = nullptr;
-    decltype(&storeWorkedAtLoad) workedAtLoad = nullptr;
-    decltype(&storeThreadEnd) threadEnd = nullptr;
-
-   private:
-    template <class Function>
-    void find(Function& function, const char* name) {
-        function = reinterpret_cast<Function>(::dlsym(handle_, name));
-    }
-
-    const char* path_;
-    void* handle_ = nullptr;
-    // The loader has a lock of its own, but the thread sanitizer does not know it, and would take
-    // two modules that were loaded at one address in turn for one.
-    static inline std::mutex loading;
-};
-
 void doNothing(void* /*value*/) {}
-
-TEST(StoreModules, ShareOneRegistry) { test::expectOneRegistry<Module>(); }
-
-TEST(StoreModules, LoadAndWorkInManyThreadsAtOnce) {
-    StoreCounter discarded{0};
-    const auto work = [&](const char* path) {
-        for (int round = 0; round < 50; ++round) {
-            const Module module(path);
-            std::thread([&] { module.set(&discarded); }).join();
-        }
-    };
-    std::thread other([&] { work(STORE_MODULE_B); });
-    work(STORE_MODULE_A);
-    other.join();
-    EXPECT_EQ(discarded, 100);
-    EXPECT_EQ(test::attachCount(), 0U);
-}
 
 // Ends a child of fork. A good one ends itself by SIGKILL: to a memory checker an exit would be the
 // end of a program that has lost its other threads' memory.
@@ -88,7 +31,8 @@ bool endedWell(pid_t child) {
 }
 
 // One that hangs is ended by its alarm.
-[[noreturn]] void checkInChild(const ThreadLocalSlot& slot, const Module& module, void* expected) {
+[[noreturn]] void checkInChild(const ThreadLocalSlot& slot, const test::StoreModule& module,
+                               void* expected) {
     ::alarm(20);
     static StoreCounter own{0};
     bool good = slot.get() == expected;
@@ -99,9 +43,9 @@ bool endedWell(pid_t child) {
     endChild(good);
 }
 
-TEST(StoreModules, ForkedChildHasItsOwnWorkingStore) {
+TEST(StoreInFork, ChildHasItsOwnWorkingStore) {
     StoreCounter value{0};  // counts until the module is gone
-    const Module module(STORE_MODULE_A);
+    const test::StoreModule module(STORE_MODULE_A);
     ThreadLocalSlot slot(doNothing);
     slot.set(&value);
     module.set(&value);
@@ -125,7 +69,7 @@ TEST(StoreModules, ForkedChildHasItsOwnWorkingStore) {
     EXPECT_EQ(value, 0);
 }
 
-TEST(StoreModules, ForkWaitsUntilTheStoreIsWhole) {
+TEST(StoreInFork, WaitsUntilTheStoreIsWhole) {
     os::ProcessMutex* const mutex = os::openProcessMutex("TLS Mutex");
     ASSERT_NE(mutex, nullptr);
     std::atomic<bool> atWork{false};

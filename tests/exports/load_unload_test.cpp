@@ -1,0 +1,138 @@
+// Loading the library, using it and unloading it, again and again in one process.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "tests/support/child_process.h"
+#include "tests/support/loaded_module.h"
+#include "tests/support/simulator.h"
+#include "tests/support/store_registry.h"
+#include "wrenlink/spifns.h"
+
+namespace wrenlink::test {
+namespace {
+
+class LoadedLibrary : public LoadedModule {
+   public:
+    explicit LoadedLibrary(const std::string& path = WRENLINK_LIBRARY) : LoadedModule(path) {}
+
+    decltype(&spifns_stream_init) const init =
+        find<decltype(spifns_stream_init)>("spifns_stream_init");
+    decltype(&spifns_stream_close) const close =
+        find<decltype(spifns_stream_close)>("spifns_stream_close");
+    decltype(&spifns_stream_sequence) const run =
+        find<decltype(spifns_stream_sequence)>("spifns_stream_sequence");
+    decltype(&spifns_get_last_error) const lastError =
+        find<decltype(spifns_get_last_error)>("spifns_get_last_error");
+};
+
+// A stream of a library that has just started, with the adapter selected and known.
+std::uint32_t openStream(const LoadedLibrary& library) {
+    std::uint32_t id = 0;
+    EXPECT_EQ(library.init(&id), 0);
+    EXPECT_EQ(id, 1U);
+    SpiAction actions[2] = {};
+    actions[0].type = SPIFNS_SETVAR;
+    actions[0].u.variable.var = "SPIPORT";
+    actions[0].u.variable.value = "0";
+    std::uint16_t words[4] = {};
+    actions[1].u.memory.length = 4;
+    actions[1].u.memory.data = words;
+    EXPECT_EQ(library.run(id, actions, 2), 0);
+    EXPECT_EQ(words[3], 0xABCD);
+    return id;
+}
+
+// Leaves a last error on a thread that ends and on this one.
+void fail(const LoadedLibrary& library) {
+    const auto failOnce = [&] {
+        EXPECT_EQ(library.run(SPIFNS_NO_STREAM, nullptr, 0), 1);
+        const char* text = nullptr;
+        EXPECT_EQ(library.lastError(nullptr, &text), 262);
+        EXPECT_STREQ(text, "Invalid stream");
+    };
+    std::thread(failOnce).join();
+    failOnce();
+}
+
+class LoadUnload : public testing::Test {
+   protected:
+    LoadUnload() { simulator_.control("poke 0 3 0xabcd"); }
+
+    Simulator simulator_;
+};
+
+TEST_F(LoadUnload, LeavesNothingBehind) {
+    constexpr std::size_t kWarmUp = 10;
+    constexpr std::size_t kRounds = 90;
+    Holdings before{};
+    for (std::size_t i = 0; i < kWarmUp + kRounds; ++i) {
+        if (i == kWarmUp) before = takeStock();
+        {
+            const LoadedLibrary library;
+            library.close(openStream(library));
+            fail(library);
+        }
+        ASSERT_FALSE(isLoaded(WRENLINK_LIBRARY));
+        ASSERT_TRUE(storeIsGone());
+    }
+    const Holdings after = takeStock();
+    EXPECT_EQ(after.handles, before.handles);
+    EXPECT_EQ(after.threadIndex, before.threadIndex);
+    // Less than the least that a leak in each round would come to.
+    EXPECT_LT(after.mappings, before.mappings + kRounds);
+    EXPECT_LT(after.heapBytes, before.heapBytes + kRounds * 16);
+}
+
+// A host may unload the library without closing its streams. They are lost then, so that a process
+// of its own does it, which is killed before anybody looks for leaks.
+int unloadWithStreams(const Arguments&) {
+    { fail(LoadedLibrary()); }  // what the system makes once
+    const Holdings before = takeStock();
+    {
+        const LoadedLibrary library;
+        openStream(library);
+        library.find<decltype(spifns_init)>("spifns_init")();
+        fail(library);
+    }
+    const bool gone = !isLoaded(WRENLINK_LIBRARY) && storeIsGone() &&
+                      takeStock().threadIndex == before.threadIndex;
+    tellParent(gone && !testing::Test::HasFailure() ? "gone" : "stays");
+    awaitParent();
+    return 0;
+}
+const ChildRole kUnloadWithStreams("unload-with-streams", unloadWithStreams);
+
+TEST_F(LoadUnload, PermitsOpenStreams) {
+    EXPECT_EQ(ChildProcess("unload-with-streams").readLine(), "gone");
+}
+
+TEST_F(LoadUnload, LetsTwoCopiesShareTheStore) {
+    const std::filesystem::path original = WRENLINK_LIBRARY;
+    std::filesystem::path copy = simulator_.runtime().path() / "copy";
+    std::filesystem::copy_file(original, copy += original.extension());
+    {
+        const LoadedLibrary library;
+        fail(library);
+        {
+            const LoadedLibrary second(copy.string());
+            second.close(openStream(second));
+            EXPECT_EQ(second.lastError(nullptr, nullptr), 0);
+            fail(second);
+            EXPECT_EQ(attachCount(), 2U);
+        }
+        EXPECT_EQ(attachCount(), 1U);
+        EXPECT_EQ(library.lastError(nullptr, nullptr), 262);
+    }
+    EXPECT_TRUE(storeIsGone());
+}
+
+TEST_F(LoadUnload, KeepsErrorsWithoutTheStoresMutex) {
+    os::ProcessBlock occupant = os::openProcessBlock("TLS Mutex", 16);
+    fail(LoadedLibrary());
+    os::closeProcessBlock(occupant);
+    EXPECT_TRUE(storeIsGone());
+}
+
+}  // namespace
+}  // namespace wrenlink::test
