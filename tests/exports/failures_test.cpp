@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <thread>
 
+#include "platform/named_mutex.h"
+#include "platform/os.h"
 #include "tests/exports/host.h"
 #include "tests/support/simulator.h"
 
@@ -125,6 +128,8 @@ TEST(Failures, OfAnExchangeHaveTheirCodesAndTexts) {
         std::string cause;
     } faults[] = {
         {"unplug 0", "plug 0", 515, textOf(NativeError::noAdapter) + ": Unable to open USB driver"},
+        {"openable 0 no", "openable 0 yes", 515,
+         textOf(NativeError::notOpenable) + ": Unable to open USB driver"},
         {"fault 0 refuse 5 always", "clear 0", 516, textOf(5) + ": Driver IO failed"},
         {"fault 0 close always", "clear 0", 516,
          textOf(NativeError::closed) + ": Driver IO failed"},
@@ -162,6 +167,22 @@ TEST(Failures, SilenceEndsAfterASecond) {
     EXPECT_EQ(words, Words(2, 0xEEEE));
     EXPECT_EQ(stream.read(0, words), 0);
     EXPECT_EQ(words, Words(2, 0));
+}
+
+TEST(Failures, UnpluggingEndsARequestInFlight) {
+    Simulator simulator;
+    const Stream stream("0");
+    simulator.takeFrames();
+    simulator.control("fault 0 silence");
+    std::thread unplugging([&] {
+        while (simulator.control("log 0").empty()) std::this_thread::yield();
+        simulator.control("unplug 0");
+    });
+    const Failure failure = outcome(stream.read(1, word));
+    unplugging.join();
+    EXPECT_EQ(failure, (Failure{516, 0,
+                                textOf(NativeError::closed) +
+                                    ": Driver IO failed: Unable to send sequence"}));
 }
 
 TEST(Failures, MakeEveryStreamForgetWhatTheAdapterHas) {
@@ -255,19 +276,20 @@ TEST(Failures, WithNoAdapterSelected) {
                  "Device ID unavailable when port not open: Unable to set multipled device"}));
 }
 
+const Failure kNoDelays = {260, 0, "Error allocating shared memory for delays"};
+const Failure kNoCmdBits = {260, 0, "Error allocating shared memory for cmdbits"};
+
 TEST(Failures, WithoutSharedCaches) {
     Simulator simulator({100}, "1.9");
-    const Failure noDelays = {260, 0, "Error allocating shared memory for delays"};
-    const Failure noCmdBits = {260, 0, "Error allocating shared memory for cmdbits"};
     const Stream stream;
     simulator.offerKernelObjects(false);
     EXPECT_EQ(stream.set("SPIPORT", "0"), 0);
-    EXPECT_EQ(outcome(stream.set("SPI_DELAY", "9")), noDelays);
-    EXPECT_EQ(outcome(stream.set("SPICLOCK", "500")), noDelays);
-    EXPECT_EQ(outcome(stream.set("QUILLMODE", "SPI")), noDelays);
+    EXPECT_EQ(outcome(stream.set("SPI_DELAY", "9")), kNoDelays);
+    EXPECT_EQ(outcome(stream.set("SPICLOCK", "500")), kNoDelays);
+    EXPECT_EQ(outcome(stream.set("QUILLMODE", "SPI")), kNoDelays);
     spifns_clear_last_error();
     EXPECT_EQ(stream.get("SPI_DELAY"), "0");
-    EXPECT_EQ(lastFailure(), noDelays);
+    EXPECT_EQ(lastFailure(), kNoDelays);
     // Nobody can tell which bits the adapter has, so that they always travel.
     simulator.takeFrames();
     EXPECT_EQ(stream.run({readInto(1, word), readInto(2, word)}), 0);
@@ -276,10 +298,34 @@ TEST(Failures, WithoutSharedCaches) {
 
     // Once the caches can be had they are used, and know nothing.
     simulator.offerKernelObjects(true);
-    simulator.occupyKernelName("kvs_shm_quillcmdbits100");
     EXPECT_EQ(stream.get("SPI_DELAY"), "4");
-    EXPECT_EQ(outcome(stream.set("QUILLMODE", "JTAG")), noCmdBits);
     EXPECT_THAT(simulator.takeFrames(), ElementsAre(hex("0300 0400 00 0500")));
+}
+
+// A region that cannot be had is missed; a mutex that cannot be had is done without.
+TEST(Failures, WhenNamesAreTakenByOtherKinds) {
+    Simulator simulator({100}, "1.9");
+    const struct {
+        std::string taken;
+        Failure delay;
+        Failure mode;
+    } cases[] = {
+        {"kvs_shm_quilldelays100", kNoDelays, kNoDelays},
+        {"kvs_shm_quillcmdbits100", {}, kNoCmdBits},
+        {"kvs_mutex_quilldelays100", {}, {}},
+        {"kvs_mutex_quillcmdbits100", {}, {}},
+        {mutexKernelName(os::presentAdapters(1).at(0)), {}, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.taken);
+        simulator.offerKernelObjects(false);
+        simulator.offerKernelObjects(true);
+        simulator.occupyKernelName(c.taken);
+        const Stream stream("0");
+        EXPECT_EQ(outcome(stream.set("SPI_DELAY", "9")), c.delay);
+        EXPECT_EQ(outcome(stream.set("QUILLMODE", "JTAG")), c.mode);
+        EXPECT_EQ(stream.read(1, word), 0);
+    }
 }
 
 }  // namespace

@@ -67,6 +67,8 @@ std::string textOf(NativeError error) {
     switch (error) {
         case NativeError::noAdapter:
             return textOf(ENOENT);
+        case NativeError::notOpenable:
+            return textOf(ECONNREFUSED);
         case NativeError::closed:
             return textOf(ECONNRESET);
         case NativeError::cutOff:

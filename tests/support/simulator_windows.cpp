@@ -67,6 +67,8 @@ std::string textOf(NativeError error) {
     switch (error) {
         case NativeError::noAdapter:
             return textOf(ERROR_FILE_NOT_FOUND);
+        case NativeError::notOpenable:
+            return textOf(ERROR_PATH_NOT_FOUND);
         case NativeError::closed:
             return textOf(ERROR_DEVICE_NOT_CONNECTED);
         case NativeError::cutOff:
