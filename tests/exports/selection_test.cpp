@@ -6,6 +6,7 @@
 #include <map>
 
 #include "tests/exports/host.h"
+#include "tests/support/child_process.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {
@@ -149,7 +150,10 @@ class MapFile {
 
 class MappedSelection : public testing::Test {
    protected:
-    MappedSelection() { std::filesystem::current_path(simulator_.runtime().path()); }
+    MappedSelection() {
+        std::filesystem::create_directory(local_);
+        std::filesystem::current_path(local_);
+    }
     ~MappedSelection() override { std::filesystem::current_path("/"); }
 
     // What opening a stream tells.
@@ -166,6 +170,7 @@ class MappedSelection : public testing::Test {
     static constexpr char kPlain1[] = "1 USB SPI (200)";
     const Simulator simulator_{{100, 200}};
     const std::filesystem::path shared_ = simulator_.documents().path();
+    const std::filesystem::path local_ = simulator_.runtime().path() / u8"h\u00e4r-\u2602";
 };
 
 TEST_F(MappedSelection, FollowsTheMapFile) {
@@ -207,7 +212,7 @@ TEST_F(MappedSelection, IsReadWithTheFirstStream) {
 }
 
 TEST_F(MappedSelection, LooksInTheSharedFolderFirst) {
-    const MapFile local(simulator_.runtime().path(), "0=200\n");
+    const MapFile local(local_, "0=200\n");
     {
         const Stream stream;
         EXPECT_EQ(ports(), (Ports{"0 USB SPI (200)", kPlain1}));
@@ -222,6 +227,32 @@ TEST_F(MappedSelection, LooksInTheSharedFolderFirst) {
     EXPECT_EQ(ports(), (Ports{"0 USB SPI (200)", kPlain1}));
 }
 
+// Denies the map file in its current directory to others.
+int denyMapFile(const Arguments&) {
+    denyFile("quillmap.txt");
+    tellParent("denied");
+    awaitParent();
+    return 0;
+}
+const ChildRole kDenyMapFile("deny map file", denyMapFile);
+
+TEST_F(MappedSelection, TakesADeniedFileForNone) {
+    const MapFile shared(shared_, "1=100\n");
+    const MapFile local(local_, "0=200\n");
+    std::filesystem::current_path(shared_);
+    ChildProcess denier("deny map file");
+    EXPECT_EQ(denier.readLine(), "denied");
+    std::filesystem::current_path(local_);
+    {
+        const Stream stream;
+        EXPECT_EQ(ports(), (Ports{"0 USB SPI (200)", kPlain1}));
+    }
+    ChildProcess another("deny map file");
+    EXPECT_EQ(another.readLine(), "denied");
+    const Stream stream;
+    EXPECT_EQ(ports(), (Ports{kPlain0, kPlain1}));
+}
+
 TEST_F(MappedSelection, RefusesASyntaxError) {
     const auto failure = [](const std::string& name, const char* line) {
         return Failure{514, 0,
@@ -231,12 +262,14 @@ TEST_F(MappedSelection, RefusesASyntaxError) {
     spifns_clear_last_error();
     {
         const MapFile file(shared_, "0=200\n\n");
-        EXPECT_EQ(opening(), failure(file.path().string(), "2"));
-        EXPECT_EQ(outcome(spifns_init()), failure(file.path().string(), "2"));
+        const std::u8string path = file.path().u8string();
+        const std::string name(path.begin(), path.end());
+        EXPECT_EQ(opening(), failure(name, "2"));
+        EXPECT_EQ(outcome(spifns_init()), failure(name, "2"));
         EXPECT_EQ(outcome(spifns_sequence(nullptr, 0)), (Failure{262, 0, "Invalid stream"}));
     }
     {
-        const MapFile file(simulator_.runtime().path(), "0 = 200\n");
+        const MapFile file(local_, "0 = 200\n");
         EXPECT_EQ(opening(), failure("<application directory>\\quillmap.txt", "1"));
     }
     EXPECT_EQ(opening(), Failure());

@@ -11,8 +11,12 @@ namespace wrenlink::test {
 // Sets a variable of this process's environment, which children inherit; "" may unset it.
 void setEnvironment(const std::string& name, const std::string& value);
 
-// The shared documents folder that the library looks into: empty at first, whatever the machine has
-// there. One exists at a time.
+// Lets nobody open an existing file for reading while this process lives; on POSIX it never can be
+// opened again.
+void denyFile(const std::filesystem::path& path);
+
+// The shared documents folder that the library looks into: an empty one for this test, with a name
+// that is not all ASCII. One exists at a time.
 class SharedDocuments {
    public:
     SharedDocuments();

@@ -1,8 +1,6 @@
-// The public documents folder is the machine's own, and the same for all processes: a test has it
-// alone, and what was there under the map file's name comes back afterwards.
+// The public documents folder is the same for all processes of the machine: a test has it alone,
+// and leads it elsewhere meanwhile.
 #include <windows.h>
-// This needs the types of windows.h.
-#include <shlobj.h>
 
 #include <system_error>
 
@@ -13,23 +11,31 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kMapFile[] = "quillmap.txt";
-constexpr char kSavedMapFile[] = "quillmap.txt.saved-by-test";
+constexpr wchar_t kFolders[] =
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
+constexpr wchar_t kDocuments[] = L"Common Documents";
+constexpr wchar_t kSaved[] = L"Common Documents, saved by a test";
 
 HANDLE turn = nullptr;
 
-fs::path publicDocuments() {
-    PWSTR path = nullptr;
-    const HRESULT result = ::SHGetKnownFolderPath(FOLDERID_PublicDocuments, 0, nullptr, &path);
-    fs::path folder = SUCCEEDED(result) ? fs::path(path) : fs::path();
-    ::CoTaskMemFree(path);
-    if (folder.empty()) throw std::system_error(result, std::system_category(), "known folder");
-    return folder;
+void check(LSTATUS status) {
+    if (status != ERROR_SUCCESS)
+        throw std::system_error(status, std::system_category(), "the public documents folder");
 }
 
-// A test that was ended left its own map file, and what it had saved.
-void restore(const fs::path& folder) {
-    if (fs::exists(folder / kSavedMapFile)) fs::rename(folder / kSavedMapFile, folder / kMapFile);
+// A folder as the system notes it, with variables of the environment; empty when there is none.
+std::wstring folderNoted(const wchar_t* name) {
+    wchar_t text[MAX_PATH] = L"";
+    DWORD size = sizeof text;
+    ::RegGetValueW(HKEY_LOCAL_MACHINE, kFolders, name, RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND, nullptr,
+                   text, &size);
+    return text;
+}
+
+void noteFolder(const wchar_t* name, const std::wstring& folder) {
+    const auto size = static_cast<DWORD>((folder.size() + 1) * sizeof(wchar_t));
+    check(
+        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kFolders, name, REG_EXPAND_SZ, folder.c_str(), size));
 }
 
 }  // namespace
@@ -38,21 +44,33 @@ void setEnvironment(const std::string& name, const std::string& value) {
     ::SetEnvironmentVariableA(name.c_str(), value.empty() ? nullptr : value.c_str());
 }
 
-SharedDocuments::SharedDocuments() : path_(publicDocuments()) {
+// The handle is this process's until its end.
+void denyFile(const fs::path& path) {
+    if (::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr) ==
+        INVALID_HANDLE_VALUE)
+        throw std::system_error(static_cast<int>(::GetLastError()), std::system_category());
+}
+
+SharedDocuments::SharedDocuments()
+    : path_(fs::temp_directory_path() /
+            (L"wrenlink-d\u00f6cuments-\u2602-" + std::to_wstring(::GetCurrentProcessId()))) {
     turn = ::CreateMutexA(nullptr, FALSE, "wrenlink tests: public documents");
     ::WaitForSingleObject(turn, INFINITE);
-    restore(path_);
-    if (fs::exists(path_ / kMapFile)) fs::rename(path_ / kMapFile, path_ / kSavedMapFile);
+    // A test that was ended left what it had saved.
+    if (folderNoted(kSaved).empty()) noteFolder(kSaved, folderNoted(kDocuments));
+    fs::create_directory(path_);
+    noteFolder(kDocuments, path_.wstring());
 }
 
 SharedDocuments::~SharedDocuments() {
-    std::error_code ignored;
-    fs::remove_all(path_ / kMapFile, ignored);
     try {
-        restore(path_);
-    } catch (const fs::filesystem_error&) {
+        noteFolder(kDocuments, folderNoted(kSaved));
+        check(::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kFolders, kSaved));
+    } catch (const std::system_error&) {
         // The next test tries again.
     }
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
     ::ReleaseMutex(turn);
     ::CloseHandle(turn);
 }
