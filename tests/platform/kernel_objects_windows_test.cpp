@@ -36,18 +36,42 @@ Handle openMapping(const std::wstring& name) {
 
 std::wstring widened(const std::string& text) { return {text.begin(), text.end()}; }
 
-TEST_F(KernelObjects, NamesHaveNoPrefixAndEachByteIsOneCharacter) {
-    const os::KernelMutex mutex(runtime_.name("\xE4\x80"));
-    EXPECT_NE(openMutex(widened(runtime_.name("")) + L"\x00E4\x0080"), nullptr);
-}
+// Holds a mutex, a region and a value in the store, the former named after the argument.
+const test::ChildRole keeper("keep objects", [](const test::Arguments& arguments) {
+    os::KernelMutex mutex(arguments.at(0) + "\xE4\x80");
+    SharedMemory region(arguments.at(0) + "delays.100", 2, std::byte{0xFF});
+    ThreadLocalSlot slot(nullptr);
+    if (mutex.wait(0) != os::WaitResult::acquired || region.view() == nullptr || !slot.set(&slot))
+        return 1;
+    std::array<char, 9> id;
+    std::snprintf(id.data(), id.size(), "%08x", static_cast<unsigned>(::GetCurrentProcessId()));
+    test::tellParent(id.data());
+    test::awaitParent();
+    return 0;
+});
 
-TEST_F(KernelObjects, RegionHasItsMappingAndItsMutex) {
-    const std::string name = runtime_.name("quilldelays.100");
-    SharedMemory region(name, 2, std::byte{0xFF});
-    ASSERT_NE(region.view(), nullptr);
-    const std::wstring base = widened(runtime_.name("quilldelays"));
-    EXPECT_NE(openMapping(L"kvs_shm_" + base + L".100"), nullptr);
-    EXPECT_NE(openMutex(L"kvs_mutex_" + base + L"-100"), nullptr);
+TEST_F(KernelObjects, NamesAreThoseThatOtherProgramsExpect) {
+    const std::string name = runtime_.name("");
+    const std::wstring base = widened(name);
+    test::ChildProcess child("keep objects", {name});
+    const std::wstring id = widened(child.readLine());
+    // Without a prefix, each byte as one character.
+    const Handle mutex = openMutex(base + L"\x00E4\x0080");
+    ASSERT_NE(mutex, nullptr);
+    EXPECT_NE(openMutex(L"kvs_mutex_" + base + L"delays-100"), nullptr);
+    EXPECT_NE(openMutex(L"TLS Mutex " + id), nullptr);
+    const std::wstring mappings[] = {L"kvs_shm_" + base + L"delays.100", L"TLS Memory " + id};
+    for (const std::wstring& mapping : mappings) EXPECT_NE(openMapping(mapping), nullptr);
+
+    EXPECT_EQ(::WaitForSingleObject(mutex.get(), 0), WAIT_TIMEOUT);
+    os::KernelMutex own(name + "\xE4\x80");
+    child.kill();
+    EXPECT_EQ(own.wait(10000), os::WaitResult::abandoned);
+    EXPECT_TRUE(own.release());
+    EXPECT_EQ(own.wait(0), os::WaitResult::acquired);
+    EXPECT_TRUE(own.release());
+    EXPECT_FALSE(own.release()) << "not held any more";
+    for (const std::wstring& mapping : mappings) EXPECT_EQ(openMapping(mapping), nullptr);
 }
 
 TEST_F(KernelObjects, RegionWhoseNameIsTakenByAnotherKindIsUnavailable) {
@@ -56,44 +80,6 @@ TEST_F(KernelObjects, RegionWhoseNameIsTakenByAnotherKindIsUnavailable) {
     SharedMemory region(name, 2, std::byte{0xFF});
     EXPECT_EQ(region.view(), nullptr);
     EXPECT_TRUE(region.created());
-}
-
-TEST_F(KernelObjects, StoreIsNamedAfterItsProcess) {
-    std::array<wchar_t, 9> id;
-    std::swprintf(id.data(), id.size(), L"%08x", static_cast<unsigned>(::GetCurrentProcessId()));
-    const std::wstring mapping = std::wstring(L"TLS Memory ") + id.data();
-    const std::wstring mutex = std::wstring(L"TLS Mutex ") + id.data();
-    {
-        ThreadLocalSlot slot(nullptr);
-        EXPECT_EQ(openMapping(mapping), nullptr) << "made by the first value";
-        EXPECT_TRUE(slot.set(this));
-        EXPECT_NE(openMapping(mapping), nullptr);
-        EXPECT_NE(openMutex(mutex), nullptr);
-    }
-    EXPECT_EQ(openMapping(mapping), nullptr);
-    EXPECT_EQ(openMutex(mutex), nullptr);
-}
-
-const test::ChildRole keeper("keep mutex", [](const test::Arguments& arguments) {
-    os::KernelMutex mutex(arguments.at(0));
-    if (mutex.wait(os::kInfinite) != os::WaitResult::acquired) return 1;
-    test::tellParent("held");
-    test::awaitParent();
-    return 0;
-});
-
-TEST_F(KernelObjects, MutexOfKilledHolderIsAbandonedOnce) {
-    const std::string name = runtime_.name("abandoned");
-    os::KernelMutex mutex(name);
-    test::ChildProcess child("keep mutex", {name});
-    ASSERT_EQ(child.readLine(), "held");
-    EXPECT_EQ(mutex.wait(0), os::WaitResult::timedOut);
-    child.kill();
-    EXPECT_EQ(mutex.wait(10000), os::WaitResult::abandoned);
-    EXPECT_TRUE(mutex.release());
-    EXPECT_EQ(mutex.wait(0), os::WaitResult::acquired);
-    EXPECT_TRUE(mutex.release());
-    EXPECT_FALSE(mutex.release()) << "not held any more";
 }
 
 }  // namespace
