@@ -2,6 +2,7 @@
 from __future__ import annotations
 
 import collections
+import contextlib
 import ctypes
 import threading
 import warnings
@@ -34,9 +35,10 @@ def _log(text: bytes, _context: Any) -> None:
 _log_callback = DebugCallback(_log)
 
 
-def _open_stream() -> int:
-    while _dropped:
-        library().spifns_stream_close(_dropped.pop())
+def _new_stream() -> int:
+    with contextlib.suppress(IndexError):
+        while True:
+            library().spifns_stream_close(_dropped.pop())
     library().spifns_clear_last_error()
     stream = ctypes.c_uint32(NO_STREAM)
     status = library().spifns_stream_init(ctypes.byref(stream))
@@ -64,7 +66,7 @@ def ports() -> list[Port]:
     found: list[Port] = []
     # Kept in a variable: the library calls it after this expression.
     add = PortCallback(lambda key, name, _context: found.append(Port(key, decoded(name))))
-    stream = _open_stream()
+    stream = _new_stream()
     try:
         library().spifns_enumerate_ports(add, None)
     finally:
@@ -88,10 +90,9 @@ class Chip:
 
     def __init__(self, settings: Mapping[str, Value]) -> None:
         self._lock = threading.RLock()
-        self._open_stream: int | None = None
-        self._open_stream = _open_stream()
+        self._stream: int | None = _new_stream()
         try:
-            library().spifns_stream_set_debug_callback(self._open_stream, _log_callback, None)
+            library().spifns_stream_set_debug_callback(self._stream, _log_callback, None)
             self._set(settings)
         except BaseException:
             self.close()
@@ -109,7 +110,7 @@ class Chip:
         self.close()
 
     def __del__(self) -> None:
-        stream = getattr(self, "_open_stream", None)
+        stream = getattr(self, "_stream", None)
         if stream is not None:
             _dropped.append(stream)
             warnings.warn("a chip was not closed", ResourceWarning, source=self)
@@ -117,14 +118,14 @@ class Chip:
     def close(self) -> None:
         """Closes the chip, after the calls that other threads have on it. Never fails."""
         with self._lock:
-            if self._open_stream is not None:
-                library().spifns_stream_close(self._open_stream)
-                self._open_stream = None
+            if self._stream is not None:
+                library().spifns_stream_close(self._stream)
+                self._stream = None
 
     @property
     def closed(self) -> bool:
         """Whether the chip is closed; everything but close() then raises ClosedError."""
-        return self._open_stream is None
+        return self._stream is None
 
     @property
     def variables(self) -> Variables:
@@ -213,6 +214,6 @@ class Chip:
 
     def _call(self, function: str, *arguments: object) -> Any:
         with self._lock:
-            if self._open_stream is None:
+            if self._stream is None:
                 raise ClosedError(262, "the chip is closed")
-            return call(function, self._open_stream, *arguments)
+            return call(function, self._stream, *arguments)
