@@ -173,23 +173,25 @@ class Chips(Simulated):
             self.assertEqual(found.tolist(), [value, 2, 3])
 
     def test_a_call_lets_other_threads_run_and_times_out(self):
-        outcome = []
-
         def ask():
-            try:
+            with self.assertRaises(wrenlink.TimedOutError):
                 self.chip.xap_stopped()
-            except wrenlink.Error as error:
-                outcome.append(error)
+            outcome.append("timed out")
 
-        control("fault 0 silence")
-        control("log 0 clear")
-        thread = threading.Thread(target=ask)
-        thread.start()
-        while "code=0x0400" not in control("log 0"):
-            pass
-        self.assertEqual(outcome, [], "the call held all threads up")
-        thread.join()
-        self.assertIsInstance(outcome[0], wrenlink.TimedOutError)
+        for _ in range(5):  # a busy machine may look too late
+            outcome = []
+            control("log 0 clear")
+            control("fault 0 silence")
+            thread = threading.Thread(target=ask)
+            thread.start()
+            while "code=0x0400" not in control("log 0"):
+                pass
+            seen_during_the_call = not outcome
+            thread.join()
+            self.assertEqual(outcome, ["timed out"])
+            if seen_during_the_call:
+                break
+        self.assertTrue(seen_during_the_call, "the call holds all threads up")
 
     def test_debug_text_is_logged(self):
         with self.assertLogs("wrenlink", "DEBUG") as logged:
