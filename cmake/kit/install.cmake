@@ -52,5 +52,7 @@ if(WIN32)
   install(FILES ${CMAKE_BINARY_DIR}/quillsim.inf
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 else()
+  install(FILES tools/wireshark/wrenlink.lua
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenlink COMPONENT tools)
   install(FILES sim/quillsim.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 endif()
