@@ -1,7 +1,10 @@
 // The public documents folder is the same for all processes of the machine: a test has it alone,
 // and leads it elsewhere meanwhile.
 #include <windows.h>
+// This needs the types of windows.h.
+#include <shlobj.h>
 
+#include <stdexcept>
 #include <system_error>
 
 #include "tests/support/machine.h"
@@ -38,6 +41,15 @@ void noteFolder(const wchar_t* name, const std::wstring& folder) {
         ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kFolders, name, REG_EXPAND_SZ, folder.c_str(), size));
 }
 
+// As the system tells all programs.
+fs::path publicDocuments() {
+    PWSTR path = nullptr;
+    const HRESULT result = ::SHGetKnownFolderPath(FOLDERID_PublicDocuments, 0, nullptr, &path);
+    fs::path folder = SUCCEEDED(result) ? fs::path(path) : fs::path();
+    ::CoTaskMemFree(path);
+    return folder;
+}
+
 }  // namespace
 
 void setEnvironment(const std::string& name, const std::string& value) {
@@ -60,6 +72,8 @@ SharedDocuments::SharedDocuments()
     if (folderNoted(kSaved).empty()) noteFolder(kSaved, folderNoted(kDocuments));
     fs::create_directory(path_);
     noteFolder(kDocuments, path_.wstring());
+    if (publicDocuments() != path_)
+        throw std::runtime_error("the public documents folder cannot be led elsewhere");
 }
 
 SharedDocuments::~SharedDocuments() {
