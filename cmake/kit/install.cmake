@@ -1,5 +1,5 @@
-# What `cmake --install` offers, in three components: the library with all that a program needs which
-# runs with it; what building such a program needs; and the tools.
+# What `cmake --install` offers, in components: the library, which is all that running programs need;
+# what building such programs needs; the tools; and the Python package.
 include(CMakePackageConfigHelpers)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/wrenlink)
@@ -42,9 +42,12 @@ install(FILES include/wrenlink/spifns.h
 
 install(FILES README.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
-install(FILES sim/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/sim COMPONENT development)
+foreach(part sim bindings/python)
+  install(FILES ${part}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/${part} COMPONENT development)
+endforeach()
 
 if(WIN32)
+  install(DIRECTORY bindings/python DESTINATION . COMPONENT python PATTERN __pycache__ EXCLUDE)
   install(FILES ${CMAKE_BINARY_DIR}/wrenlink.def ${CMAKE_BINARY_DIR}/wrenlink.lib
     DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
   # The simulator installs what lies beside it.
@@ -54,5 +57,8 @@ if(WIN32)
 else()
   install(FILES tools/wireshark/wrenlink.lua
     DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenlink COMPONENT tools)
+  # Elsewhere than in Debian's own folder, Python packages are pip's affair.
+  install(DIRECTORY bindings/python/wrenlink DESTINATION lib/python3/dist-packages
+    COMPONENT python EXCLUDE_FROM_ALL PATTERN __pycache__ EXCLUDE)
   install(FILES sim/quillsim.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 endif()

@@ -47,6 +47,12 @@ else()
 
   set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME wrenlink-tools)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-wrenlink)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9)")
 endif()
 
 include(CPack)
@@ -60,3 +66,6 @@ pkg-config find the library by, the documentation and examples.")
 cpack_add_component(tools DEPENDS library DESCRIPTION
 "wren reads, writes and inspects the memory of a Marigold chip behind a Quill
 adapter. quillsim offers simulated adapters to those who have none at hand.")
+cpack_add_component(python DEPENDS library DESCRIPTION
+"Python programs that reach a Marigold chip over SPI with a Quill USB-to-SPI
+adapter use this package.")
