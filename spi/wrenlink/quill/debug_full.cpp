@@ -1,5 +1,6 @@
 #include "quill/debug_full.h"
 
+#include <new>
 #include <string>
 
 #include "platform/os.h"
@@ -12,11 +13,16 @@ bool debugFull = false;
 
 }  // namespace
 
-DebugFullSwitch::DebugFullSwitch() {
-    std::string value;
-    debugFull =
-        os::environmentVariable("SPIDEBUG_FULL", value) &&
-        (equalsIgnoringCase(value.c_str(), "ON") || equalsIgnoringCase(value.c_str(), "TRUE"));
+DebugFullSwitch::DebugFullSwitch() noexcept {
+    debugFull = false;
+    try {
+        std::string value;
+        debugFull =
+            os::environmentVariable("SPIDEBUG_FULL", value) &&
+            (equalsIgnoringCase(value.c_str(), "ON") || equalsIgnoringCase(value.c_str(), "TRUE"));
+    } catch (const std::bad_alloc&) {
+        // An exception here would end the host that loads the library.
+    }
 }
 
 bool isDebugFull() { return debugFull; }

@@ -7,7 +7,7 @@ namespace wrenlink {
 // Reads SPIDEBUG_FULL, once, when the library is loaded. Later changes have no effect.
 class DebugFullSwitch {
    public:
-    DebugFullSwitch();
+    DebugFullSwitch() noexcept;
 };
 
 // Whether SPIDEBUG_FULL was "ON" or "TRUE", in any case.
