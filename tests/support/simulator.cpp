@@ -15,6 +15,10 @@ std::string field(const std::string& line, const std::string& name) {
 
 }  // namespace
 
+std::string Simulator::state(const std::string& what, unsigned adapter) {
+    return field(control("state " + std::to_string(adapter)), what);
+}
+
 std::vector<std::string> Simulator::takeFrames(unsigned adapter) {
     const std::string number = std::to_string(adapter);
     std::istringstream lines(control("log " + number));

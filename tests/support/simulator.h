@@ -31,6 +31,8 @@ class Simulator {
     // Carries out a line of the simulator's control language and returns its answer. Throws
     // std::runtime_error when the simulator refuses it.
     std::string control(const std::string& line);
+    // What an adapter holds, in the simulator's words: "delay", say.
+    std::string state(const std::string& what, unsigned adapter = 0);
 
     // The request frames that reached an adapter since the last call, in lower-case hexadecimal;
     // behind a frame that is malformed stands why.

@@ -1,0 +1,296 @@
+#include "tests/exports/fault_scenarios.h"
+
+#include "tests/faults/faults.h"
+
+namespace wrenlink::test {
+namespace {
+
+using Needs = Step::Needs;
+
+// Calls an export, in either form.
+template <class Plain, class ById, class... Arguments>
+auto call(const FaultyHost& host, Plain* plain, ById* byId, Arguments... arguments) {
+    const FaultWindow window;
+    return host.legacy ? plain(arguments...) : byId(host.id, arguments...);
+}
+template <class Export, class... Arguments>
+auto call(Export* function, Arguments... arguments) {
+    const FaultWindow window;
+    return function(arguments...);
+}
+
+std::string get(const FaultyHost& host, const char* name) {
+    return call(host, spifns_getvar, spifns_stream_getvar, name);
+}
+
+int run(const FaultyHost& host, SpiAction action) {
+    return call(host, spifns_sequence, spifns_stream_sequence, &action, 1U);
+}
+
+// Sets a variable; once it is set, the adapter must hold what a host takes it to.
+std::string set(FaultyHost& host, const char* name, const std::string& value, const char* held,
+                const std::string& expected) {
+    if (run(host, setting(name, value.c_str())) != 0) return "1";
+    const std::string found = host.simulator.state(held);
+    return found == expected ? "0" : "0, but the adapter has " + found;
+}
+std::string set(FaultyHost& host, const char* name, const std::string& value) {
+    return std::to_string(run(host, setting(name, value.c_str())));
+}
+
+// Command bits, as variables show them and as the simulator does.
+std::string bits(const FaultyHost& host, const char* format = "0x%x") {
+    char text[16];
+    std::snprintf(text, sizeof text, format, host.turn);
+    return text;
+}
+std::string heldBits(const FaultyHost& host) { return bits(host, "0x%04x"); }
+
+// What callbacks were told.
+std::string told;
+
+void listen(const char* text, void*) {
+    const FaultPause pause;
+    told += text;
+}
+spifns_legacy_debug_callback legacyListener = [](const char* text) { listen(text, nullptr); };
+
+// ---- Steps -------------------------------------------------------------------------------------
+
+std::string load(FaultyHost& host) {
+    const FaultWindow window;
+    host.library.emplace();
+    return "";
+}
+
+std::string open(FaultyHost& host) {
+    const int status = host.legacy ? call(spifns_init) : call(spifns_stream_init, &host.id);
+    if (!host.legacy && (status == 0) != (host.id < SPIFNS_MAX_STREAMS)) return "wrong id";
+    return std::to_string(status) + ", " + std::to_string(call(spifns_count_streams)) + " open";
+}
+
+std::string select(FaultyHost& host) { return set(host, "SPIPORT", host.key); }
+
+std::string listPorts(FaultyHost&) {
+    std::string ports;
+    call(
+        spifns_enumerate_ports,
+        [](std::uint32_t key, const char* name, void* context) {
+            const FaultPause pause;
+            *static_cast<std::string*>(context) += std::to_string(key) + " " + name + ", ";
+        },
+        static_cast<void*>(&ports));
+    return ports;
+}
+
+std::string needNoStream(FaultyHost&) {
+    call(spifns_chip_select);
+    call(spifns_stream_chip_select);
+    const spifns_variable* list = nullptr;
+    std::uint32_t count = 0;
+    call(spifns_getvarlist, &list, &count);
+    return list[0].name + std::to_string(count) + " " + std::to_string(call(spifns_get_version));
+}
+
+std::string setDelay(FaultyHost& host) {
+    const std::string delay = std::to_string(host.turn);
+    return set(host, "SPI_DELAY", delay, "delay", delay);
+}
+
+// Whatever is remembered of it, the delay is the adapter's.
+std::string getDelay(FaultyHost& host) {
+    const std::string delay = get(host, "SPI_DELAY");
+    return delay == host.simulator.state("delay") ? "the adapter's" : delay;
+}
+
+std::string setClock(FaultyHost& host) { return set(host, "SPICLOCK", "500", "delay", "12"); }
+std::string getClock(FaultyHost& host) { return get(host, "SPICLOCK"); }
+std::string limitClock(FaultyHost& host) { return set(host, "SPIMAXCLOCK", "800"); }
+
+std::string setMode(FaultyHost& host) {
+    const bool jtag = host.turn % 2 != 0;
+    return set(host, "QUILLMODE", jtag ? "JTAG" : "SPI", "mode", jtag ? "1" : "0");
+}
+
+std::string setListener(FaultyHost& host) {
+    const FaultWindow window;
+    if (host.legacy)
+        spifns_set_debug_callback(&legacyListener);
+    else
+        spifns_stream_set_debug_callback(host.id, listen, nullptr);
+    return "";
+}
+
+std::string setDevice(FaultyHost& host) {
+    told.clear();
+    const std::string status = set(host, "SPIMUL", "3", "device", "3");
+    return status == "0" ? told : status;
+}
+
+std::string setBits(FaultyHost& host) { return set(host, "SPICMDBITS", bits(host)); }
+
+std::string getOthers(FaultyHost& host) {
+    std::string values;
+    for (const char* name : {"SPIPORT", "QUILLVERSION", "SPIMAXCLOCK", "MUTEXNAME", "SPIMUL"})
+        values += get(host, name) + " ";
+    for (const char* name : {"SPICMDBITS", "SPICMDREADBITS", "SPICMDWRITEBITS"})
+        if (get(host, name) != bits(host)) values += name;
+    return values;
+}
+
+std::string getDeviceId(FaultyHost& host) {
+    char id[16] = "";
+    if (!host.legacy) call(spifns_stream_get_device_id, host.id, id, sizeof id);
+    return host.legacy ? "quill100" : id;
+}
+
+Words wordsOf(const FaultyHost& host) {
+    return countingWords(600, static_cast<std::uint16_t>(host.turn));
+}
+
+std::string write(FaultyHost& host) {
+    const Words words = wordsOf(host);
+    if (run(host, writeFrom(0x100, words)) != 0) return "1";
+    return host.simulator.state("writebits") == heldBits(host) ? "0" : "0, with wrong bits";
+}
+
+std::string read(FaultyHost& host) {
+    const Words untouched(600, 0xEEEE);
+    Words words = untouched;
+    const int status = run(host, readInto(0x100, words));
+    if (status != 0) return words.back() == untouched.back() ? "1" : "1, with words";
+    if (words != wordsOf(host)) return "0, but wrong words";
+    return host.simulator.state("readbits") == heldBits(host) ? "0" : "0, with wrong bits";
+}
+
+std::string startMgcmd(FaultyHost& host) {
+    return std::to_string(call(host, spifns_mgcmd_init, spifns_stream_mgcmd_init,
+                               std::uint16_t{0xF}, std::uint16_t{1}));
+}
+
+std::string sendMgcmd(FaultyHost& host) {
+    Words words = {0x10, 0x21};
+    const int status =
+        call(host, spifns_mgcmd_cmd, spifns_stream_mgcmd_cmd, words.data(), std::uint16_t{2}, 1U);
+    const Words expected = status == 0 ? Words{0x20, 0x2F} : Words{0x10, 0x21};
+    return std::to_string(status) + (words == expected ? "" : ", with wrong words");
+}
+
+std::string queryXap(FaultyHost& host) {
+    return std::to_string(
+        call(host, spifns_marigold_xap_stopped, spifns_stream_marigold_xap_stopped));
+}
+
+std::string command(FaultyHost& host, const char* name) {
+    const char* const answer = call(host, spifns_command, spifns_stream_command, name);
+    return answer == nullptr ? "" : answer;
+}
+std::string enterDfu(FaultyHost& host) { return command(host, "DFU"); }
+
+std::string slowDown(FaultyHost& host) { return command(host, "SPISLOWER"); }
+
+// An error of the thread's own, from its making to its end.
+std::string makeError(FaultyHost& host) {
+    const std::string answer = get(host, "SPIPORT");
+    const char* text = nullptr;
+    const int code = call(spifns_get_last_error, static_cast<std::uint16_t*>(nullptr), &text);
+    const std::string error = std::to_string(code) + " " + text;
+    const int same = call(spifns_get_last_error32, static_cast<std::uint32_t*>(nullptr), &text);
+    call(spifns_clear_last_error);
+    return answer + error + (same == code ? "" : " and another");
+}
+
+std::string close(FaultyHost& host) {
+    host.legacy ? call(spifns_close) : call(spifns_stream_close, host.id);
+    return std::to_string(call(spifns_count_streams)) + " open";
+}
+
+std::string unload(FaultyHost& host) {
+    const FaultWindow window;
+    host.library.reset();
+    return "";
+}
+
+const Step kLoad = {"load", load, ""};
+const Step kOpen = {"open", open, "0, 1 open", "0, 1 open", "1, 0 open"};
+const Step kSelect = {"select", select, "0", "0", "1", "", Needs::adapter};
+const Step kSetDelay = {"set delay",  setDelay, "0", "1", "1", "Unable to set delays",
+                        Needs::delays};
+const Step kGetDelay = {"get delay", getDelay, "the adapter's", "0", "", "Unable to get delays"};
+const Step kClose = {.what = "close", .run = close, .right = "0 open", .always = true};
+const Step kUnload = {.what = "unload", .run = unload, .right = "", .always = true};
+
+}  // namespace
+
+const std::vector<FaultScenario> kFaultScenarios = {
+    {"life",
+     0,
+     {kLoad,
+      kOpen,
+      kSelect,
+      kSetDelay,
+      {"no stream", needNoStream, "SPIPORT9 260"},
+      kClose,
+      kUnload}},
+    {"mapFile",
+     0,
+     {kLoad,
+      kOpen,
+      kSelect,
+      {"ports", listPorts, "0 USB SPI (100), 7 USB SPI (100), ", "", ""},
+      kClose,
+      kUnload},
+     "7=100\n",
+     "7"},
+    {"firstError",
+     0,
+     {kLoad,
+      {"error", makeError, "262 Invalid stream", "257 Out of memory", "0 ", "", Needs::errorStore},
+      kUnload}},
+    {"settings",
+     3,
+     {kLoad,
+      kOpen,
+      kSelect,
+      kGetDelay,
+      kSetDelay,
+      {"limit clock", limitClock, "0"},
+      {"set clock", setClock, "0", "1", "1", "Unable to set delays"},
+      {"set mode", setMode, "0"},
+      {"get clock", getClock, "513.874615", "4000.000000", "", "Unable to get delays"},
+      {"listen", setListener, ""},
+      {"set device", setDevice, "Quill mul dev 3", "1", "1", "Unable to set multipled device"},
+      {"set bits", setBits, "0"},
+      {"get others", getOthers, "0 0109 800.000000 usbspi_mutex_0 3 "},
+      {"get id", getDeviceId, "quill100"}}},
+    {"memory",
+     3,
+     {kLoad,
+      kOpen,
+      kSelect,
+      {"set bits", setBits, "0"},
+      {"write", write, "0", "1", "1", "Unable to send sequence"},
+      {"read", read, "0", "1", "1", "Unable to send sequence"}}},
+    {"chip",
+     3,
+     {kLoad,
+      kOpen,
+      kSelect,
+      {"MGCMD start", startMgcmd, "0", "1", "1", "Unable to initialise MGCMDs"},
+      {"MGCMD", sendMgcmd, "0", "1", "1", "MGCMD cmd failed"},
+      {"XAP", queryXap, "1", "-1", "-1"},
+      {"DFU", enterDfu, "", "", "", "Unable to enable DFU mode"},
+      kSetDelay,
+      {"slower", slowDown, "", "", "", "Unable to set delays: Unable to slow down SPI"},
+      kGetDelay}},
+};
+
+void FaultyHost::end() {
+    if (library) {
+        close(*this);
+        unload(*this);
+    }
+    std::exchange(told, {});
+}
+
+}  // namespace wrenlink::test
