@@ -55,7 +55,7 @@ class LineBuffer {
         __attribute__((format(printf, 2, 0))) {
         const std::size_t room = kLineLimit - 1 - used_;
         const int length = std::vsnprintf(bytes_.data() + used_, room + 1, format, arguments);
-        if (length > 0) used_ += std::min(static_cast<std::size_t>(length), room);
+        used_ += static_cast<std::size_t>(std::clamp(length, 0, static_cast<int>(room)));
     }
     void writeTo(os::LogFile file) noexcept {
         std::replace_if(bytes_.begin(), bytes_.begin() + used_, isControl, ' ');

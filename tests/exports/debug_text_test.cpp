@@ -21,13 +21,14 @@ int debugged(const Arguments&) {
     const Stream stream;
     spifns_stream_set_debug_callback(
         stream.id(), [](const char* text, void*) { tellParent(visible(text)); }, nullptr);
+    Words one(1);
     Words two(2);
     Words five = countingWords(5, 1);
     Words none;
     const std::string longValue(3000, 'v');
     stream.run({setting("SPIPORT", "0"), setting("SPICMDREADBITS", "0x40"), readInto(0x7C, two),
                 writeFrom(0x10, five), readInto(0x2B, none), setting("SPI_DELAY", "414")});
-    stream.read(0x7C, two);
+    stream.read(0x7C, one);
     stream.get("SPI_DELAY");
     stream.get("SPICMDBITS");
     stream.get("nonesuch");
@@ -75,7 +76,7 @@ const char* const kLines[] = {
     "There is a cached cmdbits",
     "Submitting a sequence of 1 commands",
     "Retrieving information for quill command SpiAction::SpiActionType = 0",
-    "Quill Read [007c 7d] = 0012 00ab ",
+    "Quill Read [007c] = 0012 ",
     "var = SPI_DELAY",
     "Quill Get Delays = 414 (cached)",
     "pszResult = 414",
@@ -102,10 +103,10 @@ Texts textsWith(const std::string& value) {
     ChildProcess child("debugged");
     setEnvironment("SPIDEBUG_FULL", "");
     Texts texts;
-    for (std::string line = child.readLine(); line != "end"; line = child.readLine()) {
-        if (line.empty()) return {"the child ended"};
+    for (std::string line = child.readLine(); !line.empty(); line = child.readLine())
         texts.push_back(line);
-    }
+    if (texts.empty() || texts.back() != "end") return {"the child ended too early"};
+    texts.pop_back();
     return texts;
 }
 

@@ -1,5 +1,7 @@
 #include "quill/map_file.h"
 
+#include <utility>
+
 #include "diag/result_sentry.h"
 #include "platform/os.h"
 #include "quill/number_text.h"
@@ -30,14 +32,14 @@ TextFile Open_Common_Document_File(const char* name, std::string& fullPath) {
 }
 
 MapFile openMapFile() {
-    MapFile map = {nullptr, kMapFileName};
-    map.file = Open_Common_Document_File(kMapFileName, map.name);
-    if (map.file == nullptr) {
-        map.file.reset(os::openTextFile(kMapFileName));
-        map.name.insert(0, "<application directory>\\");
+    std::string name = kMapFileName;
+    TextFile file = Open_Common_Document_File(kMapFileName, name);
+    if (file == nullptr) {
+        file.reset(os::openTextFile(kMapFileName));
+        name.insert(0, "<application directory>\\");
     }
-    if (map.file != nullptr && isEmpty(map.file.get())) map.file.reset();
-    return map;
+    if (file != nullptr && isEmpty(file.get())) file.reset();
+    return {std::move(file), std::move(name)};
 }
 
 bool parseMapping(const char* line, Mapping& mapping) {
