@@ -1,5 +1,7 @@
 #include "sim/model/adapter.h"
 
+#include <algorithm>
+
 namespace quillsim {
 namespace {
 
@@ -33,11 +35,16 @@ Answer Adapter::handle(const Request& request, std::span<std::uint8_t> reply) {
         answer.replySize = size < request.replyCapacity ? size : request.replyCapacity;
     }
     for (const Fault& fault : struck.all()) {
-        applyFault(fault, answer, reply);
+        applyFault(fault, answer, reply, {latestReply_.data(), latestReplySize_});
         record.faultKinds |= 1u << static_cast<unsigned>(fault.kind);
     }
+    const Bytes sent = reply.first(answer.replySize);
+    if (!sent.empty()) {
+        latestReplySize_ = std::min(sent.size(), latestReply_.size());
+        std::copy_n(sent.begin(), latestReplySize_, latestReply_.begin());
+    }
     record.answer = answer;
-    log.add(record, request.frame, reply.first(answer.replySize));
+    log.add(record, request.frame, sent);
     return answer;
 }
 

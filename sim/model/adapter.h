@@ -87,6 +87,8 @@ class Adapter {
 
     std::uint32_t refusal_;
     OpenCounts opens_;
+    std::array<std::uint8_t, kReplyLimit> latestReply_{};  // with a byte in it
+    std::size_t latestReplySize_ = 0;
     std::array<std::uint16_t, kMemoryWords> memory_{};
     std::array<std::uint8_t, kMemoryWords / 8> faulty_{};
 };

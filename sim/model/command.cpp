@@ -80,15 +80,12 @@ Failure runCount(Call& call) {
 }
 
 Failure runLog(Call& call) {
+    const std::string_view which = call.arguments.empty() ? "1" : call.arguments[0];
+    const bool forgets = which == "clear" || which == "take";
     std::uint64_t from = 1;
-    if (!call.arguments.empty()) {
-        if (call.arguments[0] == "clear") {
-            call.adapter->clearLog();
-            return kDone;
-        }
-        if (!readNumber(call.arguments[0], ~std::uint64_t{0}, from)) return kBadNumber;
-    }
-    call.adapter->log.print(call.out, from);
+    if (!forgets && !readNumber(which, ~std::uint64_t{0}, from)) return kBadNumber;
+    if (which != "clear") call.adapter->log.print(call.out, from);
+    if (forgets) call.adapter->clearLog();
     return kDone;
 }
 
@@ -265,7 +262,7 @@ constexpr std::array<Verb, 15> kVerbs{{
     {"list", "", false, 0, 0, runList},
     {"state", "ADAPTER", true, 0, 0, runState},
     {"count", "ADAPTER", true, 0, 0, runCount},
-    {"log", "ADAPTER [FROM|clear]", true, 0, 1, runLog},
+    {"log", "ADAPTER [FROM|clear|take]", true, 0, 1, runLog},
     {"fault", "ADAPTER KIND [VALUE...] [COUNT|always] [code=CODE] [skip=COUNT]", true, 1, 6,
      runFault},
     {"clear", "ADAPTER", true, 0, 0, runClear},

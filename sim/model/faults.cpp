@@ -1,10 +1,12 @@
 #include "sim/model/faults.h"
 
+#include <algorithm>
+
 namespace quillsim {
 namespace {
 
 // In the order of FaultKind.
-constexpr std::array<FaultFacts, 10> kFaults{{
+constexpr std::array<FaultFacts, 12> kFaults{{
     {FaultKind::delay, "delay", 1, false},
     {FaultKind::silence, "silence", 0, true},
     {FaultKind::refuse, "refuse", 1, true},
@@ -15,6 +17,8 @@ constexpr std::array<FaultFacts, 10> kFaults{{
     {FaultKind::empty, "empty", 0, false},
     {FaultKind::runt, "runt", 1, false},
     {FaultKind::badStatus, "badstatus", 1, false},
+    {FaultKind::stale, "stale", 0, false},
+    {FaultKind::twice, "twice", 0, false},
 }};
 
 constexpr std::array<std::string_view, 4> kDeliveryNames{"completion", "silence", "close", "runt"};
@@ -29,6 +33,12 @@ void setRunt(Answer& answer, std::size_t size) {
 void lengthen(Answer& answer, std::span<std::uint8_t> reply, std::size_t more) {
     if (answer.status != 0) return;
     while (more-- > 0 && answer.replySize < reply.size()) reply[answer.replySize++] = kFiller;
+}
+
+void repeat(Answer& answer, std::span<std::uint8_t> reply, Bytes earlier) {
+    if (answer.status != 0) return;
+    answer.replySize = earlier.size();
+    std::copy(earlier.begin(), earlier.end(), reply.begin());
 }
 
 }  // namespace
@@ -46,7 +56,7 @@ const FaultFacts* findFault(std::string_view name) {
 
 const FaultFacts& faultFacts(FaultKind kind) { return kFaults[static_cast<std::size_t>(kind)]; }
 
-void applyFault(const Fault& fault, Answer& answer, std::span<std::uint8_t> reply) {
+void applyFault(const Fault& fault, Answer& answer, std::span<std::uint8_t> reply, Bytes earlier) {
     switch (fault.kind) {
         case FaultKind::delay:
             answer.delayMicroseconds += std::uint64_t{fault.value} * 1000;
@@ -80,6 +90,12 @@ void applyFault(const Fault& fault, Answer& answer, std::span<std::uint8_t> repl
             break;
         case FaultKind::badStatus:
             if (answer.replySize >= 2) storeBig(reply, 0, static_cast<std::uint16_t>(fault.value));
+            break;
+        case FaultKind::stale:
+            repeat(answer, reply, earlier);
+            break;
+        case FaultKind::twice:
+            answer.times = 2;
             break;
     }
 }

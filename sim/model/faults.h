@@ -27,6 +27,7 @@ struct Answer {
     Delivery delivery = Delivery::completion;
     std::uint32_t status = 0;             // 0 success, else a native error code
     std::size_t replySize = 0;            // bytes in the reply buffer
+    std::uint8_t times = 1;               // how often a completion is sent
     std::size_t runtSize = 0;             // bytes of a runt, 0 to 3
     std::uint64_t delayMicroseconds = 0;  // to let pass before the request ends
 };
@@ -42,6 +43,8 @@ enum class FaultKind : std::uint8_t {
     empty,      // a completion without a byte
     runt,       // a completion of value bytes, 1 to 3
     badStatus,  // the reply's status field becomes value
+    stale,      // it is answered with the reply to an earlier one
+    twice,      // its completion is sent twice
 };
 
 struct FaultFacts {
@@ -65,8 +68,9 @@ struct Fault {
     std::uint32_t second = 0;
 };
 
-// Changes an answer, whose reply buffer may be longer than the answer.
-void applyFault(const Fault& fault, Answer& answer, std::span<std::uint8_t> reply);
+// Changes an answer, whose reply buffer may be longer than the answer. `earlier` is the reply that
+// a stale one repeats, no longer than the buffer.
+void applyFault(const Fault& fault, Answer& answer, std::span<std::uint8_t> reply, Bytes earlier);
 
 inline constexpr std::size_t kMostFaults = 16;
 

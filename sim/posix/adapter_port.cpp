@@ -148,6 +148,7 @@ void AdapterPort::serve(Key key, Connection& connection, std::span<const std::ui
         log_->flush();
     }
     connection.delivery = answer.delivery;
+    connection.times = answer.times;
     connection.completion.clear();
     storeLittle32(connection.completion, answer.status);
     connection.completion.insert(connection.completion.end(), reply_.begin(),
@@ -173,13 +174,15 @@ void AdapterPort::finish(Key key) {
     Connection& connection = connections_.at(key);
     if (connection.delivery == Delivery::silence) return;
     const bool closes = connection.delivery == Delivery::close;
-    const bool sent = !closes && ::send(connection.socket.get(), connection.completion.data(),
-                                        connection.completion.size(), MSG_NOSIGNAL) >= 0;
-    if (!sent) {
-        drop(key);
-        return;
+    for (unsigned sent = 0; sent < connection.times; ++sent) {
+        if (closes || ::send(connection.socket.get(), connection.completion.data(),
+                             connection.completion.size(), MSG_NOSIGNAL) < 0) {
+            if (sent > 0) connection.request = 0;  // it has been answered
+            drop(key);
+            return;
+        }
+        capture(PacketKind::completion, key, connection.completion);
     }
-    capture(PacketKind::completion, key, connection.completion);
     connection.request = 0;
 }
 

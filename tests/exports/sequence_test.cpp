@@ -344,29 +344,5 @@ TEST_F(Sequence, AFailedReadEndsItsBatch) {
     EXPECT_THAT(simulator_.takeFrames(), ElementsAre(Batch().read(0x1234, 505)));
 }
 
-TEST_F(Sequence, TakesWhatARecordAsksForWhateverTheReplySays) {
-    simulator_.control("poke 0 0 0xa 0xb 0xc 0xd");
-    const struct {
-        const char* fault;
-        int status;
-        Words words;
-    } cases[] = {
-        {"fault 0 corrupt 5 0xff", 0, {0xA, 0xB, 0xEEEE, 0xEEEE}},  // the echoed count
-        {"fault 0 long 2000", 0, {0xA, 0xB, 0xEEEE, 0xEEEE}},
-        {"fault 0 short 1", 0, {0xA, 0x0, 0xEEEE, 0xEEEE}},
-        {"fault 0 short 10", 1, {0, 0, 0xEEEE, 0xEEEE}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.fault);
-        simulator_.control(c.fault);
-        Words words(4, 0xEEEE);
-        SpiAction read = readInto(0, words);
-        read.u.memory.length = 2;
-        EXPECT_EQ(stream_.run({read}), c.status);
-        EXPECT_EQ(words, c.words);
-    }
-    EXPECT_EQ(lastFailure(), (Failure{517, 0, "Read failed on USB-SPI"}));
-}
-
 }  // namespace
 }  // namespace wrenlink::test

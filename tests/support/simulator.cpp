@@ -3,9 +3,7 @@
 #include <sstream>
 
 namespace wrenlink::test {
-namespace {
 
-// The value of "name=value" in a line of words.
 std::string field(const std::string& line, const std::string& name) {
     std::istringstream words(line);
     for (std::string word; words >> word;)
@@ -13,18 +11,20 @@ std::string field(const std::string& line, const std::string& name) {
     return "";
 }
 
-}  // namespace
+std::vector<std::string> Simulator::takeLog(unsigned adapter) {
+    std::istringstream log(control("log " + std::to_string(adapter) + " take"));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(log, line);) lines.push_back(line);
+    return lines;
+}
 
 std::string Simulator::state(const std::string& what, unsigned adapter) {
     return field(control("state " + std::to_string(adapter)), what);
 }
 
 std::vector<std::string> Simulator::takeFrames(unsigned adapter) {
-    const std::string number = std::to_string(adapter);
-    std::istringstream lines(control("log " + number));
-    control("log " + number + " clear");
     std::vector<std::string> frames;
-    for (std::string line; std::getline(lines, line);) {
+    for (const std::string& line : takeLog(adapter)) {
         const std::string verdict = field(line, "verdict");
         frames.push_back(field(line, "frame") + (verdict == "good" ? "" : " " + verdict));
     }

@@ -18,6 +18,9 @@ enum class NativeError { noAdapter, notOpenable, closed, cutOff, stillPending };
 std::string textOf(NativeError error);
 std::string textOf(int nativeCode);
 
+// The value of "name=value" in a line of words.
+std::string field(const std::string& line, const std::string& name);
+
 using AdapterIds = std::vector<std::uint32_t>;
 
 class Simulator {
@@ -34,8 +37,9 @@ class Simulator {
     // What an adapter holds, in the simulator's words: "delay", say.
     std::string state(const std::string& what, unsigned adapter = 0);
 
-    // The request frames that reached an adapter since the last call, in lower-case hexadecimal;
-    // behind a frame that is malformed stands why.
+    // The simulator's log of the requests that reached an adapter since the last call of either.
+    std::vector<std::string> takeLog(unsigned adapter = 0);
+    // Their frames alone, in lower-case hexadecimal; behind a frame that is malformed stands why.
     std::vector<std::string> takeFrames(unsigned adapter = 0);
 
     // Whether kernel objects can be made and opened; those that are open stay so.
