@@ -72,11 +72,13 @@ def read_examples(document, sources, home):
 
 
 def environment(sources, kit, home):
-    """What finds an installed kit as if it were installed for the whole system."""
+    """What finds an installed kit as if it were installed for the whole system; one in /usr is."""
     mine = {name: value for name, value in os.environ.items() if not name.startswith("WRENLINK_")}
+    mine |= {"HOME": str(home), "LC_ALL": "C.UTF-8", "CMAKE_GENERATOR": "Ninja"}
+    if kit == pathlib.Path("/usr"):
+        return mine
     return mine | {
-        "HOME": str(home), "LC_ALL": "C.UTF-8", "PATH": f"{kit}/bin:{os.environ['PATH']}",
-        "CMAKE_PREFIX_PATH": str(kit), "CMAKE_GENERATOR": "Ninja",
+        "PATH": f"{kit}/bin:{os.environ['PATH']}", "CMAKE_PREFIX_PATH": str(kit),
         "PKG_CONFIG_PATH": f"{kit}/lib/pkgconfig", "LD_RUN_PATH": f"{kit}/lib",
         "PYTHONPATH": str(sources / "bindings/python"), "PYTHONDONTWRITEBYTECODE": "1",
         "WRENLINK_LIBRARY": f"{kit}/lib/libwrenlink.so.1"}
