@@ -2,15 +2,24 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <iostream>
+#include <list>
+#include <random>
+#include <sstream>
 #include <thread>
 
+#include "quill/adapter_caches.h"
 #include "tests/exports/host.h"
 #include "tests/support/child_process.h"
+#include "tests/support/scale.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {
 namespace {
+
+constexpr unsigned kSeed = 42;
 
 // Gives the adapter a delay and command bits, and stays until the parent says go.
 int configure(const Arguments&) {
@@ -35,6 +44,65 @@ int exchange(const Arguments& arguments) {
     return 0;
 }
 const ChildRole kExchange("exchange", exchange);
+
+// Gives the adapter delay and command bits 1, 2, 3 and so on, and uses words between, until killed.
+int change(const Arguments&) {
+    const Stream stream("0");
+    tellParent("open");
+    Words words(600);
+    for (int i = 1; i < kUnknown; ++i) {
+        const std::string number = std::to_string(i);
+        stream.set("SPI_DELAY", number.c_str());
+        stream.set("SPICMDBITS", number.c_str());  // which old firmware does not have
+        stream.run({writeFrom(0, words), readInto(0, words)});
+    }
+    return 0;
+}
+const ChildRole kChange("change", change);
+
+// Writes and reads words of its own, so many times whenever the parent says go; tells how often
+// they were wrong, and its longest wait in microseconds.
+int work(const Arguments& arguments) {
+    using std::chrono::microseconds;
+    const auto first = static_cast<std::uint16_t>(std::stoul(arguments.at(0)));
+    const Stream stream("0");
+    for (auto round = static_cast<unsigned>(std::stoul(arguments.at(1))); round > 0; --round) {
+        awaitParent();
+        int wrong = 0;
+        microseconds longest(0);
+        for (unsigned i = 0; i < 5; ++i) {
+            const Words written = countingWords(600, static_cast<std::uint16_t>(round * 5 + i));
+            Words read(written.size());
+            const auto before = std::chrono::steady_clock::now();
+            const int status = stream.run({writeFrom(first, written), readInto(first, read)});
+            const auto spent = std::chrono::steady_clock::now() - before;
+            wrong += status != 0 || read != written;
+            longest = std::max(longest, std::chrono::duration_cast<microseconds>(spent));
+        }
+        tellParent(std::to_string(wrong) + ' ' + std::to_string(longest.count()));
+    }
+    return 0;
+}
+const ChildRole kWork("work", work);
+
+// Stores 50,000 random values in both caches whenever the parent says go, so many times.
+int disturb(const Arguments& arguments) {
+    SharedMemory delays("quilldelays100", sizeof(DelayCache), kUnknownByte);
+    SharedMemory cmdBits("quillcmdbits100", sizeof(CmdBitsCache), kUnknownByte);
+    auto* const delay = reinterpret_cast<DelayCache*>(delays.view());
+    auto* const bits = reinterpret_cast<CmdBitsCache*>(cmdBits.view());
+    std::mt19937 random(kSeed);
+    for (unsigned long round = std::stoul(arguments.at(0)); round > 0; --round) {
+        awaitParent();
+        for (int i = 0; i < 50000; ++i) {
+            storeField(delay->delay, static_cast<std::uint16_t>(random()));
+            storeField(bits->both, static_cast<std::uint32_t>(random()));
+        }
+        tellParent("done");
+    }
+    return 0;
+}
+const ChildRole kDisturb("disturb", disturb);
 
 TEST(Processes, ShareWhatTheAdapterHas) {
     Simulator simulator({100}, "1.9");
@@ -85,6 +153,105 @@ TEST(Processes, GiveTheirTurnBackWhenKilled) {
     child.kill();
     Words word(1);
     EXPECT_EQ(stream.read(0, word), 0);
+}
+
+// Kills a host of the first adapter at a random moment, again and again, while others work.
+class Kills {
+   public:
+    Kills(unsigned workers, const char* firmware)
+        : simulator_({100}, firmware),
+          delays_("quilldelays100", sizeof(DelayCache), kUnknownByte),
+          cmdBits_("quillcmdbits100", sizeof(CmdBitsCache), kUnknownByte) {
+        for (unsigned i = 1; i <= workers; ++i)
+            workers_.emplace_back("work",
+                                  Arguments{std::to_string(1000 * i), std::to_string(count_)});
+    }
+
+    void run() {
+        for (unsigned i = 0; i < count_ && !testing::Test::HasFailure(); ++i) {
+            forget();
+            for (ChildProcess& worker : workers_) worker.go();
+            ChildProcess victim("change");
+            if (random_() % 2 == 0) victim.readLine();  // else it may only be starting
+            std::this_thread::sleep_for(std::chrono::microseconds(random_() % 5000));
+            victim.kill();
+            // An exchange, behind which nothing is left that the victim asked for.
+            EXPECT_EQ(spifns_stream_marigold_xap_stopped(stream_.id()), SPIFNS_XAP_RUNNING)
+                << lastFailure();
+            checkDelay();
+            checkBits("readbits", 0);
+            checkBits("writebits", 1);
+            for (ChildProcess& worker : workers_) checkWork(worker.readLine());
+        }
+        std::cout << count_ << " kills, after which the cache lacked the delay " << delaysNotKept_
+                  << " times; longest wait for 4 exchanges: " << longestWait_ << " us\n";
+        EXPECT_LT(longestWait_, 5000000);
+    }
+
+   private:
+    // The adapter's settings are 0 from here on, and the caches know nothing.
+    void forget() {
+        ASSERT_EQ(stream_.set("QUILLMODE", "SPI"), 0);
+        for (const char* name : {"delay", "readbits", "writebits"})
+            simulator_.control(std::string("set 0 ") + name + " 0");
+    }
+
+    // A delay is kept once the adapter has it.
+    void checkDelay() {
+        const int cached = loadField(reinterpret_cast<DelayCache*>(delays_.view())->delay);
+        const int held = simulator_.number("delay");
+        EXPECT_THAT(cached, testing::AnyOf(kUnknown, held, held - 1)) << "and not " << held;
+        delaysNotKept_ += cached == held - 1;
+    }
+
+    // Command bits are unknown while they are on their way.
+    void checkBits(const char* name, int half) {
+        const int cached = loadField(reinterpret_cast<CmdBitsCache*>(cmdBits_.view())->half[half]);
+        const int held = simulator_.number(name);
+        EXPECT_THAT(cached, testing::AnyOf(kUnknown, held)) << name;
+    }
+
+    void checkWork(const std::string& told) {
+        int wrong = -1;
+        long wait = 0;
+        std::istringstream(told) >> wrong >> wait;
+        EXPECT_EQ(wrong, 0) << told;
+        longestWait_ = std::max(longestWait_, wait);
+    }
+
+    const unsigned count_ = 50 * scale();
+    Simulator simulator_;
+    const Stream stream_{"0"};
+    SharedMemory delays_;
+    SharedMemory cmdBits_;
+    std::list<ChildProcess> workers_;
+    std::mt19937 random_{kSeed};
+    int delaysNotKept_ = 0;
+    long longestWait_ = 0;
+};
+
+TEST(Processes, LoseNothingWhenOneOfFourIsKilled) { Kills(3, "1.8").run(); }
+
+TEST(Processes, KeepCachesRightWhenKilled) { Kills(0, "1.9").run(); }
+
+TEST(Processes, WorkOnWhateverAPeerStoresInTheCaches) {
+    Simulator simulator({100}, "1.9");
+    const Stream stream("0");
+    const unsigned rounds = 50 * scale();
+    ChildProcess peer("disturb", {std::to_string(rounds)});
+    for (unsigned i = 0; i < rounds; ++i) {
+        peer.go();
+        const Words written = countingWords(600, static_cast<std::uint16_t>(i));
+        Words read(written.size());
+        EXPECT_EQ(stream.run({setting("SPI_DELAY", "7"), writeFrom(0, written), readInto(0, read)}),
+                  0);
+        EXPECT_EQ(read, written);
+        EXPECT_LE(std::stoul(stream.get("SPI_DELAY")), 0xFFFFU);
+        ASSERT_EQ(peer.readLine(), "done");
+    }
+    // What is forgotten is put right.
+    stream.set("QUILLMODE", "SPI");
+    EXPECT_EQ(std::stoi(stream.get("SPI_DELAY")), simulator.number("delay"));
 }
 
 }  // namespace

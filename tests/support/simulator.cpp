@@ -31,4 +31,8 @@ std::vector<std::string> Simulator::takeFrames(unsigned adapter) {
     return frames;
 }
 
+int Simulator::number(const std::string& name, unsigned adapter) {
+    return std::stoi(field(control("state " + std::to_string(adapter)), name), nullptr, 0);
+}
+
 }  // namespace wrenlink::test

@@ -42,6 +42,9 @@ class Simulator {
     // Their frames alone, in lower-case hexadecimal; behind a frame that is malformed stands why.
     std::vector<std::string> takeFrames(unsigned adapter = 0);
 
+    // A number of the adapter's state, by its name there.
+    int number(const std::string& name, unsigned adapter = 0);
+
     // Whether kernel objects can be made and opened; those that are open stay so.
     void offerKernelObjects(bool offered);
     // Takes the name of a kernel object for something that is none.

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "diag/result_sentry.h"
+#include "quill/adapter_caches.h"
 #include "quill/command_bits.h"
 #include "quill/last_error.h"
 #include "quill/number_text.h"
@@ -67,7 +68,7 @@ class Submission {
     std::pmr::vector<SpiAction> pending_{&memory_};
     std::pmr::forward_list<ValueText> valueTexts_{&memory_};  // entries point at its elements
     // What the gathered list sets, for reads and for writes: the cache learns of it only once the
-    // list has been sent.
+    // list has been sent, and says unknown until then.
     std::optional<std::uint16_t> pendingBits_[2];
 };
 
@@ -133,6 +134,8 @@ void Submission::addCmdBits(const Access& access) {
     entry.u.variable.value = value.text;
     pending_.push_back(entry);
     pendingBits = bits;
+    // A host that dies before it has recorded them leaves nothing behind that is not so.
+    Quill_Stream_SetCmdBitsCache(quill_, kUnknown, access.forWrites);
 }
 
 void Submission::addPieces(const Access& access, const SpiAction& action) {
