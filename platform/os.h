@@ -109,6 +109,10 @@ class LocalMutex {
 // A block of memory that every process can map by its kernel name. It is zeroed when it is made and
 // gone when its last holder has closed it or ended. Two processes that make one name at the very
 // same moment may both be told that they created it, unless they hold a mutex around the call.
+//
+// POSIX: whoever may open the block may also cut its file short, and then SIGBUS ends a process
+// that looks at its view. No memory that has a name refuses that, and a handler of the signal would
+// be the host's to install: the folder's permissions must admit only users who are trusted so far.
 class FileMapping {
    public:
     FileMapping() noexcept = default;
