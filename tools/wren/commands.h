@@ -1,4 +1,4 @@
-// What the tool does: one function for each of its commands. Results go to standard output; a
+// What the tool does: one function for each of its commands. Results go to the context's output; a
 // failure is thrown as Failure. Arguments have been checked one by one; what they make together is
 // checked here, before the first exchange.
 //
@@ -6,49 +6,95 @@
 #ifndef WREN_COMMANDS_H
 #define WREN_COMMANDS_H
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "debug_text.h"
+#include "image_source.h"
+#include "output.h"
 #include "session.h"
 
 namespace wren {
 
 // Which adapter a command works with, and how.
 struct Connection {
-    std::string port = "0";         // selection key or adapter id
+    std::string port = "0";         // selection key, adapter id or device id
     std::vector<Setting> settings;  // made in this order once the adapter is selected
-    DebugText debugText = DebugText::warnings;
+};
+
+// What every command is given.
+struct Context {
+    Connection connection;
+    DebugText debugText;
+    Output output;
+};
+
+// A session with the adapter selected and set up.
+class Connected : public Session {
+   public:
+    explicit Connected(Context& context);
 };
 
 struct ReadRequest {
-    std::uint32_t address = 0;
-    std::uint32_t count = 0;
-    std::string outputFile;  // standard output when empty
+    RegionChoice region;
+    std::optional<std::string> file;  // else standard output, as text
+    FormatChoice format;
 };
 
 struct WriteRequest {
-    std::uint32_t address = 0;
-    std::vector<std::uint16_t> words;
-    std::string inputFile;  // replaces words unless empty
+    ImageSource source;
+    bool verify = true;
+};
+
+struct CompareRequest {
+    ImageSource source;
+    std::size_t mostListed = 8;
+};
+
+struct FillRequest {
+    Region region;
+    std::vector<std::uint16_t> pattern;  // repeated, from the region's start on
     bool verify = true;
 };
 
 struct DumpRequest {
-    std::uint32_t address = 0;
-    std::optional<std::uint32_t> count;  // else 128, or what is left of the memory
+    RegionChoice region;                 // else 128 words, or what is left of the memory
+    std::optional<double> watchSeconds;  // from one look to the next
+    std::uint64_t mostLooks = 0;         // 0: until Ctrl-C
 };
 
-void listPorts(const Connection& connection);
-void showInfo(const Connection& connection);
-void readMemory(const Connection& connection, const ReadRequest& request);
-void writeMemory(const Connection& connection, const WriteRequest& request);
-void dumpMemory(const Connection& connection, const DumpRequest& request);
-void showXapState(const Connection& connection);
-void getVariables(const Connection& connection, const std::vector<std::string>& names);
-void setVariables(const Connection& connection, const std::vector<std::string>& settings);
-void sendCommand(const Connection& connection, const std::string& name);
+struct MgcmdRequest {
+    std::vector<std::uint16_t> words;
+    std::vector<std::uint16_t> preparation;  // two words, or none
+    bool strict = true;
+};
+
+struct SpeedRequest {
+    double seconds = 1;
+};
+
+void listPorts(Context& context);
+void showInfo(Context& context);
+void showXapState(Context& context);
+void measureSpeed(Context& context, const SpeedRequest& request);
+
+void readMemory(Context& context, const ReadRequest& request);
+void writeMemory(Context& context, const WriteRequest& request);
+void verifyMemory(Context& context, const CompareRequest& request);
+void diffMemory(Context& context, const CompareRequest& request);
+void fillMemory(Context& context, const FillRequest& request);
+void dumpMemory(Context& context, const DumpRequest& request);
+
+void getVariables(Context& context, const std::vector<std::string>& names);
+void setVariables(Context& context, const std::vector<std::string>& settings);
+void listVariables(Context& context);
+
+void sendCommand(Context& context, const std::string& name);
+void sendMgcmd(Context& context, const MgcmdRequest& request);
+void runScript(Context& context, const std::string& file);
 
 }  // namespace wren
 

@@ -5,38 +5,68 @@
 #ifndef WREN_FAILURE_H
 #define WREN_FAILURE_H
 
+#include <array>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace wren {
 
 // The exit codes that scripts rely on.
 enum class ExitCode : int {
     done = 0,
-    failed = 1,         // the operation failed
-    usage = 2,          // the command line makes no sense
-    noAdapter = 3,      // no such adapter
-    differs = 4,        // chip memory differs from what was written
-    unreachable = 5,    // the adapter is busy, unplugged or silent
-    interrupted = 130,  // the user stopped it, with Ctrl-C
+    failed = 1,
+    usage = 2,
+    noAdapter = 3,
+    differs = 4,
+    unreachable = 5,
+    interrupted = 130,
 };
 
-// A failure that ends the command. what() is one line without a line break.
+struct ExitMeaning {
+    ExitCode code;
+    const char* meaning;
+};
+
+inline constexpr std::array kExitMeanings{
+    ExitMeaning{ExitCode::done, "done"},
+    ExitMeaning{ExitCode::failed, "the operation failed"},
+    ExitMeaning{ExitCode::usage, "the command line makes no sense"},
+    ExitMeaning{ExitCode::noAdapter, "no such adapter"},
+    ExitMeaning{ExitCode::differs, "chip memory differs from what it was compared with"},
+    ExitMeaning{ExitCode::unreachable, "the adapter is busy, unplugged or silent"},
+    ExitMeaning{ExitCode::interrupted, "stopped with Ctrl-C; the line tells how far it got"},
+};
+
+// A failure that ends the command. what() says what went wrong in one line: the library's own text
+// where the library failed. The rest is added to it where it is known.
 class Failure : public std::runtime_error {
    public:
     // A failure that the tool found itself; errorCode() is 0.
-    Failure(ExitCode exitCode, const std::string& text)
-        : std::runtime_error(text), exitCode_(exitCode) {}
+    Failure(ExitCode exitCode, const std::string& text, std::string hint = "")
+        : std::runtime_error(text), exitCode_(exitCode), hint_(std::move(hint)) {}
     // A failure that the library reported with a code above 0.
-    Failure(ExitCode exitCode, const std::string& text, int errorCode)
-        : std::runtime_error(text), exitCode_(exitCode), errorCode_(errorCode) {}
+    Failure(ExitCode exitCode, const std::string& text, std::string hint, int errorCode)
+        : std::runtime_error(text),
+          exitCode_(exitCode),
+          errorCode_(errorCode),
+          hint_(std::move(hint)) {}
 
     ExitCode exitCode() const noexcept { return exitCode_; }
     int errorCode() const noexcept { return errorCode_; }
+    // How far the command got, such as "after writing 8 of 16 words"; may be empty.
+    const std::string& progress() const noexcept { return progress_; }
+    // The next thing to try; may be empty.
+    const std::string& hint() const noexcept { return hint_; }
+
+    void setProgress(std::string progress) { progress_ = std::move(progress); }
+    void setHint(std::string hint) { hint_ = std::move(hint); }
 
    private:
     ExitCode exitCode_;
     int errorCode_ = 0;
+    std::string progress_;
+    std::string hint_;
 };
 
 }  // namespace wren

@@ -1,15 +1,16 @@
 #include "hex_view.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
+
+#include "terminal.h"
 
 namespace wren {
 
 namespace {
 
-constexpr std::size_t kHexColumns = kWordsPerLine * 5 - 1;
+constexpr std::size_t kWordColumns = 5;
 
 char shown(unsigned byte) { return byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.'; }
 
@@ -22,31 +23,28 @@ std::string textOf(std::span<const std::uint16_t> words) {
     return text;
 }
 
-// Calls work(offset, line) for each line of words.
-template <class Work>
-void forEachLine(std::span<const std::uint16_t> words, Work work) {
-    for (std::size_t at = 0; at < words.size(); at += kWordsPerLine)
-        work(at, words.subspan(at, std::min(kWordsPerLine, words.size() - at)));
-}
-
 }  // namespace
 
-std::string hexView(std::uint32_t address, std::span<const std::uint16_t> words) {
-    std::string view;
-    forEachLine(words, [&](std::size_t at, std::span<const std::uint16_t> line) {
-        const std::string hex = fmt::format("{:04x}", fmt::join(line, " "));
-        view +=
-            fmt::format("{:04x}:  {:<{}}  |{}|\n", address + at, hex, kHexColumns, textOf(line));
-    });
-    return view;
+std::string hexLine(std::uint32_t address, std::span<const std::uint16_t> words,
+                    std::span<const std::uint16_t> before) {
+    std::string line = fmt::format("{:04x}:  ", address);
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const std::string word = fmt::format("{:04x}", words[i]);
+        const bool changed = i < before.size() && words[i] != before[i];
+        line +=
+            changed ? terminal::styled(stdout, terminal::Style::changed, word) + '*' : word + ' ';
+    }
+    const std::size_t blanks = (kWordsPerLine - words.size()) * kWordColumns;
+    return line + fmt::format("{:{}} |{}|\n", "", blanks, textOf(words));
 }
 
-std::string wordList(std::span<const std::uint16_t> words) {
-    std::string list;
-    forEachLine(words, [&](std::size_t, std::span<const std::uint16_t> line) {
-        list += fmt::format("0x{:04x}\n", fmt::join(line, " 0x"));
-    });
-    return list;
+std::string hexView(const Segment& segment) {
+    std::string view;
+    const std::span words(segment.words);
+    for (std::size_t at = 0; at < words.size(); at += kWordsPerLine)
+        view += hexLine(segment.address + static_cast<std::uint32_t>(at),
+                        words.subspan(at, std::min(kWordsPerLine, words.size() - at)));
+    return view;
 }
 
 }  // namespace wren

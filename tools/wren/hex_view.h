@@ -9,16 +9,20 @@
 #include <span>
 #include <string>
 
+#include "image.h"
+
 namespace wren {
 
 inline constexpr std::size_t kWordsPerLine = 8;
 
-// Lines of 8 words: address, words, and the bytes as text in the order of a word file, the low byte
-// of each word first.
-std::string hexView(std::uint32_t address, std::span<const std::uint16_t> words);
+// A line of the view: the address, at most 8 words, and the bytes as text, the low byte of each
+// word first. A word that is not as it was before bears a '*' and the looks of a changed word;
+// before is empty when nothing is known.
+std::string hexLine(std::uint32_t address, std::span<const std::uint16_t> words,
+                    std::span<const std::uint16_t> before = {});
 
-// Lines of 8 words, each written as the tool reads it: 0x1234.
-std::string wordList(std::span<const std::uint16_t> words);
+// The lines of all words.
+std::string hexView(const Segment& segment);
 
 }  // namespace wren
 

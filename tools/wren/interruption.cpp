@@ -19,7 +19,8 @@ extern "C" void noteInterrupt(int signal) {
 }  // namespace
 
 void noteInterrupts() noexcept {
-    if (std::signal(SIGINT, noteInterrupt) == SIG_IGN) std::signal(SIGINT, SIG_IGN);
+    for (const int signal : {SIGINT, SIGTERM})
+        if (std::signal(signal, noteInterrupt) == SIG_IGN) std::signal(signal, SIG_IGN);
 }
 
 bool interrupted() noexcept { return noted; }

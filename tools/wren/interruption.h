@@ -6,12 +6,12 @@
 
 namespace wren {
 
-// From now on the first Ctrl-C is only noted; the second one ends the tool at once, so that nobody
-// has to wait for an adapter that keeps it waiting. Where the tool was started to ignore Ctrl-C, it
-// goes on doing so.
+// From now on the first Ctrl-C, or request to end, is only noted; the second one ends the tool at
+// once, so that nobody has to wait for an adapter that keeps it waiting. Where the tool was started
+// to ignore Ctrl-C, it goes on doing so.
 void noteInterrupts() noexcept;
 
-// Whether a Ctrl-C was noted.
+// Whether one was noted.
 bool interrupted() noexcept;
 
 }  // namespace wren

@@ -17,12 +17,19 @@ std::optional<T> wholeText(std::string_view text, Format... format) noexcept {
     return value;
 }
 
+bool hasPrefix(std::string_view text) noexcept {
+    return text.starts_with("0x") || text.starts_with("0X");
+}
+
 }  // namespace
 
 std::optional<std::uint64_t> wholeNumber(std::string_view text) noexcept {
-    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-    if (hexadecimal) text.remove_prefix(2);
-    return wholeText<std::uint64_t>(text, hexadecimal ? 16 : 10);
+    return hasPrefix(text) ? hexadecimalNumber(text) : wholeText<std::uint64_t>(text, 10);
+}
+
+std::optional<std::uint64_t> hexadecimalNumber(std::string_view text) noexcept {
+    if (hasPrefix(text)) text.remove_prefix(2);
+    return wholeText<std::uint64_t>(text, 16);
 }
 
 std::optional<double> decimalNumber(std::string_view text) noexcept {

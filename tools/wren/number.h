@@ -14,6 +14,9 @@ namespace wren {
 // An unsigned number; nothing when the text is none, or above 64 bits.
 std::optional<std::uint64_t> wholeNumber(std::string_view text) noexcept;
 
+// The same in hexadecimal, with or without 0x.
+std::optional<std::uint64_t> hexadecimalNumber(std::string_view text) noexcept;
+
 // A finite number, with or without a fraction or an exponent.
 std::optional<double> decimalNumber(std::string_view text) noexcept;
 

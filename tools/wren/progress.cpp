@@ -21,20 +21,26 @@ std::size_t barColumns(std::size_t taken) {
 }  // namespace
 
 ProgressBar::ProgressBar(std::string label, std::size_t total)
-    : label_(std::move(label)), total_(total), shown_(terminal::onStandardError()) {
-    update(0);
+    : label_(std::move(label)), total_(total), watched_(terminal::isTerminal(stderr)) {}
+
+ProgressBar::~ProgressBar() {
+    if (shown_) terminal::clearLine();
 }
 
-ProgressBar::~ProgressBar() { terminal::clearLine(); }
-
 void ProgressBar::update(std::size_t done) {
-    if (!shown_) return;
-    const std::string tail = fmt::format("{:3}% of {} words", done * 100 / total_, total_);
+    constexpr std::chrono::duration<double> kNoTime(0.3);
+    const std::chrono::duration<double> taken = Clock::now() - start_;
+    if (!watched_ || done == 0 || taken < kNoTime) return;
+    shown_ = true;
+    const double rate = static_cast<double>(done) / taken.count();
+    const double left = static_cast<double>(total_ - done) / rate;
+    const std::string tail = fmt::format("{:3}% of {} words, {:.0f} words/s, {:.0f} s left",
+                                         done * 100 / total_, total_, rate, left);
     const std::size_t width = barColumns(label_.size() + tail.size() + 5);
     const std::size_t filled = width * done / total_;
-    const std::string line =
-        fmt::format("\r{} [{:#<{}}{:.<{}}] {}", label_, "", filled, "", width - filled, tail);
-    std::fputs(line.c_str(), stderr);
+    terminal::clearLine();
+    fmt::print(stderr, "{} [{:#<{}}{:.<{}}] {}", label_, "", filled, "", width - filled, tail);
+    std::fflush(stderr);
 }
 
 }  // namespace wren

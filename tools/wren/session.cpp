@@ -1,73 +1,48 @@
 #include "session.h"
 
-#include <wrenlink/spifns.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
-#include <algorithm>
 #include <array>
-#include <cstdio>
 #include <string_view>
 
 #include "failure.h"
-#include "terminal.h"
+#include "number.h"
+#include "remedies.h"
+#include "system.h"
 
 namespace wren {
 
 namespace {
 
-// One line: the operating system's texts may hold line breaks.
-std::string flattened(std::string_view text) {
-    constexpr std::string_view kBreaks = "\r\n";
-    std::string line;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t stop = std::min(text.find_first_of(kBreaks, at), text.size());
-        line += text.substr(at, stop - at);
-        at = std::min(text.find_first_not_of(kBreaks, stop), text.size());
-        const bool joins = stop < at && at < text.size() && text[at] != ':';
-        if (joins) line += ' ';
-    }
-    return line;
-}
-
-ExitCode exitCodeOf(int errorCode) {
-    switch (errorCode) {
-        case SPIFNS_ERROR_NO_DEVICE:
-            return ExitCode::noAdapter;
-        case SPIFNS_ERROR_OPEN:
-        case SPIFNS_ERROR_IO:
-            return ExitCode::unreachable;
-        default:
-            return ExitCode::failed;
-    }
-}
-
-[[noreturn]] void throwLastError() {
+Failure lastFailure() {
     const char* text = "";
     const int code = spifns_get_last_error(nullptr, &text);
-    throw Failure(exitCodeOf(code), flattened(text), code);
-}
-
-void check(int status) {
-    if (status != 0) throwLastError();
-}
-
-// For calls that report a failure in the last error alone, which must be clear before them.
-void checkLastError() {
-    if (spifns_get_last_error(nullptr, nullptr) != SPIFNS_ERROR_NONE) throwLastError();
+    const Remedy& remedy = remedyFor(code);
+    return {remedy.exitCode, flattened(text), remedy.hint, code};
 }
 
 extern "C" void addPort(std::uint32_t key, const char* name, void* ports) {
     static_cast<std::vector<Port>*>(ports)->push_back({key, name});
 }
 
-extern "C" void showDebugText(const char* text, void* shown) {
-    const std::string line = flattened(text);
-    if (*static_cast<DebugText*>(shown) != DebugText::all && !line.starts_with("WARNING")) return;
-    terminal::clearLine();
-    std::fprintf(stderr, "wren: %s\n", line.c_str());
+extern "C" void takeDebugText(const char* text, void* receiver) {
+    static_cast<DebugText*>(receiver)->take(text);
 }
 
+// The selection key that a user's text means. The library takes a text that is no number for 0.
+std::optional<std::uint32_t> selectionKey(std::string_view text) {
+    constexpr std::string_view kPrefix = "quill";
+    if (text.starts_with(kPrefix)) text.remove_prefix(kPrefix.size());
+    const auto key = wholeNumber(text);
+    if (!key || *key > UINT32_MAX) return std::nullopt;
+    return static_cast<std::uint32_t>(*key);
+}
+
+}  // namespace
+
 SpiAction memoryAction(std::uint32_t type, std::uint32_t address, std::uint16_t* words,
-                       std::size_t count) {
+                       std::size_t count) noexcept {
     SpiAction action{};
     action.type = type;
     action.u.memory.address = address;
@@ -76,14 +51,40 @@ SpiAction memoryAction(std::uint32_t type, std::uint32_t address, std::uint16_t*
     return action;
 }
 
-}  // namespace
+SpiAction settingAction(const Setting& setting) noexcept {
+    SpiAction action{};
+    action.type = SPIFNS_SETVAR;
+    action.u.variable.var = setting.name.c_str();
+    action.u.variable.value = setting.value.c_str();
+    return action;
+}
 
-Session::Session(DebugText shown) : shown_(shown) {
-    check(spifns_stream_init(&stream_));
-    spifns_stream_set_debug_callback(stream_, showDebugText, &shown_);
+Session::Session(DebugText& receiver) {
+    if (spifns_stream_init(&stream_) != 0) {
+        const Failure failure = lastFailure();
+        if (failure.errorCode() != SPIFNS_ERROR_NO_DEVICE) throw Failure(failure);
+        // The map file that says which key chooses which adapter.
+        throw Failure(ExitCode::failed, failure.what(),
+                      "a line reads KEY=ID, with a key from 0 to 31", failure.errorCode());
+    }
+    spifns_stream_set_debug_callback(stream_, takeDebugText, &receiver);
 }
 
 Session::~Session() { spifns_stream_close(stream_); }
+
+void Session::throwLastError() const {
+    Failure failure = lastFailure();
+    if (failure.errorCode() == SPIFNS_ERROR_NO_DEVICE) failure.setHint(choices());
+    throw Failure(failure);
+}
+
+void Session::check(int status) const {
+    if (status != 0) throwLastError();
+}
+
+void Session::checkLastError() const {
+    if (spifns_get_last_error(nullptr, nullptr) != SPIFNS_ERROR_NONE) throwLastError();
+}
 
 std::vector<Port> Session::ports() const {
     std::vector<Port> ports;
@@ -91,9 +92,19 @@ std::vector<Port> Session::ports() const {
     return ports;
 }
 
-void Session::select(const std::string& keyOrId) {
+std::string Session::choices() const {
+    std::vector<std::string> names;
+    for (const Port& port : ports()) names.push_back(fmt::format("{}: {}", port.key, port.name));
+    if (names.empty()) return system::whyNoAdapters();
+    return fmt::format("there {} {}", names.size() == 1 ? "is" : "are", fmt::join(names, ", "));
+}
+
+void Session::select(const std::string& adapter) {
+    const auto key = selectionKey(adapter);
+    if (!key)
+        throw Failure(ExitCode::noAdapter, fmt::format("no adapter '{}'", adapter), choices());
     spifns_clear_last_error();
-    set({"SPIPORT", keyOrId});
+    set({"SPIPORT", std::to_string(*key)});
     // The library selects an adapter that is silent, too.
     checkLastError();
 }
@@ -105,10 +116,7 @@ std::string Session::deviceId() const {
 }
 
 void Session::set(const Setting& setting) {
-    SpiAction action{};
-    action.type = SPIFNS_SETVAR;
-    action.u.variable.var = setting.name.c_str();
-    action.u.variable.value = setting.value.c_str();
+    SpiAction action = settingAction(setting);
     check(spifns_stream_sequence(stream_, &action, 1));
 }
 
@@ -131,6 +139,11 @@ void Session::write(std::uint32_t address, std::span<const std::uint16_t> words)
     check(spifns_stream_sequence(stream_, &action, 1));
 }
 
+void Session::submit(std::span<SpiAction> actions) {
+    check(spifns_stream_sequence(stream_, actions.data(),
+                                 static_cast<std::uint32_t>(actions.size())));
+}
+
 bool Session::xapStopped() const {
     const spifns_xap_state state = spifns_stream_marigold_xap_stopped(stream_);
     if (state == SPIFNS_XAP_ERROR) throwLastError();
@@ -141,6 +154,15 @@ void Session::command(const std::string& name) {
     spifns_clear_last_error();
     spifns_stream_command(stream_, name.c_str());
     checkLastError();
+}
+
+void Session::prepareMgcmd(std::uint16_t first, std::uint16_t second) {
+    check(spifns_stream_mgcmd_init(stream_, first, second));
+}
+
+void Session::mgcmd(std::span<std::uint16_t> words, bool strict) {
+    check(spifns_stream_mgcmd_cmd(stream_, words.data(), static_cast<std::uint16_t>(words.size()),
+                                  strict ? 1 : 0));
 }
 
 }  // namespace wren

@@ -1,18 +1,24 @@
 // One stream of the library, held open for the length of a command. Every failure of the library
-// becomes a Failure with its code and text, and the exit code that fits.
+// becomes a Failure with its code and text, the exit code that fits, and the next thing to try.
 //
 // Threads: a Session is used by one thread.
 #ifndef WREN_SESSION_H
 #define WREN_SESSION_H
+
+#include <wrenlink/spifns.h>
 
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "debug_text.h"
 #include "settings.h"
 
 namespace wren {
+
+// The most words of an MGCMD command.
+inline constexpr std::size_t kMostMgcmdWords = 508;
 
 // An adapter's port as the library lists it.
 struct Port {
@@ -20,13 +26,10 @@ struct Port {
     std::string name;
 };
 
-// Which of a stream's debug texts are shown on standard error.
-enum class DebugText { warnings, all };
-
 class Session {
    public:
-    // Opens a stream, which looks for the adapters.
-    explicit Session(DebugText shown);
+    // Opens a stream, which looks for the adapters. Its debug text goes to the receiver.
+    explicit Session(DebugText& receiver);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
     ~Session();
@@ -34,8 +37,9 @@ class Session {
     // The adapters that were found, in the order of their keys.
     std::vector<Port> ports() const;
 
-    // Chooses an adapter by its key or id, and makes sure that it answers.
-    void select(const std::string& keyOrId);
+    // Chooses an adapter by its key, its id, or its device id such as "quill100", and makes sure
+    // that it answers.
+    void select(const std::string& adapter);
     // The selected adapter's name, such as "quill100".
     std::string deviceId() const;
 
@@ -46,14 +50,31 @@ class Session {
     // Reads or writes words.size() words, at most 65535, from an address on.
     void read(std::uint32_t address, std::span<std::uint16_t> words);
     void write(std::uint32_t address, std::span<const std::uint16_t> words);
+    // Carries out any actions as one sequence.
+    void submit(std::span<SpiAction> actions);
 
     bool xapStopped() const;
     void command(const std::string& name);
+    void prepareMgcmd(std::uint16_t first, std::uint16_t second);
+    // Overwrites the words, at most kMostMgcmdWords, with the answer. Unless strict, an answer by
+    // which the adapter reports a failure is taken as any other.
+    void mgcmd(std::span<std::uint16_t> words, bool strict);
 
    private:
-    DebugText shown_;
+    void check(int status) const;
+    // For calls that report a failure in the last error alone, which must be clear before them.
+    void checkLastError() const;
+    [[noreturn]] void throwLastError() const;
+    // Which adapters could be chosen, or why there are none.
+    std::string choices() const;
+
     std::uint32_t stream_ = 0;
 };
+
+SpiAction memoryAction(std::uint32_t type, std::uint32_t address, std::uint16_t* words,
+                       std::size_t count) noexcept;
+// Points into the setting.
+SpiAction settingAction(const Setting& setting) noexcept;
 
 }  // namespace wren
 

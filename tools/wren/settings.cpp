@@ -103,6 +103,10 @@ std::string readableVariable(std::string_view name) {
     return oneOf(kReadable, name, "variable to read");
 }
 
+bool isReadable(std::string_view name) noexcept {
+    return std::ranges::find(kReadable, name) != kReadable.end();
+}
+
 std::string chipCommand(std::string_view name) { return oneOf(kChipCommands, name, "command"); }
 
 }  // namespace wren

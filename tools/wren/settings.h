@@ -27,6 +27,9 @@ Setting parseSetting(std::string_view text);
 // lists the names.
 std::string readableVariable(std::string_view name);
 
+// Whether a variable, in the library's spelling, can be read.
+bool isReadable(std::string_view name) noexcept;
+
 // The name of a chip command, in the library's spelling. Throws a usage Failure that lists them.
 std::string chipCommand(std::string_view name);
 

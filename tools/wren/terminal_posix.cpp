@@ -1,22 +1,25 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <cstdlib>
+#include <string_view>
 
 #include "terminal.h"
 
 namespace wren::terminal {
 
-bool onStandardError() noexcept { return isatty(STDERR_FILENO) == 1; }
+bool isTerminal(std::FILE* stream) noexcept { return ::isatty(::fileno(stream)) == 1; }
+
+bool takesSequences(std::FILE* stream) noexcept {
+    const char* const kind = std::getenv("TERM");
+    return isTerminal(stream) && kind != nullptr && *kind != '\0' &&
+           std::string_view(kind) != "dumb";
+}
 
 unsigned columns() noexcept {
     winsize size{};
-    const bool told = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    const bool told = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     return told ? size.ws_col : 80;
-}
-
-void clearLine() noexcept {
-    if (onStandardError()) std::fputs("\r\x1b[K", stderr);
 }
 
 }  // namespace wren::terminal

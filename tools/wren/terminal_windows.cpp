@@ -1,6 +1,6 @@
 #include <windows.h>
-
-#include <cstdio>
+// Behind windows.h, which it needs.
+#include <io.h>
 
 #include "terminal.h"
 
@@ -8,26 +8,29 @@ namespace wren::terminal {
 
 namespace {
 
-HANDLE standardError() noexcept { return GetStdHandle(STD_ERROR_HANDLE); }
+HANDLE handleOf(std::FILE* stream) noexcept {
+    return reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stream)));
+}
 
 }  // namespace
 
-bool onStandardError() noexcept {
+bool isTerminal(std::FILE* stream) noexcept {
     DWORD mode = 0;
-    return GetConsoleMode(standardError(), &mode) != FALSE;
+    return ::GetConsoleMode(handleOf(stream), &mode) != FALSE;
+}
+
+bool takesSequences(std::FILE* stream) noexcept {
+    constexpr DWORD kSequences = 0x0004;  // the name is missing in older headers
+    DWORD mode = 0;
+    HANDLE const console = handleOf(stream);
+    return ::GetConsoleMode(console, &mode) != FALSE &&
+           ::SetConsoleMode(console, mode | kSequences) != FALSE;
 }
 
 unsigned columns() noexcept {
     CONSOLE_SCREEN_BUFFER_INFO info{};
-    if (!GetConsoleScreenBufferInfo(standardError(), &info)) return 80;
+    if (!::GetConsoleScreenBufferInfo(handleOf(stderr), &info)) return 80;
     return static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left + 1);
-}
-
-// With blanks, as not every console takes control sequences. One in the last column would wrap.
-void clearLine() noexcept {
-    if (!onStandardError()) return;
-    const int blanks = static_cast<int>(columns()) - 1;
-    std::fprintf(stderr, "\r%*s\r", blanks, "");
 }
 
 }  // namespace wren::terminal

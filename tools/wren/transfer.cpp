@@ -1,6 +1,12 @@
 #include "transfer.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+
+#include "failure.h"
+#include "interruption.h"
+#include "progress.h"
 
 namespace wren {
 
@@ -9,55 +15,80 @@ namespace {
 // Large enough to keep the adapter busy, small enough for a progress bar that moves.
 constexpr std::size_t kChunkWords = 0x2000;
 
-// Calls work(address, chunk) for each chunk in turn.
-template <class Word, class Work>
-void forEachChunk(std::uint32_t address, std::span<Word> words, const Progress& progress,
-                  Work work) {
-    for (std::size_t done = 0; done < words.size();) {
-        const auto chunk = words.subspan(done, std::min(kChunkWords, words.size() - done));
-        work(address + static_cast<std::uint32_t>(done), chunk);
-        done += chunk.size();
-        progress(done);
+// One pass over the words of all segments.
+class Pass {
+   public:
+    Pass(const char* doing, std::size_t total) : doing_(doing), total_(total), bar_(doing, total) {
+        noteInterrupts();
     }
-}
 
-void compareChunk(std::uint32_t address, std::span<const std::uint16_t> expected,
-                  std::span<const std::uint16_t> found, Comparison& comparison) {
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        if (expected[i] == found[i]) continue;
-        ++comparison.differing;
-        if (comparison.first.size() < Comparison::kMostListed)
-            comparison.first.push_back(
-                {address + static_cast<std::uint32_t>(i), expected[i], found[i]});
+    // Calls work(address, chunk) for each chunk in turn.
+    template <class SegmentType, class Work>
+    void run(std::span<SegmentType> segments, Work work) {
+        for (SegmentType& segment : segments) {
+            const auto words = std::span(segment.words);
+            for (std::size_t at = 0; at < words.size();) {
+                const auto chunk = words.subspan(at, std::min(kChunkWords, words.size() - at));
+                const std::uint32_t address = segment.address + static_cast<std::uint32_t>(at);
+                step([&] { work(address, chunk); });
+                at += chunk.size();
+                done_ += chunk.size();
+                bar_.update(done_);
+            }
+        }
     }
-}
+
+   private:
+    template <class Work>
+    void step(Work work) {
+        try {
+            if (interrupted()) throw Failure(ExitCode::interrupted, "interrupted");
+            work();
+        } catch (Failure& failure) {
+            // The chunk that failed may be done in part.
+            const bool exact = failure.exitCode() == ExitCode::interrupted;
+            failure.setProgress(fmt::format("after {} {}{} of {} words", doing_,
+                                            exact ? "" : "at least ", done_, total_));
+            throw;
+        }
+    }
+
+    const char* doing_;
+    std::size_t total_;
+    std::size_t done_ = 0;
+    ProgressBar bar_;
+};
 
 }  // namespace
 
-void readWords(Session& session, std::uint32_t address, std::span<std::uint16_t> words,
-               const Progress& progress) {
-    forEachChunk(address, words, progress, [&](std::uint32_t at, std::span<std::uint16_t> chunk) {
-        session.read(at, chunk);
-    });
+void readSegments(Session& session, std::span<Segment> segments) {
+    Pass("reading", wordCount(segments))
+        .run(segments, [&](std::uint32_t address, std::span<std::uint16_t> chunk) {
+            session.read(address, chunk);
+        });
 }
 
-void writeWords(Session& session, std::uint32_t address, std::span<const std::uint16_t> words,
-                const Progress& progress) {
-    forEachChunk(
-        address, words, progress,
-        [&](std::uint32_t at, std::span<const std::uint16_t> chunk) { session.write(at, chunk); });
+void writeSegments(Session& session, std::span<const Segment> segments) {
+    Pass("writing", wordCount(segments))
+        .run(segments, [&](std::uint32_t address, std::span<const std::uint16_t> chunk) {
+            session.write(address, chunk);
+        });
 }
 
-Comparison compareWords(Session& session, std::uint32_t address,
-                        std::span<const std::uint16_t> expected, const Progress& progress) {
+Comparison compareSegments(Session& session, std::span<const Segment> expected,
+                           std::size_t mostListed) {
     Comparison comparison;
-    std::vector<std::uint16_t> found(std::min(kChunkWords, expected.size()));
-    forEachChunk(address, expected, progress,
-                 [&](std::uint32_t at, std::span<const std::uint16_t> chunk) {
-                     const auto answer = std::span(found).first(chunk.size());
-                     session.read(at, answer);
-                     compareChunk(at, chunk, answer, comparison);
-                 });
+    const auto compare = [&](std::uint32_t address, std::span<const std::uint16_t> chunk) {
+        std::vector<std::uint16_t> found(chunk.size());
+        session.read(address, found);
+        for (std::size_t i = 0; i < chunk.size(); ++i) {
+            if (chunk[i] == found[i]) continue;
+            if (comparison.differing++ < mostListed)
+                comparison.first.push_back(
+                    {address + static_cast<std::uint32_t>(i), chunk[i], found[i]});
+        }
+    };
+    Pass("comparing", wordCount(expected)).run(expected, compare);
     return comparison;
 }
 

@@ -1,0 +1,34 @@
+// Options and arguments that several commands take.
+//
+// Threads: used by the main thread.
+#ifndef WREN_ARGUMENTS_H
+#define WREN_ARGUMENTS_H
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+
+#include "image_source.h"
+
+namespace wren {
+
+// Takes a whole number within limits, in decimal or as 0x..., and hands it on in decimal.
+CLI::Validator wholeNumberIn(std::uint64_t lowest, std::uint64_t highest);
+
+// A number of seconds above 0, at most a day.
+CLI::Validator secondsValidator();
+
+// What a flag without a value hands on, as 1.
+CLI::Validator flagAsOne();
+
+CLI::Option* addAddress(CLI::App* command, std::optional<std::uint32_t>& address);
+CLI::Option* addWords(CLI::App* command, const char* name, std::vector<std::uint16_t>& words,
+                      const char* purpose);
+CLI::Option* addRegion(CLI::App* command, std::function<void(Region)> take);
+// ADDR, COUNT and --region.
+void addRegionChoice(CLI::App* command, RegionChoice& choice);
+// --format and --endian.
+void addFormat(CLI::App* command, FormatChoice& format);
+
+}  // namespace wren
+
+#endif

@@ -1,0 +1,232 @@
+#include "command_line.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <wrenlink/spifns.h>
+
+#include "arguments.h"
+#include "debug_text.h"
+#include "failure.h"
+#include "number.h"
+
+namespace wren {
+
+namespace {
+
+// The most adapters that the library lists.
+constexpr std::uint64_t kMostAdapters = 32;
+
+std::string versionText() {
+    const std::uint32_t version = spifns_get_version();
+    return fmt::format("wren on wrenlink {}.{}", version >> 8, version & 0xFF);
+}
+
+std::string exitCodeText() {
+    std::string text = "Exit codes:";
+    for (const ExitMeaning& exit : kExitMeanings)
+        text += fmt::format("\n  {:<4}{}", static_cast<int>(exit.code), exit.meaning);
+    return text;
+}
+
+}  // namespace
+
+CommandLine::CommandLine(Context& context) : context_(context) {
+    app_.require_subcommand(0, 1);
+    app_.allow_windows_style_options(false);
+    app_.set_version_flag("--version", versionText());
+    app_.fallthrough();
+    app_.footer(exitCodeText());
+    addRunOptions();
+    addConnectionOptions();
+    addInspection();
+    addReading();
+    addWriting();
+    addVariables();
+    addChipCommands();
+}
+
+bool CommandLine::parse(std::vector<std::string> arguments) {
+    std::reverse(arguments.begin(), arguments.end());
+    try {
+        app_.parse(std::move(arguments));
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) {
+            app_.exit(error);
+            return false;
+        }
+        requireKnownCommand();
+        throw Failure(ExitCode::usage, flattened(error.what()), "--help tells what there is");
+    }
+    if (!command_) throw Failure(ExitCode::usage, "no command", "'wren --help' lists them");
+    return true;
+}
+
+void CommandLine::requireKnownCommand() const {
+    const std::vector<std::string> rest = app_.remaining();
+    if (!app_.get_subcommands().empty() || rest.empty() || rest.front().starts_with('-')) return;
+    std::vector<std::string> names;
+    for (const CLI::App* command : app_.get_subcommands(nullptr))
+        names.push_back(command->get_name());
+    throw Failure(ExitCode::usage, fmt::format("no command '{}'", rest.front()),
+                  fmt::format("there are {}", fmt::join(names, ", ")));
+}
+
+CLI::App* CommandLine::add(const char* name, const char* purpose, std::function<void()> command) {
+    CLI::App* subcommand = app_.add_subcommand(name, purpose);
+    subcommand->footer("The options of 'wren --help' may stand here, too.");
+    subcommand->callback([this, subcommand, command = std::move(command)] {
+        context_.output.setCommand(subcommand->get_name());
+        command_ = command;
+    });
+    return subcommand;
+}
+
+void CommandLine::addRunOptions() {
+    app_.add_flag("--json", options_.json, "Print results as one JSON object");
+    app_.add_flag("-v,--verbose", options_.verbosity,
+                  "Show the library's debug text; -vv shows all of it");
+    app_.add_option("--log", options_.logFile, "Add the debug text to this file, with the time")
+        ->type_name("FILE");
+    app_.add_flag("--simulate", options_.simulatedAdapters,
+                  "Work with N simulated adapters (1), which last as long as the command")
+        ->transform(wholeNumberIn(1, kMostAdapters))
+        ->transform(flagAsOne())  // what is added last comes first
+        ->type_name("[=N]");
+}
+
+void CommandLine::addSetting(const char* option, const char* variable, const char* metavar,
+                             const char* purpose) {
+    app_.add_option_function<std::string>(
+            option,
+            [this, variable](const std::string& value) {
+                context_.connection.settings.push_back(makeSetting(variable, value));
+            },
+            purpose)
+        ->type_name(metavar);
+}
+
+// Settings are made in this order.
+void CommandLine::addConnectionOptions() {
+    app_.add_option("--port", context_.connection.port,
+                    "Adapter: its key or id as 'wren ports' lists them (0)")
+        ->type_name("KEY_OR_ID");
+    addSetting("--mode", "QUILLMODE", "MODE", "Interface mode: SPI or JTAG");
+    addSetting("--max-clock", "SPIMAXCLOCK", "KHZ",
+               "Highest SPI clock that --clock can set (1070)");
+    addSetting("--clock", "SPICLOCK", "KHZ", "SPI clock");
+    addSetting("--mux", "SPIMUL", "N", "Multiplexed device, 0 to 16");
+    addSetting("--read-bits", "SPICMDREADBITS", "BITS", "Command bits of reads");
+    addSetting("--write-bits", "SPICMDWRITEBITS", "BITS", "Command bits of writes");
+}
+
+void CommandLine::addInspection() {
+    add("ports", "List the adapters", [this] { listPorts(context_); });
+    add("info", "Show the adapter, its settings and the chip's state",
+        [this] { showInfo(context_); });
+    add("xap", "Tell whether the chip's XAP processor runs", [this] { showXapState(context_); });
+    CLI::App* speed = add("speed", "Measure how fast the chip can be read",
+                          [this] { measureSpeed(context_, speed_); });
+    speed->add_option("--seconds", speed_.seconds, "How long to measure (1)")
+        ->check(secondsValidator())
+        ->type_name("SECONDS");
+}
+
+void CommandLine::addReading() {
+    CLI::App* read =
+        add("read", "Read words, to a file or as text", [this] { readMemory(context_, read_); });
+    addRegionChoice(read, read_.region);
+    read->add_option("-o,--output", read_.file, "File to write; - is standard output")
+        ->type_name("FILE");
+    addFormat(read, read_.format);
+
+    CLI::App* dump = add("dump", "Show words in hexadecimal and as text",
+                         [this] { dumpMemory(context_, dump_); });
+    addRegionChoice(dump, dump_.region);
+    dump->add_flag("--watch")
+        ->description("Look again every SECONDS (1) and mark what changed, until Ctrl-C")
+        ->transform(flagAsOne())
+        ->check(secondsValidator())
+        ->each([this](const std::string& text) { dump_.watchSeconds = decimalNumber(text); })
+        ->type_name("[=SECONDS]");
+    dump->add_option("--looks", dump_.mostLooks, "Stop watching after so many looks")
+        ->transform(wholeNumberIn(1, UINT32_MAX))
+        ->needs("--watch")
+        ->type_name("N");
+}
+
+void CommandLine::addSource(CLI::App* command, ImageSource& source) {
+    addAddress(command, source.address);
+    CLI::Option* words = addWords(command, "WORDS", source.words, "The words");
+    command->add_option("-i,--input", source.file, "File of words; - is standard input")
+        ->type_name("FILE")
+        ->excludes(words);
+    addRegion(command, [&source](Region region) { source.region = region; });
+    addFormat(command, source.format);
+}
+
+void CommandLine::addWriting() {
+    CLI::App* write =
+        add("write", "Write words and verify them", [this] { writeMemory(context_, write_); });
+    addSource(write, write_.source);
+    CLI::App* fill = add("fill", "Fill a region with a pattern of words and verify them",
+                         [this] { fillMemory(context_, fill_); });
+    addRegion(fill, [this](Region region) { fill_.region = region; })->required();
+    addWords(fill, "WORDS", fill_.pattern, "The pattern")->required();
+    const auto addNoVerify = [](CLI::App* command, bool& verify) {
+        command->add_flag_callback(
+            "--no-verify", [&verify] { verify = false; }, "Do not read back and compare");
+    };
+    addNoVerify(write, write_.verify);
+    addNoVerify(fill, fill_.verify);
+
+    CLI::App* verify = add("verify", "Compare the chip with words or a file",
+                           [this] { verifyMemory(context_, compare_); });
+    addSource(verify, compare_.source);
+
+    CLI::App* diff = add("diff", "Show where the chip differs from a file",
+                         [this] { diffMemory(context_, compare_); });
+    diff->add_option("FILE", compare_.source.file, "The file; - is standard input")
+        ->required()
+        ->type_name("");
+    addAddress(diff, compare_.source.address);
+    addRegion(diff, [this](Region region) { compare_.source.region = region; });
+    addFormat(diff, compare_.source.format);
+    diff->add_option("--most", compare_.mostListed, "How many differences to show (8)")
+        ->transform(wholeNumberIn(0, kMemoryWords))
+        ->type_name("N");
+}
+
+void CommandLine::addVariables() {
+    CLI::App* get = add("get", "Read variables", [this] { getVariables(context_, names_); });
+    get->add_option("NAME", names_, "The variables")->required()->type_name("");
+    CLI::App* set =
+        add("set", "Set variables, in the order given", [this] { setVariables(context_, names_); });
+    set->add_option("SETTING", names_, "NAME=VALUE")->required()->type_name("");
+    add("vars", "List the variables with their defaults and present values",
+        [this] { listVariables(context_); });
+}
+
+void CommandLine::addChipCommands() {
+    CLI::App* command = add("command", "Send a named command: DFU or SPISLOWER",
+                            [this] { sendCommand(context_, name_); });
+    command->add_option("NAME", name_, "The command")->required()->type_name("");
+
+    CLI::App* mgcmd = add("mgcmd", "Send an MGCMD command and show the answer",
+                          [this] { sendMgcmd(context_, mgcmd_); });
+    addWords(mgcmd, "WORDS", mgcmd_.words, "The command's words")->required();
+    addWords(mgcmd, "--init", mgcmd_.preparation, "Prepare the adapter with these two first")
+        ->expected(2)
+        ->allow_extra_args(false)
+        ->type_name("FIRST SECOND");
+    mgcmd->add_flag_callback(
+        "--any-answer", [this] { mgcmd_.strict = false; },
+        "Show the answer even when the adapter reports a failure");
+
+    CLI::App* run = add("run", "Carry out a file of actions as one sequence",
+                        [this] { runScript(context_, name_); });
+    run->add_option("SCRIPT", name_, "Lines of: read ADDR COUNT, write ADDR WORDS, set NAME=VALUE")
+        ->required()
+        ->type_name("");
+}
+
+}  // namespace wren

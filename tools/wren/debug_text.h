@@ -1,0 +1,39 @@
+// Where a stream's debug text goes: to standard error, and into a file.
+//
+// Threads: used by the main thread.
+#ifndef WREN_DEBUG_TEXT_H
+#define WREN_DEBUG_TEXT_H
+
+#include <string>
+#include <string_view>
+
+#include "files.h"
+
+namespace wren {
+
+class DebugText {
+   public:
+    // From now on all of it is shown, else warnings alone.
+    void showAll() noexcept { showsAll_ = true; }
+    // From now on all of it is added to a file, a line each, with the time in front.
+    void logTo(const std::string& path);
+
+    // Takes a text of the library.
+    void take(std::string_view text);
+    // Adds a line to the file alone.
+    void note(std::string_view line);
+    // Throws when the file did not take all of it.
+    void finish();
+
+   private:
+    bool showsAll_ = false;
+    std::string path_;
+    File file_;
+};
+
+// One line: the operating system's texts may hold line breaks.
+std::string flattened(std::string_view text);
+
+}  // namespace wren
+
+#endif

@@ -1,0 +1,122 @@
+#include "files.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <random>
+#include <system_error>
+
+#include "failure.h"
+#include "system.h"
+
+namespace wren {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kStandardStream = "-";
+
+[[noreturn]] void fail(std::string_view doing, const std::string& path, const std::string& reason) {
+    throw Failure(ExitCode::failed, fmt::format("cannot {} '{}': {}", doing, path, reason));
+}
+
+std::string readAll(std::FILE* file, const std::string& name, std::size_t mostBytes) {
+    std::string contents;
+    for (std::size_t size = 1; size > 0 && contents.size() <= mostBytes;) {
+        char buffer[65536];
+        size = std::fread(buffer, 1, sizeof buffer, file);
+        contents.append(buffer, size);
+    }
+    if (std::ferror(file) != 0) failWithErrno("read", name);
+    if (contents.size() > mostBytes)
+        fail("use", name, fmt::format("it holds more than the {} bytes that fit", mostBytes));
+    return contents;
+}
+
+// Writes to a file and, unless that fails, to what stands behind it.
+void writeAll(std::FILE* file, std::string_view contents, const std::string& name) {
+    if (std::fwrite(contents.data(), 1, contents.size(), file) != contents.size() ||
+        std::fflush(file) != 0)
+        failWithErrno("write", name);
+}
+
+void writePlain(const fs::path& path, std::string_view contents, const std::string& name) {
+    File file(system::openFile(path, "wb"));
+    if (!file) failWithErrno("write", name);
+    writeAll(file.get(), contents, name);
+    if (std::fclose(file.release()) != 0) failWithErrno("write", name);
+}
+
+// A file that is removed again unless it was moved to its place.
+class TemporaryFile {
+   public:
+    explicit TemporaryFile(const fs::path& target) : path_(target) {
+        std::random_device random;
+        path_ += fmt::format(".{:08x}{:08x}.part", random(), random());
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() {
+        std::error_code ignored;
+        fs::remove(path_, ignored);
+    }
+
+    const fs::path& path() const noexcept { return path_; }
+
+   private:
+    fs::path path_;
+};
+
+void replaceFile(const fs::path& target, std::string_view contents, bool exists,
+                 const std::string& name) {
+    const TemporaryFile temporary(target);
+    writePlain(temporary.path(), contents, name);
+    std::error_code error;
+    if (exists) fs::permissions(temporary.path(), fs::status(target).permissions(), error);
+    if (!error) fs::rename(temporary.path(), target, error);
+    if (error) fail("write", name, error.message());
+}
+
+}  // namespace
+
+void failWithErrno(std::string_view doing, const std::string& path) {
+    const int error = errno;
+    fail(doing, path, std::generic_category().message(error));
+}
+
+fs::path pathOf(const std::string& utf8) { return std::u8string(utf8.begin(), utf8.end()); }
+
+std::string readFile(const std::string& path, std::size_t mostBytes) {
+    if (path == kStandardStream) {
+        system::passBytes(stdin);
+        return readAll(stdin, "standard input", mostBytes);
+    }
+    std::error_code ignored;
+    // Some systems open a folder and then cannot read it.
+    if (fs::is_directory(pathOf(path), ignored)) fail("read", path, "it is a folder");
+    const File file(system::openFile(pathOf(path), "rb"));
+    if (!file) failWithErrno("read", path);
+    return readAll(file.get(), path, mostBytes);
+}
+
+void writeFile(const std::string& path, std::string_view contents) {
+    if (path == kStandardStream) {
+        std::fflush(stdout);
+        system::passBytes(stdout);
+        return writeAll(stdout, contents, "standard output");
+    }
+    std::error_code error;
+    const fs::path asked = pathOf(path);
+    const fs::file_status status = fs::status(asked, error);
+    if (fs::is_directory(status)) fail("write", path, "it is a folder");
+    if (fs::exists(status) && !fs::is_regular_file(status))
+        return writePlain(asked, contents, path);
+    // A link stays a link: the file that it names is replaced.
+    fs::path target = fs::weakly_canonical(asked, error);
+    if (error) target = asked;
+    replaceFile(target, contents, fs::exists(status), path);
+}
+
+}  // namespace wren

@@ -1,0 +1,36 @@
+// Whole files, and the standard streams under the name "-".
+//
+// Threads: the functions keep no state. Paths are in UTF-8. Failures are thrown as Failure
+// (ExitCode::failed) and name the file.
+#ifndef WREN_FILES_H
+#define WREN_FILES_H
+
+#include <cstddef>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace wren {
+
+struct CloseFile {
+    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+// Throws what errno says about an operation on a file.
+[[noreturn]] void failWithErrno(std::string_view doing, const std::string& path);
+
+std::filesystem::path pathOf(const std::string& utf8);
+
+// Reads all of a file. One that is larger than mostBytes is refused.
+std::string readFile(const std::string& path, std::size_t mostBytes);
+
+// Writes a file completely or not at all: an existing one is replaced once the new one is complete,
+// and keeps its permissions. A path that is no ordinary file, such as a device, is written to.
+void writeFile(const std::string& path, std::string_view contents);
+
+}  // namespace wren
+
+#endif

@@ -1,0 +1,43 @@
+// What chip memory holds or shall hold: words at addresses, with or without gaps.
+//
+// Threads: plain values.
+#ifndef WREN_IMAGE_H
+#define WREN_IMAGE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace wren {
+
+inline constexpr std::size_t kMemoryWords = 0x10000;
+
+// Words that follow each other from an address on.
+struct Segment {
+    std::uint32_t address = 0;
+    std::vector<std::uint16_t> words;
+};
+
+// In the order of their addresses, and apart from each other.
+using Segments = std::vector<Segment>;
+
+std::size_t wordCount(std::span<const Segment> segments) noexcept;
+
+// Gathers words in any order.
+class ImageBuilder {
+   public:
+    ImageBuilder() : words_(kMemoryWords), held_(kMemoryWords) {}
+
+    // False when the address is beyond the memory or holds a word already.
+    bool add(std::uint64_t address, std::uint16_t word);
+    Segments segments() const;
+
+   private:
+    std::vector<std::uint16_t> words_;
+    std::vector<bool> held_;
+};
+
+}  // namespace wren
+
+#endif

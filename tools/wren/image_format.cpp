@@ -1,0 +1,89 @@
+#include "image_format.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+#include "intel_hex.h"
+#include "word_text.h"
+
+namespace wren {
+
+namespace {
+
+Segments parseRaw(std::string_view contents, Endian endian) {
+    if (contents.empty()) throw FormatError("it is empty");
+    if (contents.size() % 2 != 0)
+        throw FormatError(fmt::format("it has {} bytes, and words have two each", contents.size()));
+    Segment segment;
+    for (std::size_t i = 0; i < contents.size(); i += 2)
+        segment.words.push_back(wordOf(
+            {static_cast<std::uint8_t>(contents[i]), static_cast<std::uint8_t>(contents[i + 1])},
+            endian));
+    return {std::move(segment)};
+}
+
+std::string printRaw(std::span<const Segment> segments, Endian endian) {
+    std::string contents;
+    contents.reserve(2 * wordCount(segments));
+    for (const Segment& segment : segments) {
+        for (const std::uint16_t word : segment.words) {
+            const BytePair bytes = bytesOf(word, endian);
+            contents += static_cast<char>(bytes.first);
+            contents += static_cast<char>(bytes.second);
+        }
+    }
+    return contents;
+}
+
+constexpr std::array<std::string_view, 2> kRawSuffixes{".bin", ".raw"};
+constexpr std::array<std::string_view, 3> kHexSuffixes{".hex", ".ihex", ".ihx"};
+constexpr std::array<std::string_view, 1> kTextSuffixes{".txt"};
+
+constexpr std::array kFormats{
+    ImageFormat{"raw", kRawSuffixes, false, parseRaw, printRaw},
+    ImageFormat{"hex", kHexSuffixes, true, parseIntelHex, printIntelHex},
+    ImageFormat{"text", kTextSuffixes, true, parseWordText, printWordText},
+};
+
+bool endsWith(std::string_view name, std::string_view suffix) {
+    if (name.size() < suffix.size()) return false;
+    const auto lower = [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    };
+    return std::ranges::equal(name.substr(name.size() - suffix.size()), suffix, {}, lower);
+}
+
+}  // namespace
+
+FormatError::FormatError(std::size_t line, const std::string& text)
+    : std::runtime_error(fmt::format("line {}: {}", line, text)) {}
+
+std::span<const ImageFormat> imageFormats() noexcept { return kFormats; }
+
+const ImageFormat* formatByName(std::string_view name) noexcept {
+    const auto* found = std::ranges::find(kFormats, name, &ImageFormat::name);
+    return found != kFormats.end() ? found : nullptr;
+}
+
+const ImageFormat& formatOfFile(std::string_view path) noexcept {
+    if (path == "-") return *formatByName("text");
+    for (const ImageFormat& format : kFormats)
+        for (const std::string_view suffix : format.suffixes)
+            if (endsWith(path, suffix)) return format;
+    return kFormats.front();
+}
+
+BytePair bytesOf(std::uint16_t word, Endian endian) noexcept {
+    const auto low = static_cast<std::uint8_t>(word & 0xFF);
+    const auto high = static_cast<std::uint8_t>(word >> 8);
+    return endian == Endian::little ? BytePair{low, high} : BytePair{high, low};
+}
+
+std::uint16_t wordOf(BytePair bytes, Endian endian) noexcept {
+    if (endian == Endian::big) std::swap(bytes.first, bytes.second);
+    return static_cast<std::uint16_t>(bytes.first | bytes.second << 8);
+}
+
+}  // namespace wren

@@ -1,0 +1,54 @@
+// Where the words that a command works with come from, and where they belong.
+//
+// Threads: the functions keep no state. Failures are thrown as Failure, before anything is sent.
+#ifndef WREN_IMAGE_SOURCE_H
+#define WREN_IMAGE_SOURCE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "image.h"
+#include "image_format.h"
+#include "region.h"
+
+namespace wren {
+
+// A region as two arguments or as one option.
+struct RegionChoice {
+    std::optional<std::uint32_t> address;
+    std::optional<std::uint32_t> count;
+    std::optional<Region> region;
+
+    // The region; usualCount is that of an address alone. Throws a usage Failure when the choice
+    // does not tell.
+    Region resolve(std::optional<std::uint32_t> usualCount = {}) const;
+};
+
+struct FormatChoice {
+    std::string name;  // of the format; told by the file's name when empty
+    Endian endian = Endian::little;
+
+    const ImageFormat& formatFor(const std::string& file) const;
+};
+
+// Words of the command line, from an address on, or those of a file.
+struct ImageSource {
+    std::optional<std::uint32_t> address;
+    std::vector<std::uint16_t> words;
+    std::string file;  // replaces words unless empty
+    FormatChoice format;
+    std::optional<Region> region;  // what the words must lie in; where they start without address
+};
+
+// The words where they belong.
+Segments loadImage(const ImageSource& source);
+
+// "3 words from 0x0100 on", "5 words in 2 pieces from 0x0000 to 0x1234".
+std::string placeOf(const Segments& segments);
+
+}  // namespace wren
+
+#endif

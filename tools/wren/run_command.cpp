@@ -1,0 +1,58 @@
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "files.h"
+#include "image_format.h"
+#include "script.h"
+
+namespace wren {
+
+namespace {
+
+constexpr std::size_t kMostScriptBytes = 16u << 20;
+
+std::vector<ScriptAction> loadScript(const std::string& file) {
+    const std::string text = readFile(file, kMostScriptBytes);
+    try {
+        return parseScript(text);
+    } catch (const Failure& failure) {
+        throw Failure(failure.exitCode(), fmt::format("cannot use '{}': {}", file, failure.what()));
+    }
+}
+
+// Points into the action.
+SpiAction recordOf(ScriptAction& action) {
+    if (action.kind == ActionKind::set) return settingAction(action.setting);
+    return memoryAction(action.kind == ActionKind::read ? SPIFNS_READ : SPIFNS_WRITE,
+                        action.segment.address, action.segment.words.data(),
+                        action.segment.words.size());
+}
+
+}  // namespace
+
+void runScript(Context& context, const std::string& file) {
+    std::vector<ScriptAction> actions = loadScript(file);
+    Connected session(context);
+    std::vector<SpiAction> records;
+    for (ScriptAction& action : actions) records.push_back(recordOf(action));
+    try {
+        session.submit(records);
+    } catch (Failure& failure) {
+        failure.setProgress("what the sequence did before that stays done");
+        throw;
+    }
+
+    const ImageFormat& text = *formatByName("text");
+    Json& result = context.output.result();
+    result["actions"] = actions.size();
+    result["reads"] = Json::array();
+    for (const ScriptAction& action : actions) {
+        if (action.kind != ActionKind::read) continue;
+        context.output.print("{}", text.print({&action.segment, 1}, Endian::little));
+        result["reads"].push_back({{"line", action.line},
+                                   {"address", action.segment.address},
+                                   {"words", action.segment.words}});
+    }
+}
+
+}  // namespace wren

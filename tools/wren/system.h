@@ -1,0 +1,35 @@
+// What the tool wants of the operating system beyond the standard library.
+//
+// Threads: used by the main thread.
+#ifndef WREN_SYSTEM_H
+#define WREN_SYSTEM_H
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace wren::system {
+
+// The arguments of the tool in UTF-8, without its name, from those of main().
+std::vector<std::string> arguments(int argc, char** argv);
+
+// From now on, writing to a closed pipe fails and does not end the tool.
+void outliveClosedPipes() noexcept;
+
+// As std::fopen(); null with errno on failure.
+std::FILE* openFile(const std::filesystem::path& path, const char* mode) noexcept;
+
+// From now on, bytes pass through a standard stream unchanged.
+void passBytes(std::FILE* stream) noexcept;
+
+// Runs the tool anew, with main()'s arguments and one more environment variable, and returns its
+// exit code. Does nothing and returns -1 when the variable has that value already.
+int runAgainWith(const char* variable, const char* value, char** argv);
+
+// Why the library may find no adapter here, and what to do about it, in one line.
+std::string whyNoAdapters();
+
+}  // namespace wren::system
+
+#endif

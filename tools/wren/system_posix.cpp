@@ -1,0 +1,50 @@
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+
+#include "system.h"
+
+namespace wren::system {
+
+std::vector<std::string> arguments(int argc, char** argv) {
+    return {argv + (argc > 0 ? 1 : 0), argv + argc};
+}
+
+void outliveClosedPipes() noexcept { std::signal(SIGPIPE, SIG_IGN); }
+
+std::FILE* openFile(const std::filesystem::path& path, const char* mode) noexcept {
+    return std::fopen(path.c_str(), mode);
+}
+
+void passBytes(std::FILE*) noexcept {}
+
+// Replaces this process, so that whoever started it sees no other.
+int runAgainWith(const char* variable, const char* value, char** argv) {
+    const char* const present = ::getenv(variable);
+    if (present != nullptr && std::strcmp(present, value) == 0) return -1;
+    ::setenv(variable, value, 1);
+    ::execv("/proc/self/exe", argv);
+    throw std::system_error(errno, std::generic_category(), "starting anew");
+}
+
+std::string whyNoAdapters() {
+    const char* const named = ::getenv("WRENLINK_RUNTIME_DIR");
+    const std::string folder = named != nullptr && *named != '\0' ? named : "/run/wrenlink";
+    const std::string adapters = folder + "/adapters";
+    if (folder.front() != '/') return "WRENLINK_RUNTIME_DIR must be an absolute path";
+    DIR* const listing = ::opendir(adapters.c_str());
+    const int error = errno;
+    if (listing != nullptr) {
+        ::closedir(listing);
+        return "'" + adapters + "' offers none: plug one in, or try --simulate";
+    }
+    return "cannot look into '" + adapters + "': " + std::generic_category().message(error) +
+           "; is the service that offers adapters running? --simulate needs none";
+}
+
+}  // namespace wren::system
