@@ -13,7 +13,7 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_THREADS 0)
 
 # Debian packages whose headers are compiled into the tools.
-set(CPACK_WRENLINK_COMPILED_IN libcli11-dev libfmt-dev)
+set(CPACK_WRENLINK_COMPILED_IN libcli11-dev libfmt-dev nlohmann-json3-dev)
 
 if(WIN32)
   set(CPACK_GENERATOR ZIP)

@@ -98,8 +98,8 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
          "0x0014: expected 0x0009, found 0x0001\n" + error + ": 1 of 4 words differ\n"},
         {{"read", "0x40", "64"},
          1,
-         error + " 517: Read failed on USB-SPI (after reading at least 0 of 64 words); check the "
-                 "chip's power and wiring, and try a lower --clock\n"},
+         error + " 517: Read failed on USB-SPI; check the chip's power and wiring, and try a lower "
+                 "--clock\n"},
         {{"mgcmd", "1"},
          1,
          error + " 517: MGCMD failed on USB-SPI device; prepare the adapter with --init, or look "

@@ -45,8 +45,9 @@ class Pass {
             if (interrupted()) throw Failure(ExitCode::interrupted, "interrupted");
             work();
         } catch (Failure& failure) {
-            // The chunk that failed may be done in part.
+            // The chunk that failed may be done in part; that it failed says all of the only one.
             const bool exact = failure.exitCode() == ExitCode::interrupted;
+            if (!exact && total_ <= kChunkWords) throw;
             failure.setProgress(fmt::format("after {} {}{} of {} words", doing_,
                                             exact ? "" : "at least ", done_, total_));
             throw;
