@@ -60,8 +60,8 @@ else()
   # Elsewhere than in Debian's own folder, Python packages are pip's affair.
   install(DIRECTORY bindings/python/wrenlink DESTINATION lib/python3/dist-packages
     COMPONENT python EXCLUDE_FROM_ALL PATTERN __pycache__ EXCLUDE)
-  install(FILES sim/quillsim.1 tools/wren/wren.1 OPTIONAL
+  install(FILES sim/quillsim.1 tools/wren/wren.1
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
-  install(FILES tools/wren/wren.bash OPTIONAL RENAME wren
+  install(FILES tools/wren/wren.bash RENAME wren
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 endif()
