@@ -23,19 +23,20 @@ std::string get(const FaultyHost& host, const char* name) {
     return call(host, spifns_getvar, spifns_stream_getvar, name);
 }
 
-int run(const FaultyHost& host, SpiAction action) {
-    return call(host, spifns_sequence, spifns_stream_sequence, &action, 1U);
+int run(const FaultyHost& host, std::vector<SpiAction> actions) {
+    return call(host, spifns_sequence, spifns_stream_sequence, actions.data(),
+                static_cast<std::uint32_t>(actions.size()));
 }
 
 // Sets a variable; once it is set, the adapter must hold what a host takes it to.
 std::string set(FaultyHost& host, const char* name, const std::string& value, const char* held,
                 const std::string& expected) {
-    if (run(host, setting(name, value.c_str())) != 0) return "1";
+    if (run(host, {setting(name, value.c_str())}) != 0) return "1";
     const std::string found = host.simulator.state(held);
     return found == expected ? "0" : "0, but the adapter has " + found;
 }
 std::string set(FaultyHost& host, const char* name, const std::string& value) {
-    return std::to_string(run(host, setting(name, value.c_str())));
+    return std::to_string(run(host, {setting(name, value.c_str())}));
 }
 
 // Command bits, as variables show them and as the simulator does.
@@ -148,16 +149,29 @@ Words wordsOf(const FaultyHost& host) {
     return countingWords(600, static_cast<std::uint16_t>(host.turn));
 }
 
+// An access in so many that they need memory.
+std::vector<SpiAction> inPieces(SpiAction access) {
+    constexpr std::uint32_t kPiece = 6;
+    std::vector<SpiAction> pieces(access.u.memory.length / kPiece, access);
+    auto* memory = &access.u.memory;
+    for (SpiAction& piece : pieces) {
+        piece.u.memory = {0, memory->address, kPiece, 0, memory->data};
+        memory->address += kPiece;
+        memory->data += kPiece;
+    }
+    return pieces;
+}
+
 std::string write(FaultyHost& host) {
     const Words words = wordsOf(host);
-    if (run(host, writeFrom(0x100, words)) != 0) return "1";
+    if (run(host, inPieces(writeFrom(0x100, words))) != 0) return "1";
     return host.simulator.state("writebits") == heldBits(host) ? "0" : "0, with wrong bits";
 }
 
 std::string read(FaultyHost& host) {
     const Words untouched(600, 0xEEEE);
     Words words = untouched;
-    const int status = run(host, readInto(0x100, words));
+    const int status = run(host, inPieces(readInto(0x100, words)));
     if (status != 0) return words.back() == untouched.back() ? "1" : "1, with words";
     if (words != wordsOf(host)) return "0, but wrong words";
     return host.simulator.state("readbits") == heldBits(host) ? "0" : "0, with wrong bits";

@@ -54,7 +54,12 @@ void* operator new(std::size_t size) {
     return memory;
 }
 void* operator new[](std::size_t size) { return operator new(size); }
+// Nothing here asks for more than malloc's own alignment.
+void* operator new(std::size_t size, std::align_val_t) { return operator new(size); }
 void operator delete(void* memory) noexcept { wrenlink::test::release(memory); }
 void operator delete[](void* memory) noexcept { wrenlink::test::release(memory); }
 void operator delete(void* memory, std::size_t) noexcept { wrenlink::test::release(memory); }
 void operator delete[](void* memory, std::size_t) noexcept { wrenlink::test::release(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
+    wrenlink::test::release(memory);
+}
