@@ -86,5 +86,16 @@ TEST(MapFile, RewritesTheSelectionTable) {
     }
 }
 
+TEST(MapFile, ThatCannotBeReadToItsEndChangesNothing) {
+    const std::string path = testing::TempDir() + "wrenlink-map-file";
+    ASSERT_NE(std::fputs("0=200\n", TextFile(std::fopen(path.c_str(), "w")).get()), EOF);
+    const TextFile file(std::fopen(path.c_str(), "r"));
+    std::fputc('x', file.get());  // marks the stream as failed
+    SelectionTable table = kEnumerated;
+    EXPECT_EQ(applyMapFile(file.get(), table), 0);
+    EXPECT_EQ(table, kEnumerated);
+    std::remove(path.c_str());
+}
+
 }  // namespace
 }  // namespace wrenlink

@@ -68,7 +68,7 @@ int applyMapFile(std::FILE* file, SelectionTable& table) {
         if (!parseMapping(line, mapping)) return number;
         applyMapping(mapping, table, rewritten);
     }
-    table.swap(rewritten);
+    if (std::ferror(file) == 0) table.swap(rewritten);
     return 0;
 }
 

@@ -49,7 +49,8 @@ void applyMapping(const Mapping& mapping, const SelectionTable& enumerated,
                   SelectionTable& rewritten);
 
 // Applies all lines to the table. Returns 0, or the number of the first line with a syntax error;
-// the table is then unchanged.
+// the table is then unchanged. So it is when the file cannot be read to its end, as with a file
+// that cannot be opened.
 int applyMapFile(std::FILE* file, SelectionTable& table);
 
 }  // namespace wrenlink
