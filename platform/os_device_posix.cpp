@@ -18,6 +18,7 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "platform/os.h"
 #include "platform/runtime_dir_posix.h"
@@ -35,9 +36,19 @@ struct FolderCloser {
 };
 using Folder = std::unique_ptr<DIR, FolderCloser>;
 
-bool isSocket(int folder, const char* name) noexcept {
+// The next entry of a folder; null at its end, where errno is 0, and on failure.
+const dirent* nextEntry(DIR* folder) noexcept {
+    errno = 0;
+    return ::readdir(folder);
+}
+
+// Whether an entry is a socket; nothing when that cannot be told.
+std::optional<bool> isSocket(DIR* folder, const char* name) noexcept {
     struct stat status {};
-    return ::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISSOCK(status.st_mode);
+    if (::fstatat(::dirfd(folder), name, &status, AT_SYMLINK_NOFOLLOW) == 0)
+        return S_ISSOCK(status.st_mode);
+    if (errno == ENOENT) return false;  // gone meanwhile
+    return std::nullopt;
 }
 
 void putLittleEndian(std::byte* bytes, std::uint32_t value) noexcept {
@@ -104,10 +115,13 @@ std::vector<std::string> presentAdapters(std::size_t most) {
     const Folder folder(::fdopendir(descriptor.get()));
     if (folder == nullptr) return paths;
     descriptor.release();
-    while (const dirent* entry = ::readdir(folder.get())) {
-        const char* const name = entry->d_name;
-        if (isSocket(::dirfd(folder.get()), name)) paths.push_back(prefix + name);
+    while (const dirent* entry = nextEntry(folder.get())) {
+        const std::optional<bool> found = isSocket(folder.get(), entry->d_name);
+        // With a gap in the list, the adapters behind it would have other numbers.
+        if (!found) return {};
+        if (*found) paths.push_back(prefix + entry->d_name);
     }
+    if (errno != 0) return {};
     std::sort(paths.begin(), paths.end());
     if (paths.size() > most) paths.resize(most);
     return paths;

@@ -22,7 +22,7 @@ namespace {
 
 using Among = FaultPlan::Among;
 using AndThen = FaultPlan::AndThen;
-using Calls = std::vector<Call>;
+using Calls = std::vector<FailedCall>;
 using Needs = Step::Needs;
 
 // ---- What hosts are promised -------------------------------------------------------------------
@@ -83,8 +83,9 @@ const Promise& promiseOf(Call call) {
 }
 
 bool include(Effect effect, const Calls& calls) {
-    return std::any_of(calls.begin(), calls.end(),
-                       [effect](Call call) { return promiseOf(call).effect == effect; });
+    return std::any_of(calls.begin(), calls.end(), [effect](const FailedCall& failed) {
+        return promiseOf(failed.call).effect == effect;
+    });
 }
 
 Sight notFound(const FaultScenario& scenario) {
@@ -113,10 +114,10 @@ Sights afterFailedPrimitives(const FaultScenario& scenario, const Step& step, co
         return {notFound(scenario)};
     if (step.needs == Needs::delays && include(Effect::noDelays, now))
         return {{"1", {260, 0, "Error allocating shared memory for delays"}}};
-    for (const Call call : now) {
-        const Promise& promise = promiseOf(call);
+    for (const FailedCall& failed : now) {
+        const Promise& promise = promiseOf(failed.call);
         if (promise.effect != Effect::exchange) continue;
-        std::string text = textOf(nativeCodeOf(call)) + ": " + promise.text;
+        std::string text = textOf(failed.code) + ": " + promise.text;
         if (*step.words != '\0') text += std::string(": ") + step.words;
         return {{step.failed, {promise.code, 0, text}}};
     }
@@ -228,7 +229,9 @@ TEST_P(EveryCall, MayFail) {
         {"a primitive once", Among::primitives, AndThen::nothing},
         {"a primitive for good", Among::primitives, AndThen::everySuch},
         {"all primitives from one on", Among::primitives, AndThen::everything},
-        {"an allocation", Among::allocations, AndThen::nothing},
+        {"a system call once", Among::systemCalls, AndThen::nothing},
+        {"all system calls from one on", Among::systemCalls, AndThen::everything},
+        {"an allocation once", Among::allocations, AndThen::nothing},
         {"all allocations from one on", Among::allocations, AndThen::everything},
     };
     const Holdings before = takeStock();

@@ -21,9 +21,9 @@ void* counted(void* memory) {
     return memory;
 }
 
-void* allocate(std::size_t size) {
-    return fails(Call::allocation) ? nullptr : counted(systemMalloc(size));
-}
+bool isLacking() { return fails(FaultPlan::Among::allocations, Call::allocation, 0); }
+
+void* allocate(std::size_t size) { return isLacking() ? nullptr : counted(systemMalloc(size)); }
 
 // Not inline, or the compiler sees a replaced delete call free and takes it for a mistake.
 [[gnu::noinline]] void release(void* memory) {
@@ -40,7 +40,7 @@ void* decoratedMalloc(std::size_t size) { return allocate(size); }
 
 void* decoratedCalloc(std::size_t count, std::size_t size) __asm__("__wrap_calloc");
 void* decoratedCalloc(std::size_t count, std::size_t size) {
-    return fails(Call::allocation) ? nullptr : counted(systemCalloc(count, size));
+    return isLacking() ? nullptr : counted(systemCalloc(count, size));
 }
 
 void decoratedFree(void* memory) __asm__("__wrap_free");

@@ -1,5 +1,6 @@
 #include "tests/faults/faults.h"
 
+#include <optional>
 #include <utility>
 
 namespace wrenlink::test {
@@ -9,8 +10,9 @@ struct {
     FaultPlan plan{};
     Call first{};  // what the plan's first failure was
     unsigned counted = 0;
-    std::vector<Call> failed;
+    std::vector<FailedCall> failed;
     bool windowOpen = false;
+    std::optional<Call> primitive;
 } state;
 
 bool isPlanned(Call call) {
@@ -36,25 +38,27 @@ void planFaults(const FaultPlan& plan) {
 
 unsigned countedCalls() { return state.counted; }
 
-std::vector<Call> takeFailedCalls() { return std::exchange(state.failed, {}); }
+std::vector<FailedCall> takeFailedCalls() { return std::exchange(state.failed, {}); }
 
 FaultWindow::FaultWindow() { state.windowOpen = true; }
 FaultWindow::~FaultWindow() { state.windowOpen = false; }
 FaultPause::FaultPause() { state.windowOpen = false; }
 FaultPause::~FaultPause() { state.windowOpen = true; }
 
-int nativeCodeOf(Call call) { return static_cast<int>(call) + 1; }
-
-bool fails(Call call) {
-    const bool isAllocation = call == Call::allocation;
-    if (!state.windowOpen || isAllocation != (state.plan.among == FaultPlan::Among::allocations)) {
-        return false;
-    }
+bool fails(FaultPlan::Among kind, Call call, int code) {
+    if (!state.windowOpen || kind != state.plan.among) return false;
     ++state.counted;
     if (!isPlanned(call)) return false;
     const FaultPause pause;  // remembering takes memory
-    state.failed.push_back(call);
+    state.failed.push_back({call, code});
     return true;
+}
+
+PrimitiveScope::PrimitiveScope(Call call) { state.primitive = call; }
+PrimitiveScope::~PrimitiveScope() { state.primitive.reset(); }
+
+bool systemCallFails(int code) {
+    return state.primitive && fails(FaultPlan::Among::systemCalls, *state.primitive, code);
 }
 
 }  // namespace wrenlink::test

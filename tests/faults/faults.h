@@ -1,6 +1,6 @@
-// Lets calls fail by plan: those that the library makes to the operating system through the
-// primitives of platform/os.h, and those with which it asks for memory. The decorators of both
-// stand in their way from the link on, and let everything pass while there is no plan.
+// Lets calls fail by plan: those of the primitives of platform/os.h, those that the primitives make
+// of the operating system (POSIX), and those for memory. Decorators stand in the way of all of them
+// from the link on, and let everything pass while there is no plan.
 //
 // A plan counts the calls that are made inside windows: what a test itself does stays outside. One
 // thread uses all of this.
@@ -37,12 +37,12 @@ enum class Call {
 };
 
 struct FaultPlan {
-    enum class Among { primitives, allocations } among;
+    enum class Among { primitives, systemCalls, allocations } among;
     // Which call fails, counted from 1; 0 for none.
     unsigned first;
     enum class AndThen {
         nothing,
-        everySuch,  // all later calls of the same kind
+        everySuch,  // all later calls of the same primitive
         everything,
     } andThen;
 };
@@ -51,8 +51,13 @@ struct FaultPlan {
 void planFaults(const FaultPlan& plan);
 // The calls that the plan has counted.
 unsigned countedCalls();
-// The calls that have failed by plan since this was asked last, in order.
-std::vector<Call> takeFailedCalls();
+// The primitives that have failed by plan since this was asked last, in order, and with which
+// native error code. Each call has a code of its own.
+struct FailedCall {
+    Call call;
+    int code;
+};
+std::vector<FailedCall> takeFailedCalls();
 
 class FaultWindow {
    public:
@@ -70,14 +75,23 @@ class FaultPause {
     ~FaultPause();
 };
 
-// The native error code with which a call fails: its own, so that an error text tells which it was.
-int nativeCodeOf(Call call);
-
 // How many blocks of memory are in use.
 std::size_t liveAllocations();
 
-// For the decorators: counts a call and tells whether it is to fail.
-bool fails(Call call);
+// ---- For the decorators ----
+
+// Counts a call and tells whether it is to fail, with this code.
+bool fails(FaultPlan::Among kind, Call call, int code);
+
+// A primitive at work: its failed system calls count as its own failures.
+class PrimitiveScope {
+   public:
+    explicit PrimitiveScope(Call call);
+    PrimitiveScope(const PrimitiveScope&) = delete;
+    PrimitiveScope& operator=(const PrimitiveScope&) = delete;
+    ~PrimitiveScope();
+};
+bool systemCallFails(int code);
 
 }  // namespace wrenlink::test
 

@@ -10,8 +10,9 @@ namespace wrenlink::test {
 namespace {
 
 bool strikes(Call call) {
-    if (!fails(call)) return false;
-    os::setLastError(static_cast<os::ErrorCode>(nativeCodeOf(call)));
+    const int code = static_cast<int>(call) + 1;
+    if (!fails(FaultPlan::Among::primitives, call, code)) return false;
+    os::setLastError(static_cast<os::ErrorCode>(code));
     return true;
 }
 
@@ -19,11 +20,13 @@ bool strikes(Call call) {
 
 // A primitive's name, result, parameters (a member's object comes first) and what it gives when it
 // fails.
-#define DECORATE(name, Result, parameters, arguments, failure)              \
-    Result original_##name parameters __asm__("__real_" SYMBOL_##name);     \
-    Result decorated_##name parameters __asm__("__wrap_" SYMBOL_##name);    \
-    Result decorated_##name parameters {                                    \
-        return strikes(Call::name) ? (failure) : original_##name arguments; \
+#define DECORATE(name, Result, parameters, arguments, failure)           \
+    Result original_##name parameters __asm__("__real_" SYMBOL_##name);  \
+    Result decorated_##name parameters __asm__("__wrap_" SYMBOL_##name); \
+    Result decorated_##name parameters {                                 \
+        if (strikes(Call::name)) return failure;                         \
+        const PrimitiveScope scope(Call::name);                          \
+        return original_##name arguments;                                \
     }
 
 DECORATE(kernelMutex, void, (os::KernelMutex * self, const std::string& name), (self, name),
