@@ -60,6 +60,7 @@ void operator delete(void* memory) noexcept { wrenlink::test::release(memory); }
 void operator delete[](void* memory) noexcept { wrenlink::test::release(memory); }
 void operator delete(void* memory, std::size_t) noexcept { wrenlink::test::release(memory); }
 void operator delete[](void* memory, std::size_t) noexcept { wrenlink::test::release(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { wrenlink::test::release(memory); }
 void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
     wrenlink::test::release(memory);
 }
