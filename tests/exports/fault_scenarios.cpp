@@ -32,20 +32,19 @@ int run(const FaultyHost& host, std::vector<SpiAction> actions) {
 std::string set(FaultyHost& host, const char* name, const std::string& value, const char* held,
                 const std::string& expected) {
     if (run(host, {setting(name, value.c_str())}) != 0) return "1";
-    const std::string found = host.simulator.state(held);
+    const std::string found = std::to_string(host.simulator.number(held));
     return found == expected ? "0" : "0, but the adapter has " + found;
 }
 std::string set(FaultyHost& host, const char* name, const std::string& value) {
     return std::to_string(run(host, {setting(name, value.c_str())}));
 }
 
-// Command bits, as variables show them and as the simulator does.
-std::string bits(const FaultyHost& host, const char* format = "0x%x") {
+// Command bits, as variables show them.
+std::string bits(const FaultyHost& host) {
     char text[16];
-    std::snprintf(text, sizeof text, format, host.turn);
+    std::snprintf(text, sizeof text, "0x%x", static_cast<unsigned>(host.turn));
     return text;
 }
-std::string heldBits(const FaultyHost& host) { return bits(host, "0x%04x"); }
 
 // What callbacks were told.
 std::string told;
@@ -101,7 +100,7 @@ std::string setDelay(FaultyHost& host) {
 // Whatever is remembered of it, the delay is the adapter's.
 std::string getDelay(FaultyHost& host) {
     const std::string delay = get(host, "SPI_DELAY");
-    return delay == host.simulator.state("delay") ? "the adapter's" : delay;
+    return delay == std::to_string(host.simulator.number("delay")) ? "the adapter's" : delay;
 }
 
 std::string setClock(FaultyHost& host) { return set(host, "SPICLOCK", "500", "delay", "12"); }
@@ -165,7 +164,7 @@ std::vector<SpiAction> inPieces(SpiAction access) {
 std::string write(FaultyHost& host) {
     const Words words = wordsOf(host);
     if (run(host, inPieces(writeFrom(0x100, words))) != 0) return "1";
-    return host.simulator.state("writebits") == heldBits(host) ? "0" : "0, with wrong bits";
+    return host.simulator.number("writebits") == host.turn ? "0" : "0, with wrong bits";
 }
 
 std::string read(FaultyHost& host) {
@@ -174,7 +173,7 @@ std::string read(FaultyHost& host) {
     const int status = run(host, inPieces(readInto(0x100, words)));
     if (status != 0) return words.back() == untouched.back() ? "1" : "1, with words";
     if (words != wordsOf(host)) return "0, but wrong words";
-    return host.simulator.state("readbits") == heldBits(host) ? "0" : "0, with wrong bits";
+    return host.simulator.number("readbits") == host.turn ? "0" : "0, with wrong bits";
 }
 
 std::string startMgcmd(FaultyHost& host) {

@@ -21,7 +21,7 @@ struct FaultyHost {
     Simulator simulator{{100}, "1.9"};
     bool legacy = false;    // uses the exports without "stream_" where there are both
     const char* key = "0";  // under which it selects the adapter
-    unsigned turn = 0;      // what it sets differs from turn to turn
+    int turn = 0;           // what it sets differs from turn to turn
     std::optional<Library> library;
     std::uint32_t id = SPIFNS_NO_STREAM;
 

@@ -18,10 +18,6 @@ std::vector<std::string> Simulator::takeLog(unsigned adapter) {
     return lines;
 }
 
-std::string Simulator::state(const std::string& what, unsigned adapter) {
-    return field(control("state " + std::to_string(adapter)), what);
-}
-
 std::vector<std::string> Simulator::takeFrames(unsigned adapter) {
     std::vector<std::string> frames;
     for (const std::string& line : takeLog(adapter)) {

@@ -34,8 +34,6 @@ class Simulator {
     // Carries out a line of the simulator's control language and returns its answer. Throws
     // std::runtime_error when the simulator refuses it.
     std::string control(const std::string& line);
-    // What an adapter holds, in the simulator's words: "delay", say.
-    std::string state(const std::string& what, unsigned adapter = 0);
 
     // The simulator's log of the requests that reached an adapter since the last call of either.
     std::vector<std::string> takeLog(unsigned adapter = 0);
