@@ -1,7 +1,7 @@
 """What quillsim captures, as the dissector shows it in tshark.
 
-The environment variables QUILLSIM and DISSECTOR name the simulator and the dissector; PYTHONPATH and
-WRENLINK_LIBRARY lead to the Python package and to the library.
+The environment variables QUILLSIM, WREN and DISSECTOR name the simulator, the tool and the
+dissector; PYTHONPATH and WRENLINK_LIBRARY lead to the Python package and to the library.
 """
 import os
 import pathlib
@@ -145,6 +145,21 @@ class Capture(unittest.TestCase):
         self.assertRegex(simulator.stderr.read().decode(), "no more is captured: File too large\n$")
         self.assertLess(pathlib.Path(self.file).stat().st_size, limit)
         self.assertGreater(len(self.packets("frame.number")), 6)
+
+    def test_wren_captures_what_goes_to_its_own_adapters(self):
+        limit = (4000, 4000)
+        for words, file, settings, said in [
+            (["xap"], self.file, {}, ""),
+            (["xap"], "/dev/full", {}, "No space left on device"),
+            (["fill", "--region", "0:4000", "7"], str(self.folder / "short"), {"preexec_fn": lambda:
+             resource.setrlimit(resource.RLIMIT_FSIZE, limit)}, "no more is captured"),
+        ]:
+            with self.subTest(file):
+                done = subprocess.run([os.environ["WREN"], "--simulate", "--capture", file, *words],
+                                      check=False, capture_output=True, text=True, **settings)
+                self.assertEqual(done.returncode, 1 if said else 0)
+                self.assertRegex(done.stderr, f"^wren: error: .*{said}.*\n$" if said else "^$")
+        self.assertIn(["XAP state: running"], self.packets("_ws.col.Info"))
 
 
 if __name__ == "__main__":

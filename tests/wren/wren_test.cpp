@@ -256,6 +256,7 @@ TEST(WrenSimulation, LastsAsLongAsTheCommand) {
     EXPECT_EQ(Program({WREN, "--simulate=2", "--json", "ports"}, output, errors).wait(), 0);
     EXPECT_THAT(contentsOf(output), HasSubstr(R"x("name":"USB SPI (200)","id":200)x"));
     EXPECT_EQ(Program({WREN, "--simulate", "xap"}, output, errors).wait(), 0);
+    EXPECT_EQ(Program({WREN, "xap", "--capture", "file"}, output, errors).wait(), 2);
     EXPECT_EQ(Program({WREN, "--json", "ports"}, output, errors).wait(), 0);
     EXPECT_THAT(contentsOf(output), HasSubstr(R"("ports":[],"reason":)"));
 }

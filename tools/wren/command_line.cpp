@@ -87,11 +87,16 @@ void CommandLine::addRunOptions() {
                   "Show the library's debug text; -vv shows all of it");
     app_.add_option("--log", options_.logFile, "Add the debug text to this file, with the time")
         ->type_name("FILE");
-    app_.add_flag("--simulate", options_.simulatedAdapters,
-                  "Work with N simulated adapters (1), which last as long as the command")
-        ->transform(wholeNumberIn(1, kMostAdapters))
-        ->transform(flagAsOne())  // what is added last comes first
-        ->type_name("[=N]");
+    CLI::Option* simulate =
+        app_.add_flag("--simulate", options_.simulatedAdapters,
+                      "Work with N simulated adapters (1), which last as long as the command")
+            ->transform(wholeNumberIn(1, kMostAdapters))
+            ->transform(flagAsOne())  // what is added last comes first
+            ->type_name("[=N]");
+    app_.add_option("--capture", options_.captureFile,
+                    "Capture what travels to the simulated adapters, for Wireshark")
+        ->needs(simulate)
+        ->type_name("FILE");
 }
 
 void CommandLine::addSetting(const char* option, const char* variable, const char* metavar,

@@ -19,6 +19,7 @@ struct RunOptions {
     int verbosity = 0;  // 1: all debug text; 2: the library's full debug text, too
     std::string logFile;
     unsigned simulatedAdapters = 0;
+    std::string captureFile;  // of what travels to and from the simulated adapters
 };
 
 class CommandLine {

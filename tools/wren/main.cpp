@@ -57,9 +57,10 @@ void runCommand(const CommandLine& commandLine, Context& context) {
     if (options.simulatedAdapters > 0) {
         // An interrupted tool shall not leave its adapters behind.
         noteInterrupts();
-        simulation.emplace(options.simulatedAdapters);
+        simulation.emplace(options.simulatedAdapters, options.captureFile);
     }
     commandLine.run();
+    if (simulation) simulation->finish();
 }
 
 // Tells the user and the log how the command ended.

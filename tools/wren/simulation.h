@@ -5,16 +5,22 @@
 #ifndef WREN_SIMULATION_H
 #define WREN_SIMULATION_H
 
+#include <string>
+
 namespace wren {
 
 class Simulation {
    public:
-    // Starts adapters 0, 1, ... with ids 100, 200, ... Throws Failure when that fails.
-    explicit Simulation(unsigned adapters);
+    // Starts adapters 0, 1, ... with ids 100, 200, ... and, unless the name is empty, captures what
+    // travels to and from them in a file. Throws Failure when that fails.
+    Simulation(unsigned adapters, const std::string& captureFile);
     Simulation(const Simulation&) = delete;
     Simulation& operator=(const Simulation&) = delete;
     // Ends them, and leaves nothing behind.
     ~Simulation();
+
+    // Ends them. Throws Failure when the capture is not complete.
+    void finish();
 
    private:
     struct Native;

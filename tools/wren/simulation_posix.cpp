@@ -4,15 +4,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "failure.h"
 #include "simulation.h"
@@ -61,71 +61,96 @@ std::string programPath() {
     return !error && ::access(beside.c_str(), X_OK) == 0 ? beside.string() : kProgram;
 }
 
-// In the child: becomes the simulator, which tells through the pipe when it is ready.
-[[noreturn]] void becomeSimulator(std::array<std::string, 5> words, int pipe) {
+// In the child: becomes the simulator, which tells through the pipe when it is ready, and what
+// goes wrong.
+[[noreturn]] void becomeSimulator(std::vector<std::string> words, int pipe) {
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
     ::setpgid(0, 0);  // the user's Ctrl-C is for the tool
     std::signal(SIGPIPE, SIG_DFL);
     ::dup2(pipe, STDOUT_FILENO);
-    std::array<char*, words.size() + 1> pointers{};
-    for (std::size_t i = 0; i < words.size(); ++i) pointers[i] = words[i].data();
+    ::dup2(pipe, STDERR_FILENO);
+    std::vector<char*> pointers;
+    for (std::string& word : words) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
     ::execvp(pointers[0], pointers.data());
     ::_exit(127);
 }
 
-bool saysReady(int pipe) {
-    constexpr std::string_view kReady = "ready\n";
+// The next that comes through the pipe, up to the end of a line or of the output.
+std::string readLine(int pipe) {
     std::string said;
     pollfd wait{pipe, POLLIN, 0};
-    while (said.size() < kReady.size() && ::poll(&wait, 1, kPatienceMilliseconds) == 1) {
-        char buffer[16];
+    while (said.find('\n') == std::string::npos && ::poll(&wait, 1, kPatienceMilliseconds) == 1) {
+        char buffer[256];
         const ssize_t size = ::read(pipe, buffer, sizeof buffer);
         if (size <= 0) break;
         said.append(buffer, static_cast<std::size_t>(size));
     }
-    return said == kReady;
+    return said.substr(0, said.find('\n'));
 }
 
-pid_t startSimulator(const std::string& folder, unsigned adapters) {
-    const std::array<std::string, 5> words{programPath(), "--runtime-dir", folder, "--adapters",
-                                           std::to_string(adapters)};
+struct Process {
+    pid_t id;
+    int output;  // what it writes, errors included
+
+    // Returns its status.
+    int end(int signal) {
+        int status = 0;
+        ::kill(id, signal);
+        ::waitpid(std::exchange(id, -1), &status, 0);
+        ::close(output);
+        return status;
+    }
+};
+
+Process startSimulator(const std::string& folder, unsigned adapters,
+                       const std::string& captureFile) {
+    std::vector<std::string> words{programPath(), "--runtime-dir", folder, "--adapters",
+                                   std::to_string(adapters)};
+    if (!captureFile.empty()) words.insert(words.end(), {"--capture", captureFile});
     int pipe[2];
     if (::pipe2(pipe, O_CLOEXEC) != 0) failWithErrno("a pipe");
-    const pid_t process = ::fork();
-    if (process == 0) becomeSimulator(words, pipe[1]);
+    Process process{::fork(), pipe[0]};
+    if (process.id == 0) becomeSimulator(words, pipe[1]);
     ::close(pipe[1]);
-    const bool ready = process > 0 && saysReady(pipe[0]);
-    ::close(pipe[0]);
-    if (ready) return process;
-    int status = 0;
-    if (process > 0) {
-        ::kill(process, SIGKILL);
-        ::waitpid(process, &status, 0);
-    }
+    if (process.id < 0) failWithErrno("a process");
+    const std::string said = readLine(process.output);
+    if (said == "ready") return process;
+    const int status = process.end(SIGKILL);
     if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
         fail("'quillsim' is missing", "put it beside wren, or on PATH");
+    if (!said.empty()) fail(said, "");
     fail("'" + words[0] + "' does not start", "try it by hand");
 }
 
 }  // namespace
 
 struct Simulation::Native {
-    explicit Native(unsigned adapters) : process(startSimulator(folder.path(), adapters)) {}
+    Native(unsigned adapters, const std::string& captureFile)
+        : process(startSimulator(folder.path(), adapters, captureFile)) {}
 
     PrivateFolder folder;
-    pid_t process;
+    Process process;
 };
 
-Simulation::Simulation(unsigned adapters) : native_(std::make_unique<Native>(adapters).release()) {
+Simulation::Simulation(unsigned adapters, const std::string& captureFile)
+    : native_(std::make_unique<Native>(adapters, captureFile).release()) {
     ::setenv("WRENLINK_RUNTIME_DIR", native_->folder.path().c_str(), 1);
     // This machine's map file takes no part.
     ::setenv("WRENLINK_DOCUMENTS_DIR", native_->folder.path().c_str(), 1);
 }
 
 Simulation::~Simulation() {
-    ::kill(native_->process, SIGTERM);
-    ::waitpid(native_->process, nullptr, 0);
+    if (native_->process.id >= 0) native_->process.end(SIGTERM);
     delete native_;
+}
+
+void Simulation::finish() {
+    Process& process = native_->process;
+    ::kill(process.id, SIGTERM);
+    const std::string complaint = readLine(process.output);
+    process.end(SIGTERM);
+    if (!complaint.empty()) throw Failure(ExitCode::failed, complaint);
 }
 
 }  // namespace wren

@@ -76,12 +76,15 @@ void setAdapters(unsigned count) {
 
 struct Simulation::Native {};
 
-Simulation::Simulation(unsigned adapters) : native_(nullptr) {
+Simulation::Simulation(unsigned adapters, const std::string& captureFile) : native_(nullptr) {
+    if (!captureFile.empty()) fail("captures are made on Linux alone", "leave --capture out");
     // Others' adapters would be among ours, and port 0 might be a real one.
     if (!runTool("list").printed.empty())
         fail("this machine has adapters already", "use those, without --simulate");
     setAdapters(adapters);
 }
+
+void Simulation::finish() {}
 
 Simulation::~Simulation() {
     try {

@@ -10,8 +10,8 @@ _wren_complete() {
     COMPREPLY=()
     local commands='ports info xap speed read dump write fill verify diff get set vars command mgcmd
         run'
-    local options='--port --mode --clock --max-clock --mux --read-bits --write-bits --simulate --json
-        --verbose --log --help --version'
+    local options='--port --mode --clock --max-clock --mux --read-bits --write-bits --simulate --capture
+        --json --verbose --log --help --version'
     local variables='SPIPORT QUILLMODE SPI_DELAY SPICLOCK SPIMUL SPICMDBITS SPICMDREADBITS
         SPICMDWRITEBITS SPIMAXCLOCK'
     local i
@@ -28,7 +28,7 @@ _wren_complete() {
         --endian) words='little big' ;;
         --region) words='all' ;;
         --port) words=$(wren ports 2>/dev/null | sed -nE 's/.* id ([0-9]+) .*/\1/p') ;;
-        -o | --output | -i | --input | --log)
+        -o | --output | -i | --input | --log | --capture)
             _wren_files "$word"
             return
             ;;
