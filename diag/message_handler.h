@@ -1,6 +1,9 @@
 // The interface of the Tidewater message-handler library: trace scopes, debug output, profile marks
 // and an error slot. The library is a component of its own, linked in; diag/tidewater holds our
 // stand-in for it. Everything here may be called from any thread.
+//
+// While nobody listens, a trace scope calls nothing and costs next to nothing: what the component
+// does then stands here, inline.
 #ifndef WRENLINK_DIAG_MESSAGE_HANDLER_H
 #define WRENLINK_DIAG_MESSAGE_HANDLER_H
 
@@ -20,33 +23,69 @@ class CMessageHandler {
     void DebugOutputProfile(unsigned long level);
     // Keeps an error text; the result has no meaning for callers.
     bool SetErrorMsg(short code, const std::string& text);
+
+   private:
+    friend class CDebugSentry;
+    [[gnu::cold]] void PrintEntryLine(const char* function, const char* file, unsigned long line);
+    [[gnu::cold]] void PrintExitLine(const char* function, const char* file, unsigned long line);
 };
 
 // The one instance of the component in a process.
 class CTheMsgHnd {
    public:
-    static CTheMsgHnd& Instance();
+    static CTheMsgHnd& Instance() { return IsListening() ? ListeningInstance() : silent_; }
     // The handler for a traced function; it stays valid while a trace scope holds it.
     static CMessageHandler& GetAppropriateHandler(CMessageHandler::GroupEnum group,
-                                                  const char* name, bool flag);
+                                                  const char* name, bool flag) {
+        return IsListening() ? ListeningHandler(group, name, flag) : silentHandler_;
+    }
     // Whether optional output is wanted now.
     static bool DebugActivated();
+    // Whether somebody listens to trace scopes.
+    static bool IsListening() { return listening_; }
+    // For the component alone: tells so, before the first scope opens.
+    static void Listen() { listening_ = true; }
+
+   private:
+    [[gnu::cold]] static CTheMsgHnd& ListeningInstance();
+    [[gnu::cold]] static CMessageHandler& ListeningHandler(CMessageHandler::GroupEnum group,
+                                                           const char* name, bool flag);
+
+    // Never written once there may be a second thread, so it needs no lock.
+    static bool listening_;
+    static CTheMsgHnd silent_;
+    static CMessageHandler& silentHandler_;
 };
 
 // A trace scope: construction enters a function, destruction leaves it. The texts must outlive it.
 class CDebugSentry {
    public:
     CDebugSentry(CMessageHandler* handler, unsigned long line, const char* file,
-                 const char* function);
+                 const char* function)
+        : handler_(handler),
+          line_(static_cast<unsigned int>(line)),
+          file_(file),
+          function_(function) {
+        if (CTheMsgHnd::IsListening()) handler->PrintEntryLine(function, file, line);
+    }
     CDebugSentry(const CDebugSentry&) = delete;
     CDebugSentry& operator=(const CDebugSentry&) = delete;
     // Prints the exit line unless exitPrinted_ is set.
-    virtual ~CDebugSentry();
+    virtual ~CDebugSentry() {
+        if (CTheMsgHnd::IsListening() && !exitPrinted_)
+            handler_->PrintExitLine(function_, file_, line_);
+    }
 
    protected:
     // Calls PrintExit() when the exit is to be traced; for destructors of derived classes.
-    void CheckPrintExit();
-    virtual void PrintExit();
+    void CheckPrintExit() {
+        if (CTheMsgHnd::IsListening()) PrintExit();
+    }
+    virtual void PrintExit() {
+        if (exitPrinted_) return;
+        handler_->PrintExitLine(function_, file_, line_);
+        exitPrinted_ = true;
+    }
 
     CMessageHandler* handler_;
     unsigned int line_;

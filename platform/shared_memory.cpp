@@ -17,11 +17,10 @@ SharedMemory::~SharedMemory() {
     mapping_.close();
 }
 
-std::byte* SharedMemory::view() noexcept {
-    std::byte* mapped = view_.load(std::memory_order_acquire);
-    if (mapped != nullptr) return mapped;
+// Another thread may have been faster.
+std::byte* SharedMemory::firstView() noexcept {
     const LocalLockGuard local(localLock_);
-    mapped = view_.load(std::memory_order_relaxed);
+    std::byte* const mapped = view_.load(std::memory_order_relaxed);
     if (mapped != nullptr) return mapped;
     const bool held = mutex_.lock();
     mapRegion();

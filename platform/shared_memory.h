@@ -25,7 +25,10 @@ class SharedMemory {
 
     // The region's bytes, owned by this object; null when they cannot be mapped now, and then the
     // next call tries again. The first success takes the region's locks, later calls none.
-    std::byte* view() noexcept;
+    std::byte* view() noexcept {
+        std::byte* const mapped = view_.load(std::memory_order_acquire);
+        return mapped != nullptr ? mapped : firstView();
+    }
     // Whether the last attempt of view() to map the region did not find it made already. Without
     // meaning before the first.
     bool created() const noexcept { return created_.load(std::memory_order_relaxed); }
@@ -33,6 +36,7 @@ class SharedMemory {
     NamedMutex& mutex() noexcept { return mutex_; }
 
    private:
+    std::byte* firstView() noexcept;
     void mapRegion() noexcept;
 
     os::FileMapping mapping_;

@@ -2,16 +2,15 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 
+#include "diag/message_handler.h"
 #include "diag/tidewater/tidewater_os.h"
 
 namespace tidewater {
-
-constinit std::atomic<bool> logIsOpen{false};
-
 namespace {
 
 // Holds kNoFile before the log is opened and after it is closed, so it may be read at any time.
@@ -25,13 +24,12 @@ class LogLife {
         if (target == nullptr || *target == '\0') return;
         ownsFile_ = std::strcmp(target, "stderr") != 0;
         logFile = ownsFile_ ? os::openForAppending(target) : os::standardError();
-        logIsOpen = logFile != os::kNoFile;
+        if (logFile != os::kNoFile) CTheMsgHnd::Listen();
     }
     LogLife(const LogLife&) = delete;
     LogLife& operator=(const LogLife&) = delete;
     ~LogLife() {
         const os::ErrorKeeper keeper;
-        logIsOpen = false;
         const os::LogFile file = logFile.exchange(os::kNoFile);
         if (ownsFile_ && file != os::kNoFile) os::close(file);
     }

@@ -12,7 +12,6 @@
 #ifndef WRENLINK_DIAG_LOG_H
 #define WRENLINK_DIAG_LOG_H
 
-#include <atomic>
 #include <cstdarg>
 #include <cstddef>
 
@@ -27,13 +26,6 @@ struct Place {
     const char* file;
     unsigned long line;
 };
-
-// True while the log is open; only log.cpp writes it. False before and after, so that it may be
-// read at any time.
-extern constinit std::atomic<bool> logIsOpen;
-
-// Whether there is a log. Every trace asks, so the answer costs no call.
-inline bool logging() noexcept { return logIsOpen.load(std::memory_order_relaxed); }
 
 // Writes one line; the text is made printf-style, and a control character in it becomes a space.
 // Nothing happens without a log.

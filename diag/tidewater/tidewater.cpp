@@ -45,18 +45,11 @@ class FunctionHandler : public CMessageHandler {
 constinit std::array<FunctionHandler, 128> functionHandlers;
 constinit FunctionHandler commonHandler;
 
-[[gnu::noinline]] FunctionHandler& handlerOf(const char* function) {
+FunctionHandler& handlerOf(const char* function) {
     for (FunctionHandler& handler : functionHandlers) {
         if (handler.serves(function)) return handler;
     }
     return commonHandler;
-}
-
-// Apart from the constructor, which most often has nothing to show.
-[[gnu::noinline]] void traceEntry(CMessageHandler& handler, const tidewater::Place& place) {
-    static_cast<FunctionHandler&>(handler).setPlace(place.file, place.line);
-    tidewater::writeLine({orUnknown(place.function), orUnknown(place.file), place.line}, "-> %s",
-                         orUnknown(place.function));
 }
 
 }  // namespace
@@ -64,7 +57,7 @@ constinit FunctionHandler commonHandler;
 void CMessageHandler::DebugOutputInHandler(unsigned long, bool, bool, const char* function,
                                            const char* file, unsigned long line, const char* format,
                                            ...) {
-    if (!tidewater::logging()) return;
+    if (!CTheMsgHnd::IsListening()) return;
     std::va_list arguments;
     va_start(arguments, format);
     tidewater::writeLineList({orUnknown(function), orUnknown(file), line}, format, arguments);
@@ -72,46 +65,36 @@ void CMessageHandler::DebugOutputInHandler(unsigned long, bool, bool, const char
 }
 
 void CMessageHandler::DebugOutputProfile(unsigned long level) {
-    if (!tidewater::logging()) return;
+    if (!CTheMsgHnd::IsListening()) return;
     tidewater::writeLine(static_cast<FunctionHandler*>(this)->place(), "profile mark %lu", level);
 }
 
 bool CMessageHandler::SetErrorMsg(short code, const std::string& text) {
-    if (!tidewater::logging()) return true;
+    if (!CTheMsgHnd::IsListening()) return true;
     tidewater::writeLine(static_cast<FunctionHandler*>(this)->place(), "error %d: %s", code,
                          text.c_str());
     return true;
 }
 
-CTheMsgHnd& CTheMsgHnd::Instance() {
-    static constinit CTheMsgHnd instance;
-    return instance;
+void CMessageHandler::PrintEntryLine(const char* function, const char* file, unsigned long line) {
+    static_cast<FunctionHandler*>(this)->setPlace(file, line);
+    tidewater::writeLine({orUnknown(function), orUnknown(file), line}, "-> %s",
+                         orUnknown(function));
 }
 
-CMessageHandler& CTheMsgHnd::GetAppropriateHandler(CMessageHandler::GroupEnum, const char* name,
-                                                   bool) {
-    return tidewater::logging() ? handlerOf(orUnknown(name)) : commonHandler;
+void CMessageHandler::PrintExitLine(const char* function, const char* file, unsigned long line) {
+    tidewater::writeLine({orUnknown(function), orUnknown(file), line}, "<- %s",
+                         orUnknown(function));
 }
 
-bool CTheMsgHnd::DebugActivated() { return tidewater::logging(); }
+constinit bool CTheMsgHnd::listening_ = false;
+constinit CTheMsgHnd CTheMsgHnd::silent_;
+constinit CMessageHandler& CTheMsgHnd::silentHandler_ = commonHandler;
 
-CDebugSentry::CDebugSentry(CMessageHandler* handler, unsigned long line, const char* file,
-                           const char* function)
-    : handler_(handler), line_(static_cast<unsigned int>(line)), file_(file), function_(function) {
-    if (tidewater::logging()) traceEntry(*handler, {function, file, line});
+CTheMsgHnd& CTheMsgHnd::ListeningInstance() { return silent_; }
+
+CMessageHandler& CTheMsgHnd::ListeningHandler(CMessageHandler::GroupEnum, const char* name, bool) {
+    return handlerOf(orUnknown(name));
 }
 
-CDebugSentry::~CDebugSentry() {
-    if (tidewater::logging()) CDebugSentry::PrintExit();
-}
-
-void CDebugSentry::CheckPrintExit() {
-    if (tidewater::logging()) PrintExit();
-}
-
-void CDebugSentry::PrintExit() {
-    if (exitPrinted_) return;
-    tidewater::writeLine({orUnknown(function_), orUnknown(file_), line_}, "<- %s",
-                         orUnknown(function_));
-    exitPrinted_ = true;
-}
+bool CTheMsgHnd::DebugActivated() { return IsListening(); }

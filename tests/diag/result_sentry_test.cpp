@@ -29,6 +29,9 @@ class ResultSentry : public testing::Test {
     ResultSentry() { wrenlink::test::clearMessages(); }
 };
 
+// The compiler would complain of a null text that it can see.
+const char* volatile missingText = nullptr;
+
 TEST_F(ResultSentry, ExitLineShowsTheResultAsItIsWhenTheScopeCloses) {
     struct Case {
         std::function<void()> call;
@@ -44,7 +47,7 @@ TEST_F(ResultSentry, ExitLineShowsTheResultAsItIsWhenTheScopeCloses) {
         {[] { traced<int>(0, -2147483647 - 1); }, "<- traced [returning -2147483648]"},
         {[] { traced<unsigned>(0, 0xFFFFFFFFU); }, "<- traced [returning 4294967295]"},
         {[] { traced<Text>("", "4.000"); }, "<- traced [returning \"4.000\"]"},
-        {[] { traced<Text>("", nullptr); }, "<- traced [returning \"(null)\"]"},
+        {[] { traced<Text>("", missingText); }, "<- traced [returning \"(null)\"]"},
         {[] { traced(SPIFNS_XAP_RUNNING, SPIFNS_XAP_ERROR); }, "<- traced [returning -1]"},
         {[] { traced(SPIFNS_XAP_ERROR, SPIFNS_XAP_STOPPED); }, "<- traced [returning 1]"},
         {[] { traced(false, true); }, "<- traced [returning true]"},

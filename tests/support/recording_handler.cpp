@@ -94,34 +94,34 @@ bool CMessageHandler::SetErrorMsg(short code, const std::string& text) {
     return true;
 }
 
-CTheMsgHnd& CTheMsgHnd::Instance() {
-    static CTheMsgHnd instance;
+namespace {
+
+constinit CMessageHandler theHandler;
+
+}  // namespace
+
+constinit bool CTheMsgHnd::listening_ = true;
+constinit CTheMsgHnd CTheMsgHnd::silent_;
+constinit CMessageHandler& CTheMsgHnd::silentHandler_ = theHandler;
+
+CTheMsgHnd& CTheMsgHnd::ListeningInstance() {
     keep({.kind = MessageKind::instance});
-    return instance;
+    return silent_;
 }
 
-CMessageHandler& CTheMsgHnd::GetAppropriateHandler(CMessageHandler::GroupEnum group,
-                                                   const char* name, bool flag) {
-    static CMessageHandler handler;
+CMessageHandler& CTheMsgHnd::ListeningHandler(CMessageHandler::GroupEnum group, const char* name,
+                                              bool flag) {
     keep(
         {.kind = MessageKind::getHandler, .group = group, .flag = flag, .function = orEmpty(name)});
-    return handler;
+    return theHandler;
 }
 
 bool CTheMsgHnd::DebugActivated() { return wrenlink::test::record().activated; }
 
-CDebugSentry::CDebugSentry(CMessageHandler* handler, unsigned long line, const char* file,
-                           const char* function)
-    : handler_(handler), line_(static_cast<unsigned int>(line)), file_(file), function_(function) {
+void CMessageHandler::PrintEntryLine(const char* function, const char* file, unsigned long line) {
     keep(scopeMessage(MessageKind::entry, function, file, line));
 }
 
-CDebugSentry::~CDebugSentry() { CDebugSentry::PrintExit(); }
-
-void CDebugSentry::CheckPrintExit() { PrintExit(); }
-
-void CDebugSentry::PrintExit() {
-    if (exitPrinted_) return;
-    keep(scopeMessage(MessageKind::exit, function_, file_, line_));
-    exitPrinted_ = true;
+void CMessageHandler::PrintExitLine(const char* function, const char* file, unsigned long line) {
+    keep(scopeMessage(MessageKind::exit, function, file, line));
 }

@@ -7,24 +7,19 @@
 #include "quill/number_text.h"
 
 namespace wrenlink {
-namespace {
 
-bool debugFull = false;
-
-}  // namespace
+constinit bool DebugFullSwitch::isOn_ = false;
 
 DebugFullSwitch::DebugFullSwitch() noexcept {
-    debugFull = false;
+    isOn_ = false;
     try {
         std::string value;
-        debugFull =
+        isOn_ =
             os::environmentVariable("SPIDEBUG_FULL", value) &&
             (equalsIgnoringCase(value.c_str(), "ON") || equalsIgnoringCase(value.c_str(), "TRUE"));
     } catch (const std::bad_alloc&) {
         // An exception here would end the host that loads the library.
     }
 }
-
-bool isDebugFull() { return debugFull; }
 
 }  // namespace wrenlink

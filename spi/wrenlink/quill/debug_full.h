@@ -8,10 +8,14 @@ namespace wrenlink {
 class DebugFullSwitch {
    public:
     DebugFullSwitch() noexcept;
+    static bool isOn() { return isOn_; }
+
+   private:
+    static bool isOn_;
 };
 
 // Whether SPIDEBUG_FULL was "ON" or "TRUE", in any case.
-bool isDebugFull();
+inline bool isDebugFull() { return DebugFullSwitch::isOn(); }
 
 }  // namespace wrenlink
 

@@ -121,11 +121,9 @@ struct Line {
     char text[64];
 };
 
-// The line for a read or a write: "Quill Read [007c 7d] = 0012 00ab ". Empty when nobody will see
-// it.
+// The line for a read or a write: "Quill Read [007c 7d] = 0012 00ab ".
 Line accessLine(const std::uint8_t* entry) {
-    Line line = {""};
-    if (!isDebugFull()) return line;
+    Line line;
     const unsigned address = big16(entry + 2);
     const unsigned count = big16(entry + 4);
     char last[16] = "";
@@ -225,7 +223,9 @@ void PrintStreamDebug(CUsbStreamData& stream, const std::uint8_t* entry) {
             return Quill_Stream_Debug(quill, "Read failed on quill");
         case kReadWords:
         case kWriteWords:
-            return Quill_Stream_Debug_Full(quill, "%s", accessLine(entry).text);
+            // Nobody sees the text otherwise, and it takes long to make.
+            return Quill_Stream_Debug_Full(quill, "%s",
+                                           isDebugFull() ? accessLine(entry).text : "");
         case kSetCommandBits:
             return Quill_Stream_Debug_Full(quill, "Quill Set %s CmdBts - 0x%x",
                                            big16(entry + 2) != 0 ? "Write" : "Read",
