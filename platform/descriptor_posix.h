@@ -25,10 +25,7 @@ class Descriptor {
     Descriptor& operator=(const Descriptor&) = delete;
     Descriptor(Descriptor&& other) noexcept : descriptor_(other.release()) {}
     Descriptor& operator=(Descriptor&& other) noexcept {
-        if (this != &other) {
-            closeQuietly(descriptor_);
-            descriptor_ = other.release();
-        }
+        closeQuietly(std::exchange(descriptor_, other.release()));
         return *this;
     }
     ~Descriptor() { closeQuietly(descriptor_); }

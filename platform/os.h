@@ -62,10 +62,9 @@ class KernelMutex {
     KernelMutex& operator=(const KernelMutex&) = delete;
     KernelMutex(KernelMutex&& other) noexcept : handle_(std::exchange(other.handle_, kNoHandle)) {}
     KernelMutex& operator=(KernelMutex&& other) noexcept {
-        if (this != &other) {
-            close();
-            handle_ = std::exchange(other.handle_, kNoHandle);
-        }
+        const NativeHandle taken = std::exchange(other.handle_, kNoHandle);
+        close();
+        handle_ = taken;
         return *this;
     }
     ~KernelMutex() { close(); }
@@ -120,10 +119,9 @@ class FileMapping {
     FileMapping& operator=(const FileMapping&) = delete;
     FileMapping(FileMapping&& other) noexcept : handle_(std::exchange(other.handle_, kNoHandle)) {}
     FileMapping& operator=(FileMapping&& other) noexcept {
-        if (this != &other) {
-            close();
-            handle_ = std::exchange(other.handle_, kNoHandle);
-        }
+        const NativeHandle taken = std::exchange(other.handle_, kNoHandle);
+        close();
+        handle_ = taken;
         return *this;
     }
     ~FileMapping() { close(); }

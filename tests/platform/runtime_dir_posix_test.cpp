@@ -69,11 +69,40 @@ TEST_F(RuntimeDir, FileNameIsTheKernelNameIfItCanBe) {
         {"kvs_mutex_--?-usb#a{b}", "kvs_mutex_--?-usb#a{b}"},
         {longest, longest},
         {"..", "..~07da1a07b4a03f2d"},
+        {".", ".~af63a34c86018bb1"},
+        {"", "~cbf29ce484222325"},
+        {{"a\0b", 3}, "a%00b~e5d29919042666b2"},
         {"kvs_shm_a/b", "kvs_shm_a%2Fb~5b148feafbc6f8d9"},
         {tooLong, tooLongFile},
         {escapedAtTheCut, escapedFile},
     };
     for (const auto& row : cases) EXPECT_EQ(ObjectFileName(row.kernelName).text(), row.fileName);
+}
+
+TEST_F(RuntimeDir, TheEnvironmentNamesTheFolders) {
+    const char* const runtime = "WRENLINK_RUNTIME_DIR";
+    ::setenv(runtime, ("/" + std::string(PATH_MAX, 'd')).c_str(), 1);
+    EXPECT_FALSE(openRuntimeFolder("objects").valid());
+    EXPECT_EQ(lastError(), static_cast<ErrorCode>(ENAMETOOLONG));
+    std::string unset;
+    std::string empty;
+    ::unsetenv(runtime);
+    const bool found = runtimeDirectory(unset);
+    ::setenv(runtime, "", 1);
+    EXPECT_EQ(runtimeDirectory(empty), found);
+    EXPECT_EQ(empty, unset);
+
+    const struct {
+        const char* value;
+        const char* folder;
+    } cases[] = {{"/docs", "/docs"}, {"/docs//", "/docs"}, {"/", ""}, {"", "/etc/wrenlink"}};
+    for (const auto& c : cases) {
+        ::setenv("WRENLINK_DOCUMENTS_DIR", c.value, 1);
+        std::string folder;
+        EXPECT_TRUE(sharedDocumentsFolder(folder));
+        EXPECT_EQ(folder, c.folder);
+    }
+    ::unsetenv("WRENLINK_DOCUMENTS_DIR");
 }
 
 TEST_F(RuntimeDir, NewFilesHaveTheAccessOfTheirFolder) {
