@@ -66,6 +66,8 @@ int Quill_Stream_SetDelays(QuillStream* stream, std::uint16_t delay) {
         Quill_Stream_Debug(stream, "WARNING: instructed to set Quill clock too slow. honouring.");
     CommandFrame frame;
     frame.setField(0, delay);
+    // A host that dies before it has recorded the delay leaves nothing behind that is not so.
+    storeField(cache->delay, kUnknown);
     const bool sent = Quill_Stream_Command(stream, frame.bytes(), kSetDelay, 5, 0);
     Quill_Stream_Debug(stream, "Quill Set Delays %d", delay);
     if (!sent) return Quill_AppendToLastError("Unable to set delays");
