@@ -46,7 +46,7 @@ class AdapterPort {
         std::optional<EventLoop::TimerId> due;  // set while a request takes its time
         Delivery delivery = Delivery::completion;
         std::vector<std::uint8_t> completion;
-        unsigned times = 1;  // that it is sent
+        unsigned times = 1;         // that it is sent
         std::uint32_t request = 0;  // the one that is not answered yet, by its number; 0 for none
     };
 
