@@ -168,6 +168,9 @@ void lastError(benchmark::State& state) {
     }
 }
 BENCHMARK(lastError)->Name("last_error/wrenlink");
+// So many calls and no others, for counting what they ask of the system.
+BENCHMARK(lastError)->Name("last_error/calls")->Iterations(1'000);
+BENCHMARK(lastError)->Name("last_error/calls")->Iterations(100'000);
 
 void threadLocal(benchmark::State& state) {
     thread_local volatile int value = 0;
@@ -181,6 +184,8 @@ void cachedDelay(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(spifns_stream_getvar(stream.id(), "SPI_DELAY"));
 }
 BENCHMARK(cachedDelay)->Name("cached_delay/wrenlink");
+BENCHMARK(cachedDelay)->Name("cached_delay/calls")->Iterations(1'000);
+BENCHMARK(cachedDelay)->Name("cached_delay/calls")->Iterations(100'000);
 
 void mappedWord(benchmark::State& state) {
     const volatile std::uint16_t word = 7;
