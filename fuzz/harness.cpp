@@ -1,0 +1,101 @@
+#include "fuzz/harness.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "platform/os.h"
+#include "tests/support/test_runtime.h"
+
+namespace wrenlink::fuzz {
+namespace {
+
+constexpr char kPath[] = "/fuzz/adapter";
+constexpr std::uint32_t kRefusal = EINVAL;
+
+const test::TestRuntime runtime;
+const std::unique_ptr<quillsim::Adapter> model = std::make_unique<quillsim::Adapter>(100, kRefusal);
+Wire* wire = nullptr;
+
+// The request in flight.
+Bytes reply;
+Ending ending = Ending::completed;
+
+}  // namespace
+
+void require(bool good, const char* what) {
+    if (good) return;
+    std::fprintf(stderr, "not so: %s\n", what);
+    std::abort();
+}
+
+Wire::Wire() {
+    std::destroy_at(model.get());
+    std::construct_at(model.get(), 100, kRefusal);
+    wire = this;
+}
+
+Wire::~Wire() { wire = nullptr; }
+
+quillsim::Adapter& Wire::adapter() { return *model; }
+
+Ending Wire::end(const Bytes&, Bytes&) { return Ending::completed; }
+
+Bytes Wire::serve(const Bytes& frame, std::size_t capacity) {
+    Bytes room(quillsim::kReplyRoom);
+    const quillsim::Answer answer =
+        model->handle({quillsim::kControlCode, static_cast<std::uint32_t>(capacity), frame}, room);
+    allGood_ = allGood_ && answer.status == 0;
+    room.resize(answer.replySize);
+    return room;
+}
+
+}  // namespace wrenlink::fuzz
+
+namespace wrenlink::os {
+
+using fuzz::Ending;
+
+std::vector<std::string> presentAdapters(std::size_t) { return {fuzz::kPath}; }
+
+bool Device::open(const char* path) noexcept {
+    fuzz::require(path == std::string(fuzz::kPath), "the library opens the adapter it was told of");
+    return true;
+}
+
+bool Device::makeEvent() noexcept { return true; }
+
+RequestStart Device::start(std::uint32_t, const void* request, std::size_t size, void* room,
+                           std::size_t capacity) noexcept {
+    const auto* bytes = static_cast<const std::uint8_t*>(request);
+    const test::Bytes frame(bytes, bytes + size);
+    fuzz::reply = fuzz::wire->serve(frame, capacity);
+    fuzz::ending = fuzz::wire->end(frame, fuzz::reply);
+    fuzz::reply.resize(std::min(fuzz::reply.size(), capacity));
+    reply_ = room;
+    inFlight_ = fuzz::ending != Ending::notStarted;
+    errno = inFlight_ ? EINPROGRESS : EIO;
+    return inFlight_ ? RequestStart::pending : RequestStart::failed;
+}
+
+WaitResult Device::wait(std::uint32_t) noexcept {
+    return fuzz::ending == Ending::silent ? WaitResult::timedOut : WaitResult::acquired;
+}
+
+bool Device::outcome() noexcept {
+    inFlight_ = false;
+    errno = EIO;
+    if (fuzz::ending != Ending::completed) return false;
+    std::copy(fuzz::reply.begin(), fuzz::reply.end(), static_cast<std::uint8_t*>(reply_));
+    return true;
+}
+
+void Device::close() noexcept {
+    if (inFlight_)
+        std::copy(fuzz::reply.begin(), fuzz::reply.end(), static_cast<std::uint8_t*>(reply_));
+    inFlight_ = false;
+}
+
+}  // namespace wrenlink::os
