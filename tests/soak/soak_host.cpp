@@ -135,7 +135,9 @@ int soak(unsigned number, unsigned seed) {
     for (unsigned part = number * kThreads; part < (number + 1) * kThreads; ++part)
         threads.emplace_back([&, part] {
             const auto worker = std::make_unique<Worker>(part, seed + part);
-            for (meeting.arrive_and_wait(); !over; meeting.arrive_and_wait()) {
+            while (true) {
+                meeting.arrive_and_wait();
+                if (over) return;
                 worker->workUntil(end);
                 meeting.arrive_and_wait();
             }
