@@ -4,6 +4,9 @@
 #include <fmt/ranges.h>
 #include <wrenlink/spifns.h>
 
+#include <CLI/CLI.hpp>
+#include <memory>
+
 #include "arguments.h"
 #include "debug_text.h"
 #include "failure.h"
@@ -27,6 +30,47 @@ std::string exitCodeText() {
         text += fmt::format("\n  {:<4}{}", static_cast<int>(exit.code), exit.meaning);
     return text;
 }
+
+class CommandLine {
+   public:
+    explicit CommandLine(Context& context);
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
+
+    // False when there is no command to run.
+    bool parse(std::vector<std::string> arguments);
+
+    const RunOptions& options() const noexcept { return options_; }
+    void run() const { command_(); }
+
+   private:
+    CLI::App* add(const char* name, const char* purpose, std::function<void()> command);
+    void addSetting(const char* option, const char* variable, const char* metavar,
+                    const char* purpose);
+    void addSource(CLI::App* command, ImageSource& source);
+    void addRunOptions();
+    void addConnectionOptions();
+    void addInspection();
+    void addReading();
+    void addWriting();
+    void addVariables();
+    void addChipCommands();
+    void requireKnownCommand() const;
+
+    Context& context_;
+    CLI::App app_{"Reads, writes and inspects a Marigold chip through a Quill adapter.", "wren"};
+    RunOptions options_;
+    ReadRequest read_;
+    WriteRequest write_;
+    CompareRequest compare_;
+    FillRequest fill_;
+    DumpRequest dump_;
+    MgcmdRequest mgcmd_;
+    SpeedRequest speed_;
+    std::string name_;
+    std::vector<std::string> names_;
+    std::function<void()> command_;
+};
 
 }  // namespace
 
@@ -185,11 +229,11 @@ void CommandLine::addWriting() {
     addNoVerify(fill, fill_.verify);
 
     CLI::App* verify = add("verify", "Compare the chip with words or a file",
-                           [this] { verifyMemory(context_, compare_); });
+                           [this] { compareMemory(context_, compare_); });
     addSource(verify, compare_.source);
 
     CLI::App* diff = add("diff", "Show where the chip differs from a file",
-                         [this] { diffMemory(context_, compare_); });
+                         [this] { compareMemory(context_, compare_); });
     diff->add_option("FILE", compare_.source.file, "The file; - is standard input")
         ->required()
         ->type_name("");
@@ -232,6 +276,14 @@ void CommandLine::addChipCommands() {
     run->add_option("SCRIPT", name_, "Lines of: read ADDR COUNT, write ADDR WORDS, set NAME=VALUE")
         ->required()
         ->type_name("");
+}
+
+ParsedCommand parseCommandLine(Context& context, std::vector<std::string> arguments) {
+    const auto commandLine = std::make_shared<CommandLine>(context);
+    const bool hasCommand = commandLine->parse(std::move(arguments));
+    ParsedCommand parsed{commandLine->options(), {}};
+    if (hasCommand) parsed.run = [commandLine] { commandLine->run(); };
+    return parsed;
 }
 
 }  // namespace wren

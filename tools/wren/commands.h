@@ -35,7 +35,10 @@ struct Context {
 // A session with the adapter selected and set up.
 class Connected : public Session {
    public:
-    explicit Connected(Context& context);
+    explicit Connected(Context& context) : Session(context.debugText) {
+        select(context.connection.port);
+        for (const Setting& setting : context.connection.settings) set(setting);
+    }
 };
 
 struct ReadRequest {
@@ -83,8 +86,7 @@ void measureSpeed(Context& context, const SpeedRequest& request);
 
 void readMemory(Context& context, const ReadRequest& request);
 void writeMemory(Context& context, const WriteRequest& request);
-void verifyMemory(Context& context, const CompareRequest& request);
-void diffMemory(Context& context, const CompareRequest& request);
+void compareMemory(Context& context, const CompareRequest& request);
 void fillMemory(Context& context, const FillRequest& request);
 void dumpMemory(Context& context, const DumpRequest& request);
 

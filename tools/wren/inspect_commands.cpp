@@ -1,9 +1,8 @@
+#include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
-#include "image.h"
 #include "interruption.h"
 #include "number.h"
 #include "system.h"
@@ -45,8 +44,6 @@ void listPort(Context& context, const Port& port, Json& list) {
 
 const char* xapText(const Session& session) { return session.xapStopped() ? "stopped" : "running"; }
 
-double numberOf(const std::string& text) { return decimalNumber(text).value_or(0); }
-
 using Seconds = std::chrono::duration<double>;
 
 // Calls work until the time is over, and returns how often a second.
@@ -67,11 +64,6 @@ double rateOf(Seconds duration, Work work) {
 
 }  // namespace
 
-Connected::Connected(Context& context) : Session(context.debugText) {
-    select(context.connection.port);
-    for (const Setting& setting : context.connection.settings) set(setting);
-}
-
 void listPorts(Context& context) {
     const Session session(context.debugText);
     const std::vector<Port> ports = session.ports();
@@ -85,37 +77,32 @@ void listPorts(Context& context) {
 
 void showInfo(Context& context) {
     const Connected session(context);
-    const std::string device = session.deviceId();
-    const std::string clock = session.get("SPICLOCK");
-    const std::string maxClock = session.get("SPIMAXCLOCK");
-    // How a field reads, and what stands for it in JSON.
-    const struct {
-        const char* label;
-        std::string text;
-        const char* key;
-        Json value;
-    } fields[] = {
-        {"adapter", device, "adapter", device},
-        {"id", fmt::to_string(idOf(device)), "id", idOf(device)},
-        {"port", session.get("SPIPORT"), "port", wholeNumber(session.get("SPIPORT")).value_or(0)},
-        {"firmware", versionText(session.get("QUILLVERSION")), "firmware",
-         versionText(session.get("QUILLVERSION"))},
-        {"delay", session.get("SPI_DELAY"), "delay",
-         wholeNumber(session.get("SPI_DELAY")).value_or(0)},
-        {"clock", clock + " kHz", "clock_khz", numberOf(clock)},
-        {"max clock", maxClock + " kHz", "max_clock_khz", numberOf(maxClock)},
-        {"mux device", session.get("SPIMUL"), "mux",
-         wholeNumber(session.get("SPIMUL")).value_or(0)},
-        {"read bits", session.get("SPICMDREADBITS"), "read_bits",
-         wholeNumber(session.get("SPICMDREADBITS")).value_or(0)},
-        {"write bits", session.get("SPICMDWRITEBITS"), "write_bits",
-         wholeNumber(session.get("SPICMDWRITEBITS")).value_or(0)},
-        {"XAP", xapText(session), "xap", xapText(session)},
+    const auto show = [&](const char* label, const char* key, const std::string& text, Json value) {
+        context.output.print("{:<16}{}\n", label, text);
+        context.output.result()[key] = std::move(value);
     };
-    for (const auto& field : fields) {
-        context.output.print("{:<16}{}\n", field.label, field.text);
-        context.output.result()[field.key] = field.value;
-    }
+    const auto showNumber = [&](const char* label, const char* key, const char* variable) {
+        const std::string text = session.get(variable);
+        show(label, key, text, wholeNumber(text).value_or(0));
+    };
+    const auto showClock = [&](const char* label, const char* key, const char* variable) {
+        const std::string text = session.get(variable);
+        show(label, key, text + " kHz", decimalNumber(text).value_or(0));
+    };
+    const std::string device = session.deviceId();
+    const std::string firmware = versionText(session.get("QUILLVERSION"));
+    show("adapter", "adapter", device, device);
+    show("id", "id", fmt::to_string(idOf(device)), idOf(device));
+    showNumber("port", "port", "SPIPORT");
+    show("firmware", "firmware", firmware, firmware);
+    showNumber("delay", "delay", "SPI_DELAY");
+    showClock("clock", "clock_khz", "SPICLOCK");
+    showClock("max clock", "max_clock_khz", "SPIMAXCLOCK");
+    showNumber("mux device", "mux", "SPIMUL");
+    showNumber("read bits", "read_bits", "SPICMDREADBITS");
+    showNumber("write bits", "write_bits", "SPICMDWRITEBITS");
+    const char* const state = xapText(session);
+    show("XAP", "xap", state, state);
 }
 
 void showXapState(Context& context) {
@@ -136,7 +123,7 @@ void measureSpeed(Context& context, const SpeedRequest& request) {
     const Seconds duration(request.seconds / 2);
     const double reads = rateOf(duration, [&] { session.read(0, words); });
     const double singles = rateOf(duration, [&] { session.read(0, std::span(words).first(1)); });
-    const double clock = numberOf(session.get("SPICLOCK"));
+    const double clock = decimalNumber(session.get("SPICLOCK")).value_or(0);
     const double wordRate = reads * static_cast<double>(words.size());
     const double permitted = clock * 1000 / kBitsPerWord;
 

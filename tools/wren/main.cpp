@@ -21,7 +21,7 @@ namespace {
 
 using namespace wren;
 
-// One line, but for the reports of a comparison on standard output.
+// What stands behind "error": code, text, how far the command got, and the next thing to try.
 std::string lineOf(const Failure& failure) {
     std::string line;
     if (failure.errorCode() != 0) line += fmt::format(" {}", failure.errorCode());
@@ -49,8 +49,8 @@ std::optional<Failure> failureOf(Work work) {
     return std::nullopt;
 }
 
-void runCommand(const CommandLine& commandLine, Context& context) {
-    const RunOptions& options = commandLine.options();
+void runCommand(const ParsedCommand& command, Context& context) {
+    const RunOptions& options = command.options;
     if (options.verbosity > 0) context.debugText.showAll();
     if (!options.logFile.empty()) context.debugText.logTo(options.logFile);
     std::optional<Simulation> simulation;
@@ -59,7 +59,7 @@ void runCommand(const CommandLine& commandLine, Context& context) {
         noteInterrupts();
         simulation.emplace(options.simulatedAdapters, options.captureFile);
     }
-    commandLine.run();
+    command.run();
     if (simulation) simulation->finish();
 }
 
@@ -81,16 +81,15 @@ int run(int argc, char** argv) {
     Context context;
     const std::vector<std::string> arguments = system::arguments(argc, argv);
     if (std::ranges::count(arguments, "--json") > 0) context.output.useJson();
-    CommandLine commandLine(context);
-    bool hasCommand = false;
-    std::optional<Failure> failure = failureOf([&] { hasCommand = commandLine.parse(arguments); });
-    if (hasCommand) {
+    ParsedCommand command;
+    auto failure = failureOf([&] { command = parseCommandLine(context, arguments); });
+    if (command.run) {
         // The library decides about its full debug text when it is loaded.
-        if (commandLine.options().verbosity > 1) {
+        if (command.options.verbosity > 1) {
             const int exitCode = system::runAgainWith("SPIDEBUG_FULL", "ON", argv);
             if (exitCode >= 0) return exitCode;
         }
-        failure = failureOf([&] { runCommand(commandLine, context); });
+        failure = failureOf([&] { runCommand(command, context); });
     }
     return static_cast<int>(conclude(context, failure));
 }

@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "files.h"
+#include "remedies.h"
 #include "transfer.h"
 
 namespace wren {
@@ -44,7 +45,7 @@ void writeImage(Context& context, const Segments& image, bool verify, const char
             requireSame(context, session, image, CompareRequest().mostListed);
         } catch (Failure& failure) {
             if (failure.exitCode() == ExitCode::differs)
-                failure.setHint("check the chip's power and wiring, and try a lower --clock");
+                failure.setHint(remedyFor(SPIFNS_ERROR_ADAPTER).hint);
             throw;
         }
     }
@@ -89,14 +90,7 @@ void fillMemory(Context& context, const FillRequest& request) {
     writeImage(context, {std::move(segment)}, request.verify, "filled");
 }
 
-void verifyMemory(Context& context, const CompareRequest& request) {
-    const Segments image = loadImage(request.source);
-    Connected session(context);
-    requireSame(context, session, image, request.mostListed);
-    context.output.print("{} verified\n", placeOf(image));
-}
-
-void diffMemory(Context& context, const CompareRequest& request) {
+void compareMemory(Context& context, const CompareRequest& request) {
     const Segments image = loadImage(request.source);
     Connected session(context);
     requireSame(context, session, image, request.mostListed);

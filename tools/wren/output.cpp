@@ -42,7 +42,8 @@ void Output::finishRound() {
 }
 
 void Output::finish(const Failure* failure) {
-    if (asJson_) writeObject(failure);
+    const bool ran = failure != nullptr || !command_.empty();  // not so when help was asked for
+    if (asJson_ && ran) writeObject(failure);
     if (std::fflush(stdout) != 0) failWithErrno("write", "standard output");
 }
 

@@ -12,8 +12,9 @@ namespace wren {
 
 namespace {
 
-// Large enough to keep the adapter busy, small enough for a progress bar that moves.
-constexpr std::size_t kChunkWords = 0x2000;
+// What fills four exchanges with the adapter: large enough to keep it busy, small enough for a bar
+// that moves and a Ctrl-C that is heard.
+constexpr std::size_t kChunkWords = std::size_t{4} * 504;
 
 // One pass over the words of all segments.
 class Pass {
