@@ -18,7 +18,10 @@ std::string stateOf(Adapter& adapter);
 bool control(Adapter& adapter, std::string_view line, std::string& answer) {
     Adapter* const adapters[] = {&adapter};
     quillsim::TextWriter writer(
-        [](void* text, std::string_view piece) { static_cast<std::string*>(text)->append(piece); },
+        [](void* text, std::string_view piece) {
+            static_cast<std::string*>(text)->append(piece);
+            return true;
+        },
         &answer);
     return quillsim::runCommand({adapters, [](void*, std::size_t, bool) { return true; }, nullptr},
                                 line, writer);

@@ -18,7 +18,7 @@ int digitValue(char character) {
 
 TextWriter& TextWriter::text(std::string_view piece) {
     if (!piece.empty()) {
-        sink_(context_, piece);
+        if (!sink_(context_, piece)) isWhole_ = false;
         lineBegun_ = true;
     }
     return *this;

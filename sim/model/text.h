@@ -10,10 +10,11 @@
 
 namespace quillsim {
 
-// Writes text piece by piece to a sink, which takes each piece before it returns.
+// Writes text piece by piece to a sink, which takes each piece before it returns, and tells whether
+// it had room for it.
 class TextWriter {
    public:
-    using Sink = void (*)(void* context, std::string_view piece);
+    using Sink = bool (*)(void* context, std::string_view piece);
 
     TextWriter(Sink sink, void* context) : sink_(sink), context_(context) {}
 
@@ -26,10 +27,13 @@ class TextWriter {
     // "name=value", with a space before it unless the line has only begun.
     TextWriter& field(std::string_view name);
     TextWriter& endLine();
+    // Whether the sink had room for all so far.
+    bool isWhole() const { return isWhole_; }
 
    private:
     Sink sink_;
     void* context_;
+    bool isWhole_ = true;
     bool lineBegun_ = false;
 };
 

@@ -13,6 +13,7 @@ namespace quillsim {
 inline TextWriter writerTo(std::string& sink) {
     return {[](void* context, std::string_view piece) {
                 static_cast<std::string*>(context)->append(piece);
+                return true;
             },
             &sink};
 }
@@ -20,6 +21,7 @@ inline TextWriter writerTo(std::string& sink) {
 inline TextWriter writerTo(std::ostream& sink) {
     return {[](void* context, std::string_view piece) {
                 *static_cast<std::ostream*>(context) << piece;
+                return true;
             },
             &sink};
 }

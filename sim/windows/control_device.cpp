@@ -20,7 +20,7 @@ struct AnswerBuffer {
     std::size_t room;
     std::size_t size = 0;  // of the whole answer
 
-    static void take(void* context, std::string_view piece) {
+    static bool take(void* context, std::string_view piece) {
         auto& self = *static_cast<AnswerBuffer*>(context);
         if (self.size < self.room) {
             const std::size_t left = self.room - self.size;
@@ -28,6 +28,7 @@ struct AnswerBuffer {
                         piece.size() < left ? piece.size() : left);
         }
         self.size += piece.size();
+        return self.size <= self.room;
     }
 };
 

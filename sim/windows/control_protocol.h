@@ -14,7 +14,7 @@ inline constexpr char kControlPath[] = R"(\\.\quillsim)";
 
 // Buffered, for any access. An answer that is longer than the output buffer makes the request fail
 // with ERROR_MORE_DATA, though the command has been carried out. Only commands that show something
-// and change nothing have long answers: send those again with a larger buffer.
+// have long answers, and those change nothing then: send them again with a larger buffer.
 inline constexpr std::uint32_t kControlRequest = 0x222000;
 
 inline constexpr std::size_t kLongestLine = 4096;

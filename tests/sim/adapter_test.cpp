@@ -42,6 +42,7 @@ std::vector<std::uint8_t> fromHex(std::string_view text) {
 TextWriter writerTo(std::string& text) {
     return {[](void* context, std::string_view piece) {
                 static_cast<std::string*>(context)->append(piece);
+                return true;
             },
             &text};
 }
