@@ -51,6 +51,8 @@ LoadedModule::~LoadedModule() {
 
 void* LoadedModule::symbol(const char* name) const { return ::dlsym(handle_, name); }
 
+const std::uint64_t kStrayHandles = 0;
+
 Holdings takeStock() {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
     return {static_cast<std::uint64_t>(std::distance(begin(descriptors), end(descriptors))),

@@ -60,6 +60,8 @@ void* LoadedModule::symbol(const char* name) const {
     return reinterpret_cast<void*>(::GetProcAddress(static_cast<HMODULE>(handle_), name));
 }
 
+const std::uint64_t kStrayHandles = 16;  // four; their values are multiples of 4
+
 Holdings takeStock() {
     return {reinterpret_cast<std::uint64_t>(nextHandle()), nextThreadIndex(), countMappings(),
             countHeapBytes()};
