@@ -1,13 +1,25 @@
 #include "platform/named_mutex.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 
 namespace wrenlink {
+namespace {
 
-std::string mutexKernelName(std::string_view name) {
+// Names of usual lengths take no memory from the heap: each exchange makes one.
+os::KernelMutex openMutex(std::string_view name) {
+    std::array<std::byte, 512> room;
+    std::pmr::monotonic_buffer_resource memory(room.data(), room.size());
+    return os::KernelMutex(mutexKernelName(name, &memory));
+}
+
+}  // namespace
+
+std::pmr::string mutexKernelName(std::string_view name, std::pmr::memory_resource* memory) {
     constexpr std::string_view kPrefix = "kvs_mutex_";
     constexpr std::string_view kReplaced = ".\\/\"*";
-    std::string kernelName;
+    std::pmr::string kernelName(memory);
     kernelName.reserve(kPrefix.size() + name.size());
     kernelName.append(kPrefix).append(name);
     std::replace_if(
@@ -17,7 +29,7 @@ std::string mutexKernelName(std::string_view name) {
     return kernelName;
 }
 
-NamedMutex::NamedMutex(std::string_view name) : mutex_(mutexKernelName(name)) {}
+NamedMutex::NamedMutex(std::string_view name) : mutex_(openMutex(name)) {}
 
 NamedMutex::~NamedMutex() {
     while (holds_ > 0) unlock(Unlock::forced);

@@ -6,6 +6,7 @@
 #define WRENLINK_PLATFORM_NAMED_MUTEX_H
 
 #include <cstdint>
+#include <memory_resource>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -16,7 +17,8 @@ namespace wrenlink {
 
 // The kernel's name of the mutex "name": "kvs_mutex_" and the name, with each of . \ / " * replaced
 // by a hyphen.
-std::string mutexKernelName(std::string_view name);
+std::pmr::string mutexKernelName(
+    std::string_view name, std::pmr::memory_resource* memory = std::pmr::get_default_resource());
 
 class NamedMutex {
    public:

@@ -45,8 +45,8 @@ inline void closeQuietly(NativeHandle handle) noexcept {
 
 // A kernel object's name in UTF-16, each byte of the 8-bit name as one unit. get() is null, with
 // the error code ERROR_NOT_ENOUGH_MEMORY, when there is no memory: no object may be made then,
-// since a null name stands for an unnamed one. Short names take none, for the store that reports a
-// lack of memory has such.
+// since a null name stands for an unnamed one. Short names take none: the store that reports a lack
+// of memory has such, and each exchange makes one.
 class WideName {
    public:
     explicit WideName(std::string_view name) noexcept
@@ -71,7 +71,7 @@ class WideName {
     const wchar_t* get() const noexcept { return text_; }
 
    private:
-    static constexpr std::size_t kShort = 64;  // with its terminator
+    static constexpr std::size_t kShort = 256;  // with its terminator
 
     std::unique_ptr<wchar_t[]> long_;
     wchar_t short_[kShort];

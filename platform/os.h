@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -57,7 +58,7 @@ class KernelMutex {
    public:
     KernelMutex() noexcept = default;
     // Creates the mutex, or opens the one of that name, without acquiring it. Check valid().
-    explicit KernelMutex(const std::string& kernelName) noexcept;
+    explicit KernelMutex(std::string_view kernelName) noexcept;
     KernelMutex(const KernelMutex&) = delete;
     KernelMutex& operator=(const KernelMutex&) = delete;
     KernelMutex(KernelMutex&& other) noexcept : handle_(std::exchange(other.handle_, kNoHandle)) {}
@@ -129,8 +130,7 @@ class FileMapping {
     // Creates the block, or opens the one of that name and size; `existed` tells which, and is
     // false when the call failed. An object of that name that is not such a block is refused; but
     // Windows, which sees sizes in whole pages, lets map() refuse a block that is too small.
-    static FileMapping open(const std::string& kernelName, std::size_t size,
-                            bool& existed) noexcept;
+    static FileMapping open(std::string_view kernelName, std::size_t size, bool& existed) noexcept;
     bool valid() const noexcept { return handle_ != kNoHandle; }
     // Maps the whole block for reading and writing; null when it cannot be mapped.
     void* map(std::size_t size) noexcept;

@@ -97,7 +97,7 @@ Attempt lockBlock(int file, std::size_t size) noexcept {
 
 }  // namespace
 
-FileMapping FileMapping::open(const std::string& kernelName, std::size_t size,
+FileMapping FileMapping::open(std::string_view kernelName, std::size_t size,
                               bool& existed) noexcept {
     existed = false;
     FileMapping mapping;

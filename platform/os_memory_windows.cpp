@@ -3,7 +3,7 @@
 
 namespace wrenlink::os {
 
-FileMapping FileMapping::open(const std::string& kernelName, std::size_t size,
+FileMapping FileMapping::open(std::string_view kernelName, std::size_t size,
                               bool& existed) noexcept {
     FileMapping mapping;
     mapping.handle_ = fromHandle(openMapping(kernelName, size, existed));

@@ -45,7 +45,7 @@ pthread_mutex_t* mutex(std::byte* native) noexcept {
 
 }  // namespace
 
-KernelMutex::KernelMutex(const std::string& kernelName) noexcept
+KernelMutex::KernelMutex(std::string_view kernelName) noexcept
     : handle_(openObjectFile(kernelName, 0).release()) {}
 
 WaitResult KernelMutex::wait(std::uint32_t milliseconds) noexcept {

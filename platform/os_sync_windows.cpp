@@ -25,7 +25,7 @@ CRITICAL_SECTION* section(std::byte* native) noexcept {
 
 static_assert(kInfinite == INFINITE);
 
-KernelMutex::KernelMutex(const std::string& kernelName) noexcept
+KernelMutex::KernelMutex(std::string_view kernelName) noexcept
     : handle_(fromHandle(openMutex(kernelName))) {}
 
 WaitResult KernelMutex::wait(std::uint32_t milliseconds) noexcept {

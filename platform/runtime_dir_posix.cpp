@@ -121,7 +121,7 @@ Descriptor openRuntimeFolder(const char* name) noexcept {
     return Descriptor(::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-Descriptor openObjectFile(const std::string& kernelName, std::size_t size) noexcept {
+Descriptor openObjectFile(std::string_view kernelName, std::size_t size) noexcept {
     const Descriptor folder = openRuntimeFolder("objects");
     if (!folder.valid()) return Descriptor();
     Descriptor file = openOrCreate(folder.get(), ObjectFileName(kernelName).text());

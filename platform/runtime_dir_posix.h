@@ -28,7 +28,7 @@ Descriptor openRuntimeFolder(const char* name) noexcept;
 // Opens the file of a kernel object for reading and writing, or makes it, empty, for everybody who
 // may use its folder. Only an ordinary file with one name, which is empty or has exactly so many
 // bytes, is accepted. Invalid with errno set otherwise; EEXIST when something else has the name.
-Descriptor openObjectFile(const std::string& kernelName, std::size_t size) noexcept;
+Descriptor openObjectFile(std::string_view kernelName, std::size_t size) noexcept;
 
 // The file name that stands for a kernel name: the name itself, unless it cannot be one. Then its
 // beginning, made printable, and a digest of the whole.

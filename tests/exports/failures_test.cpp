@@ -159,7 +159,7 @@ TEST(Failures, WhenNamesAreTakenByOtherKinds) {
         {"kvs_shm_quillcmdbits100", {}, kNoCmdBits},
         {"kvs_mutex_quilldelays100", {}, {}},
         {"kvs_mutex_quillcmdbits100", {}, {}},
-        {mutexKernelName(os::presentAdapters(1).at(0)), {}, {}},
+        {std::string(mutexKernelName(os::presentAdapters(1).at(0))), {}, {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.taken);

@@ -29,12 +29,12 @@ bool strikes(Call call) {
         return original_##name arguments;                                \
     }
 
-DECORATE(kernelMutex, void, (os::KernelMutex * self, const std::string& name), (self, name),
+DECORATE(kernelMutex, void, (os::KernelMutex * self, std::string_view name), (self, name),
          static_cast<void>(new (self) os::KernelMutex()))
 DECORATE(mutexWait, os::WaitResult, (os::KernelMutex * self, std::uint32_t milliseconds),
          (self, milliseconds), os::WaitResult::failed)
 DECORATE(mutexRelease, bool, (os::KernelMutex * self), (self), false)
-DECORATE(mappingOpen, os::FileMapping, (const std::string& name, std::size_t size, bool& existed),
+DECORATE(mappingOpen, os::FileMapping, (std::string_view name, std::size_t size, bool& existed),
          (name, size, existed), (existed = false, os::FileMapping()))
 DECORATE(mappingMap, void*, (os::FileMapping * self, std::size_t size), (self, size), nullptr)
 DECORATE(processBlock, os::ProcessBlock, (const char* name, std::size_t size), (name, size),
