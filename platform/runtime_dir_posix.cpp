@@ -1,15 +1,19 @@
 #include "platform/runtime_dir_posix.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <thread>
 
 namespace wrenlink::os {
@@ -29,6 +33,27 @@ const char* configuredDirectory() noexcept {
     const char* directory = ::secure_getenv("WRENLINK_RUNTIME_DIR");
     if (directory == nullptr || *directory == '\0') return kDefaultDirectory;
     return *directory == '/' ? directory : nullptr;
+}
+
+// Writes the path of what is reached by these names from the runtime directory on. False with errno
+// set when it has none.
+bool writePath(char (&path)[PATH_MAX], std::initializer_list<std::string_view> names) noexcept {
+    const char* const directory = configuredDirectory();
+    if (directory == nullptr) {
+        errno = ENOENT;
+        return false;
+    }
+    char* end = path;
+    const auto append = [&](std::string_view piece) {
+        if (piece.size() >= static_cast<std::size_t>(std::end(path) - end)) return false;
+        end = std::copy(piece.begin(), piece.end(), end);
+        return true;
+    };
+    bool fits = append(directory);
+    for (const std::string_view name : names) fits = fits && append("/") && append(name);
+    *end = '\0';
+    if (!fits) errno = ENAMETOOLONG;
+    return fits;
 }
 
 bool isFileName(std::string_view name) noexcept {
@@ -56,6 +81,21 @@ std::uint64_t digest(std::string_view text) noexcept {
     return hash;
 }
 
+// Opens an object's file in one step, where the system has such a step and no link is on the whole
+// way.
+Descriptor openDirectly(const char* name) noexcept {
+    static constinit std::atomic<bool> canDoSo{true};
+    char path[PATH_MAX];
+    if (!canDoSo.load(std::memory_order_relaxed) || !writePath(path, {"objects", name}))
+        return Descriptor();
+    open_how how{};
+    how.flags = kObjectFlags;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    const long file = ::syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof how);
+    if (file < 0 && errno == ENOSYS) canDoSo.store(false, std::memory_order_relaxed);
+    return Descriptor(static_cast<int>(file));
+}
+
 // Makes a file with the access that its folder grants, whatever the process masks out: all users of
 // the folder are to share the object.
 Descriptor createObjectFile(int folder, const char* name) noexcept {
@@ -67,14 +107,17 @@ Descriptor createObjectFile(int folder, const char* name) noexcept {
     return file;
 }
 
-// An existing file is opened without O_CREAT, which systems refuse for the files of other users in
-// a folder that anyone may write. Two processes may make one file at once, so the steps repeat.
-Descriptor openOrCreate(int folder, const char* name) noexcept {
+// Opens an object's file by way of its folder, which is no link, or makes it. An existing file is
+// opened without O_CREAT, which systems refuse for the files of other users in a folder that anyone
+// may write. Two processes may make one file at once, so the steps repeat.
+Descriptor openOrCreate(const char* name) noexcept {
+    const Descriptor folder = openRuntimeFolder("objects");
+    if (!folder.valid()) return Descriptor();
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
-        Descriptor file(::openat(folder, name, kObjectFlags));
+        Descriptor file(::openat(folder.get(), name, kObjectFlags));
         if (file.valid()) return file;
         if (errno == ENOENT) {
-            file = createObjectFile(folder, name);
+            file = createObjectFile(folder.get(), name);
             if (file.valid() || errno != EEXIST) return file;
         } else if (errno == EACCES && attempt + 1 < kOpenAttempts) {
             // Its maker may be about to grant the access.
@@ -108,23 +151,14 @@ bool runtimeDirectory(std::string& path) {
 
 Descriptor openRuntimeFolder(const char* name) noexcept {
     char path[PATH_MAX];
-    const char* const directory = configuredDirectory();
-    if (directory == nullptr) {
-        errno = ENOENT;
-        return Descriptor();
-    }
-    const int length = std::snprintf(path, sizeof path, "%s/%s", directory, name);
-    if (length < 0 || static_cast<std::size_t>(length) >= sizeof path) {
-        errno = ENAMETOOLONG;
-        return Descriptor();
-    }
+    if (!writePath(path, {name})) return Descriptor();
     return Descriptor(::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 Descriptor openObjectFile(std::string_view kernelName, std::size_t size) noexcept {
-    const Descriptor folder = openRuntimeFolder("objects");
-    if (!folder.valid()) return Descriptor();
-    Descriptor file = openOrCreate(folder.get(), ObjectFileName(kernelName).text());
+    const ObjectFileName name(kernelName);
+    Descriptor file = openDirectly(name.text());
+    if (!file.valid()) file = openOrCreate(name.text());
     if (file.valid() && !isObjectFile(file.get(), size)) return Descriptor();
     return file;
 }

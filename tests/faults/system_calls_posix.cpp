@@ -67,4 +67,11 @@ DECORATE(sendmsg, ssize_t, (int file, const msghdr* message, int flags), (file, 
 DECORATE(socket, int, (int domain, int type, int protocol), (domain, type, protocol), EAFNOSUPPORT,
          -1)
 
+// A short cut that old systems do not know, and without which more calls are made that can fail.
+long decoratedSyscall(long number, ...) __asm__("__wrap_syscall");
+long decoratedSyscall(long, ...) {
+    errno = ENOSYS;
+    return -1;
+}
+
 }  // namespace wrenlink::test

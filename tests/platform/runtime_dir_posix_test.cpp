@@ -219,6 +219,15 @@ TEST_F(RuntimeDir, AdaptersAreTheSocketsInByteOrder) {
     EXPECT_EQ(presentAdapters(32), all) << "one directory, one path";
 }
 
+TEST_F(RuntimeDir, MayItselfBeReachedByALink) {
+    KernelMutex mutex("mutex");
+    ASSERT_EQ(mutex.wait(0), WaitResult::acquired);
+    fs::create_directory_symlink(runtime_.path(), runtime_.path() / "alias");
+    ::setenv("WRENLINK_RUNTIME_DIR", (runtime_.path() / "alias").c_str(), 1);
+    EXPECT_EQ(KernelMutex("mutex").wait(0), WaitResult::timedOut);
+    EXPECT_EQ(KernelMutex("another").wait(0), WaitResult::acquired);
+}
+
 TEST_F(RuntimeDir, WithoutADirectoryThereIsNothing) {
     makeSocket(adapters_ / "quill");
     // A relative path is none, even where it leads to the directory now.
