@@ -48,6 +48,21 @@ std::FILE* streamOf(HANDLE handle, const char* mode) {
     return ::_fdopen(::_open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_TEXT), mode);
 }
 
+// Starts a process which inherits what may be inherited. Wine reports an internal error for one
+// that ended before it had begun, which happens now and then while others are being killed.
+PROCESS_INFORMATION startProcess(const std::string& program, std::string line,
+                                 STARTUPINFOA startup) {
+    PROCESS_INFORMATION started{};
+    BOOL done = FALSE;
+    for (int attempt = 0; !done && attempt < 3; ++attempt) {
+        done = ::CreateProcessA(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                nullptr, &startup, &started);
+        if (!done && ::GetLastError() != ERROR_INTERNAL_ERROR) break;
+    }
+    check(done, "CreateProcess");
+    return started;
+}
+
 }  // namespace
 
 struct ChildProcess::Native {
@@ -59,7 +74,6 @@ ChildProcess::ChildProcess(const std::string& role, const Arguments& arguments)
     const std::string program = ownProgram();
     std::vector<std::string> words = {program, "--child", role};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    std::string line = commandLine(words);
 
     const Pipe up(ChildEnd::writes);
     const Pipe down(ChildEnd::reads);
@@ -69,10 +83,7 @@ ChildProcess::ChildProcess(const std::string& role, const Arguments& arguments)
     startup.hStdInput = down.ofChild;
     startup.hStdOutput = up.ofChild;
     startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
-    PROCESS_INFORMATION started{};
-    check(::CreateProcessA(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                           nullptr, &startup, &started),
-          "CreateProcess");
+    const PROCESS_INFORMATION started = startProcess(program, commandLine(words), startup);
     ::CloseHandle(started.hThread);
     native_->process = started.hProcess;
     fromChild_ = streamOf(up.ofParent, "r");
