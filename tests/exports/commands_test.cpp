@@ -196,11 +196,13 @@ TEST(Commands, FirmwareGatesThem) {
         const char* text;  // of QUILLVERSION
         bool mgcmd;
         bool cmdBits;
+        bool cmdBitsSent;
     } cases[] = {
-        {"0.0", "0000", true, true},   {"0.4", "0004", true, true},  {"1.0", "0100", false, false},
-        {"1.4", "0104", false, false}, {"1.5", "0105", true, false}, {"1.8", "0108", true, false},
-        {"1.9", "0109", true, true},   {"1.10", "010a", true, true}, {"2.0", "0200", true, true},
-        {"255.0", "ff00", true, true},
+        {"0.0", "0000", true, true, false},   {"0.255", "00ff", true, true, false},
+        {"1.0", "0100", false, false, false}, {"1.4", "0104", false, false, false},
+        {"1.5", "0105", true, false, false},  {"1.8", "0108", true, false, false},
+        {"1.9", "0109", true, true, true},    {"1.10", "010a", true, true, true},
+        {"2.0", "0200", true, true, true},    {"255.8", "ff08", true, true, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.firmware);
@@ -224,6 +226,10 @@ TEST(Commands, FirmwareGatesThem) {
                 << name;
         EXPECT_EQ(stream.get("SPICMDBITS"), c.cmdBits ? "0x20" : "0x0");
         EXPECT_THAT(simulator.takeFrames(), IsEmpty());
+        Batch batch;
+        if (c.cmdBitsSent) batch.bits(0, 0x20);
+        EXPECT_EQ(stream.read(1, words), 0);
+        EXPECT_THAT(simulator.takeFrames(), ElementsAre(batch.read(1, 1)));
     }
 }
 

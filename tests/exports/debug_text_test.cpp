@@ -139,15 +139,5 @@ TEST(DebugText, IsFullWhenTheEnvironmentSaysSo) {
     }
 }
 
-TEST(DebugText, ShowsTheWholeStoredErrorOfAFailedBatch) {
-    Simulator simulator;
-    const Stream stream("0");
-    DebugTexts texts(stream);
-    simulator.control("fault 0 refuse 5");
-    Words word(1);
-    EXPECT_EQ(stream.read(0, word), 1);
-    EXPECT_EQ(texts.take(), Texts{"USB-SPI device fail - " + textOf(5) + ": Driver IO failed"});
-}
-
 }  // namespace
 }  // namespace wrenlink::test

@@ -128,7 +128,7 @@ Sights afterFailedPrimitives(const FaultScenario& scenario, const Step& step, co
 Sights promised(const FaultScenario& scenario, const FaultPlan& plan, const Step& step,
                 const Calls& now, const Calls& sofar) {
     const bool forGood = plan.andThen == AndThen::everything;
-    if (sofar.empty()) return {{step.right}};
+    if (sofar.empty() || plan.among == Among::interruptions) return {{step.right}};
     if (plan.among == Among::allocations)
         return afterFailedAllocations(scenario, step, now, forGood);
     Sights sights = afterFailedPrimitives(scenario, step, now, sofar);
@@ -231,6 +231,7 @@ TEST_P(EveryCall, MayFail) {
         {"all primitives from one on", Among::primitives, AndThen::everything},
         {"a system call once", Among::systemCalls, AndThen::nothing},
         {"all system calls from one on", Among::systemCalls, AndThen::everything},
+        {"a system call is interrupted and", Among::interruptions, AndThen::nothing},
         {"an allocation once", Among::allocations, AndThen::nothing},
         {"all allocations from one on", Among::allocations, AndThen::everything},
     };

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <thread>
 
 #include "platform/named_mutex.h"
 #include "platform/os.h"
@@ -16,22 +15,6 @@ namespace {
 using testing::ElementsAre;
 
 Words word(1);
-
-TEST(Failures, UnpluggingEndsARequestInFlight) {
-    Simulator simulator;
-    const Stream stream("0");
-    simulator.takeFrames();
-    simulator.control("fault 0 silence");
-    std::thread unplugging([&] {
-        while (simulator.control("log 0").empty()) std::this_thread::yield();
-        simulator.control("unplug 0");
-    });
-    const Failure failure = outcome(stream.read(1, word));
-    unplugging.join();
-    EXPECT_EQ(failure, (Failure{516, 0,
-                                textOf(NativeError::closed) +
-                                    ": Driver IO failed: Unable to send sequence"}));
-}
 
 TEST(Failures, MakeEveryStreamForgetWhatTheAdapterHas) {
     Simulator simulator({100, 200}, "1.9");

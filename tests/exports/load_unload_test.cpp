@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "platform/thread_local_slot.h"
 #include "tests/support/child_process.h"
 #include "tests/support/loaded_module.h"
 #include "tests/support/simulator.h"
@@ -57,9 +58,14 @@ void fail(const LoadedLibrary& library) {
 
 class LoadUnload : public testing::Test {
    protected:
-    LoadUnload() { simulator_.control("poke 0 3 0xabcd"); }
+    LoadUnload() {
+        simulator_.control("poke 0 3 0xabcd");
+        std::filesystem::copy_file(original_, copy_ += original_.extension());
+    }
 
     Simulator simulator_;
+    const std::filesystem::path original_ = WRENLINK_LIBRARY;
+    std::filesystem::path copy_ = simulator_.runtime().path() / "copy";
 };
 
 TEST_F(LoadUnload, LeavesNothingBehind) {
@@ -107,15 +113,12 @@ TEST_F(LoadUnload, PermitsOpenStreams) {
     EXPECT_EQ(ChildProcess("unload-with-streams").readLine(), "gone");
 }
 
-TEST_F(LoadUnload, LetsTwoCopiesShareTheStore) {
-    const std::filesystem::path original = WRENLINK_LIBRARY;
-    std::filesystem::path copy = simulator_.runtime().path() / "copy";
-    std::filesystem::copy_file(original, copy += original.extension());
+TEST_F(LoadUnload, LetsModulesShareTheStore) {
     {
         const LoadedLibrary library;
         fail(library);
         {
-            const LoadedLibrary second(copy.string());
+            const LoadedLibrary second(copy_.string());
             second.close(openStream(second));
             EXPECT_EQ(second.lastError(nullptr, nullptr), 0);
             fail(second);
@@ -123,7 +126,24 @@ TEST_F(LoadUnload, LetsTwoCopiesShareTheStore) {
         }
         EXPECT_EQ(attachCount(), 1U);
         EXPECT_EQ(library.lastError(nullptr, nullptr), 262);
+        ThreadLocalSlot own(nullptr);
+        own.set(&own);
+        ThreadLocalSlot::threadEnd();
+        EXPECT_EQ(library.lastError(nullptr, nullptr), 0) << "values of all modules are discarded";
     }
+    EXPECT_TRUE(storeIsGone());
+}
+
+TEST_F(LoadUnload, WorksInTwoThreadsAtOnce) {
+    const auto work = [](const std::string& path) {
+        for (int round = 0; round < 50; ++round) {
+            fail(LoadedLibrary(path));
+            EXPECT_FALSE(isLoaded(path));
+        }
+    };
+    std::thread other([&] { work(copy_.string()); });
+    work(original_.string());
+    other.join();
     EXPECT_TRUE(storeIsGone());
 }
 

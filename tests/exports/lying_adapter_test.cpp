@@ -59,7 +59,7 @@ int writeLong(Host& host) {
 
 int readSome(Host& host) {
     const Words written = {7, 8, 9};
-    std::array reads = {Words(3, kSentinel), Words(505, kSentinel), Words(4, kSentinel)};
+    std::array reads = {Words(3, kSentinel), Words(4, kSentinel), Words(505, kSentinel)};
     const int status = host.stream.run({readInto(0x200, reads[0]), writeFrom(0x300, written),
                                         readInto(0x100, reads[1]), readInto(0x2FF, reads[2])});
     for (const Words& words : reads) show(host, words);
@@ -317,7 +317,7 @@ TEST_F(LyingAdapter, RepliesMoreOrOldThingsAtEachExchange) {
 
 TEST_F(LyingAdapter, ChangesEachReply) {
     for (const char* fault : {"short 1", "short 4", "short 2000", "corrupt 1 1", "corrupt 3 0x40",
-                              "corrupt 5 0xff", "corrupt 9 0x80", "badstatus 0xdead"})
+                              "corrupt 5 0xff", "corrupt 13 1", "badstatus 0xdead"})
         strikeEach(fault, true);
 }
 

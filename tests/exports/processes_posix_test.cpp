@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 
 #include "tests/exports/host.h"
 #include "tests/support/child_process.h"
+#include "tests/support/quillsim_posix.h"
 #include "tests/support/scale.h"
 #include "tests/support/simulator.h"
 
@@ -56,24 +56,11 @@ TEST(Processes, WaitForOneThatIsStopped) {
     EXPECT_EQ(holder.readLine(), "0");
 }
 
-// Becomes the simulator, with these arguments.
-int serve(const Arguments& arguments) {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // not to outlive a test that crashes
-    Arguments words = {QUILLSIM};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> pointers;
-    for (std::string& word : words) pointers.push_back(word.data());
-    pointers.push_back(nullptr);
-    return ::execv(QUILLSIM, pointers.data());
-}
-const ChildRole kServe("serve", serve);
-
 // An adapter's server that a test can kill. Leaves its sockets behind then.
-std::unique_ptr<ChildProcess> startServer(const std::filesystem::path& runtime,
-                                          Arguments arguments) {
-    arguments.insert(arguments.end(), {"--runtime-dir", runtime});
-    auto server = std::make_unique<ChildProcess>("serve", arguments);
-    EXPECT_EQ(server->readLine(), "ready");
+std::unique_ptr<Quillsim> startServer(const std::filesystem::path& runtime,
+                                      const Arguments& arguments) {
+    auto server = std::make_unique<Quillsim>(runtime, arguments);
+    EXPECT_EQ(server->readLine(), "ready\n");
     return server;
 }
 
@@ -98,7 +85,7 @@ TEST(Processes, OutliveTheServerOfTheirAdapter) {
         for (unsigned i = 0; i < kills; ++i) {
             const Stream own("0");
             EXPECT_EQ(own.set("SPI_DELAY", "9"), 0);
-            server->kill();
+            server->kill(SIGKILL);
             EXPECT_EQ(outcome(own.read(0, word)), refused);
             server = startServer(runtime.path(), {"--id", "100", "--answer-us", "200"});
             EXPECT_EQ(own.read(0, word), 0);

@@ -6,7 +6,6 @@
 #include <map>
 
 #include "tests/exports/host.h"
-#include "tests/support/child_process.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {
@@ -225,32 +224,6 @@ TEST_F(MappedSelection, LooksInTheSharedFolderFirst) {
     std::filesystem::create_directory(shared_ / "quillmap.txt");  // which is no file
     const Stream stream;
     EXPECT_EQ(ports(), (Ports{"0 USB SPI (200)", kPlain1}));
-}
-
-// Denies the map file in its current directory to others.
-int denyMapFile(const Arguments&) {
-    denyFile("quillmap.txt");
-    tellParent("denied");
-    awaitParent();
-    return 0;
-}
-const ChildRole kDenyMapFile("deny map file", denyMapFile);
-
-TEST_F(MappedSelection, TakesADeniedFileForNone) {
-    const MapFile shared(shared_, "1=100\n");
-    const MapFile local(local_, "0=200\n");
-    std::filesystem::current_path(shared_);
-    ChildProcess denier("deny map file");
-    EXPECT_EQ(denier.readLine(), "denied");
-    std::filesystem::current_path(local_);
-    {
-        const Stream stream;
-        EXPECT_EQ(ports(), (Ports{"0 USB SPI (200)", kPlain1}));
-    }
-    ChildProcess another("deny map file");
-    EXPECT_EQ(another.readLine(), "denied");
-    const Stream stream;
-    EXPECT_EQ(ports(), (Ports{kPlain0, kPlain1}));
 }
 
 TEST_F(MappedSelection, RefusesASyntaxError) {

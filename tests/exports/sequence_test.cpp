@@ -239,10 +239,6 @@ TEST_F(Sequence, RefusesWhatItCannotDo) {
         EXPECT_EQ(simulator_.takeFrames(), c.sendsBefore ? Frames{Batch().read(8, 1)} : Frames{});
     }
     EXPECT_EQ(outcome(spifns_stream_sequence(stream_.id(), nullptr, 1)), invalid);
-    std::uint16_t low = 0;
-    stream_.run({readInto(0x12345, word)});
-    spifns_get_last_error(&low, nullptr);
-    EXPECT_EQ(low, 0x2345);
 }
 
 TEST_F(Sequence, SendsCommandBitsOnlyWhenTheAdapterHasOthers) {
@@ -293,54 +289,12 @@ TEST_F(Sequence, SendsCommandBitsOnlyWhenTheAdapterHasOthers) {
     EXPECT_THAT(framesOf({write}), ElementsAre(Batch().bits(1, 0x1170).write(2, {0})));
 }
 
-TEST_F(Sequence, SendsCommandBitsFromFirmware1Dot9On) {
-    const struct {
-        const char* firmware;
-        bool takesBits;
-    } cases[] = {{"0.9", false}, {"0.255", false}, {"1.0", false}, {"1.8", false},
-                 {"1.9", true},  {"1.255", true},  {"2.0", true},  {"255.8", true}};
-    Words word(1);
-    for (const auto& c : cases) {
-        stream_.set("QUILLMODE", "SPI");
-        useFirmware(c.firmware);
-        stream_.set("SPICMDBITS", c.takesBits ? "5" : "0");
-        Batch batch;
-        if (c.takesBits) batch.bits(0, 5);
-        EXPECT_THAT(framesOf({readInto(1, word)}), ElementsAre(batch.read(1, 1))) << c.firmware;
-    }
-}
-
-// Failures that the chip's side reports in a reply.
-TEST_F(Sequence, AFailedReadEndsItsBatch) {
-    const struct {
-        const char* fault;  // of the second read's status, at offset 8 of the reply
-        std::vector<std::string> texts;
-    } cases[] = {
-        {"fault 0 corrupt 9 1", {"Read failed on quill"}},  // 01 01
-        {"fault 0 corrupt 9 2", {}},
-        {"fault 0 corrupt 8 1", {}},
-        {"fault 0 corrupt 8 3", {}},  // 02 00, as if it were a write
-        {"faulty 0 0x1234 0x1234", {"Read failed on quill"}},
-    };
-    DebugTexts texts(stream_);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.fault);
-        simulator_.control("poke 0 0x10 0x1111");
-        simulator_.control(c.fault);
-        Words first(1);
-        Words second(1);
-        Words third = {0x3333};
-        EXPECT_EQ(outcome(stream_.run(
-                      {readInto(0x10, first), readInto(0x1234, second), readInto(0x10, third)})),
-                  (Failure{517, 0x3412, "Read failed on USB-SPI"}));
-        EXPECT_EQ(first, Words{0x1111});
-        EXPECT_EQ(third, Words{0x3333});
-        EXPECT_EQ(texts.take(), c.texts);
-    }
-    // Batch commands behind the failed one are not sent.
+TEST_F(Sequence, EndsWithAReadThatFails) {
+    simulator_.control("faulty 0 0x1234 0x1234");
     simulator_.takeFrames();
     Words many(600);
-    EXPECT_EQ(stream_.run({readInto(0x1234, many)}), 1);
+    EXPECT_EQ(outcome(stream_.read(0x1234, many)),
+              (Failure{517, 0x3412, "Read failed on USB-SPI"}));
     EXPECT_THAT(simulator_.takeFrames(), ElementsAre(Batch().read(0x1234, 505)));
 }
 

@@ -57,8 +57,8 @@ bool fails(FaultPlan::Among kind, Call call, int code) {
 PrimitiveScope::PrimitiveScope(Call call) { state.primitive = call; }
 PrimitiveScope::~PrimitiveScope() { state.primitive.reset(); }
 
-bool systemCallFails(int code) {
-    return state.primitive && fails(FaultPlan::Among::systemCalls, *state.primitive, code);
+bool systemCallFails(FaultPlan::Among kind, int code) {
+    return state.primitive && fails(kind, *state.primitive, code);
 }
 
 }  // namespace wrenlink::test

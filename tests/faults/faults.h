@@ -37,7 +37,12 @@ enum class Call {
 };
 
 struct FaultPlan {
-    enum class Among { primitives, systemCalls, allocations } among;
+    enum class Among {
+        primitives,
+        systemCalls,
+        interruptions,  // of the system calls that are repeated then
+        allocations,
+    } among;
     // Which call fails, counted from 1; 0 for none.
     unsigned first;
     enum class AndThen {
@@ -75,6 +80,10 @@ class FaultPause {
     ~FaultPause();
 };
 
+// POSIX: whether there are the calls that only newer systems know. At first there are none: the
+// library makes others then, which can fail. Once it has missed one it does not try again.
+void offerShortCuts(bool offered);
+
 // How many blocks of memory are in use.
 std::size_t liveAllocations();
 
@@ -83,7 +92,7 @@ std::size_t liveAllocations();
 // Counts a call and tells whether it is to fail, with this code.
 bool fails(FaultPlan::Among kind, Call call, int code);
 
-// A primitive at work: its failed system calls count as its own failures.
+// A primitive at work: its failed system calls count as its own failures, and no others fail.
 class PrimitiveScope {
    public:
     explicit PrimitiveScope(Call call);
@@ -91,7 +100,7 @@ class PrimitiveScope {
     PrimitiveScope& operator=(const PrimitiveScope&) = delete;
     ~PrimitiveScope();
 };
-bool systemCallFails(int code);
+bool systemCallFails(FaultPlan::Among kind, int code);
 
 }  // namespace wrenlink::test
 

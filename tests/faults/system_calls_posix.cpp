@@ -13,14 +13,20 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "tests/faults/faults.h"
 
 namespace wrenlink::test {
 namespace {
 
-bool strikes(int code) {
-    if (!systemCallFails(code)) return false;
+bool shortCuts = false;
+
+bool strikes(std::string_view call, int code) {
+    for (const std::string_view repeated : {"flock", "poll", "pwrite", "recvmsg", "sendmsg"})
+        if (call == repeated && systemCallFails(FaultPlan::Among::interruptions, EINTR))
+            code = EINTR;
+    if (code != EINTR && !systemCallFails(FaultPlan::Among::systemCalls, code)) return false;
     errno = code;
     return true;
 }
@@ -28,11 +34,11 @@ bool strikes(int code) {
 }  // namespace
 
 // A call's name, result, parameters, error code, and what it gives when it fails.
-#define DECORATE(name, Result, parameters, arguments, code, failure)  \
-    Result original_##name parameters __asm__("__real_" #name);       \
-    Result decorated_##name parameters __asm__("__wrap_" #name);      \
-    Result decorated_##name parameters {                              \
-        return strikes(code) ? (failure) : original_##name arguments; \
+#define DECORATE(name, Result, parameters, arguments, code, failure)         \
+    Result original_##name parameters __asm__("__real_" #name);              \
+    Result decorated_##name parameters __asm__("__wrap_" #name);             \
+    Result decorated_##name parameters {                                     \
+        return strikes(#name, code) ? (failure) : original_##name arguments; \
     }
 
 DECORATE(connect, int, (int file, const sockaddr* name, socklen_t size), (file, name, size),
@@ -67,11 +73,17 @@ DECORATE(sendmsg, ssize_t, (int file, const msghdr* message, int flags), (file, 
 DECORATE(socket, int, (int domain, int type, int protocol), (domain, type, protocol), EAFNOSUPPORT,
          -1)
 
-// A short cut that old systems do not know, and without which more calls are made that can fail.
-long decoratedSyscall(long number, ...) __asm__("__wrap_syscall");
-long decoratedSyscall(long, ...) {
+// openat2, by its number: a short cut. That it fails is no failure, the library goes another way
+// then.
+long originalSyscall(long number, ...) __asm__("__real_syscall");
+long decoratedSyscall(long number, int folder, const char* path, void* how,
+                      std::size_t size) __asm__("__wrap_syscall");
+long decoratedSyscall(long number, int folder, const char* path, void* how, std::size_t size) {
+    if (shortCuts) return originalSyscall(number, folder, path, how, size);
     errno = ENOSYS;
     return -1;
 }
+
+void offerShortCuts(bool offered) { shortCuts = offered; }
 
 }  // namespace wrenlink::test

@@ -1,4 +1,5 @@
-// Opening a device, and requests that get no answer.
+// What the simulator does not do: servers that end in between, refuse with long codes, or are slow
+// to accept.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -16,17 +17,13 @@ namespace {
 // A driver that serves nobody of itself.
 class Server {
    public:
-    // Binds in the folder of the path, so that the length of the path does not matter.
     explicit Server(const std::filesystem::path& path)
         : listener_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
         std::filesystem::remove(path);
-        const std::filesystem::path former = std::filesystem::current_path();
-        std::filesystem::current_path(path.parent_path());
         sockaddr_un address{AF_UNIX, {}};
-        path.filename().native().copy(address.sun_path, sizeof address.sun_path - 1);
+        path.native().copy(address.sun_path, sizeof address.sun_path - 1);
         EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address),
                   0);
-        std::filesystem::current_path(former);
         EXPECT_EQ(::listen(listener_.get(), 0), 0);
     }
     // The connection that waits.
@@ -38,13 +35,12 @@ class Server {
 
 class DeviceTest : public testing::Test {
    protected:
-    // A request for a reply of at most four bytes.
     RequestStart start() { return device_.start(0x220000, "request", 7, reply_.data(), 4); }
     ErrorCode openError() { return device_.open(path_.c_str()) ? 0 : lastError(); }
 
     const test::TestRuntime runtime_;
-    std::filesystem::path path_ = runtime_.path() / "adapters" / "quill";
-    std::array<char, 6> reply_ = {'.', '.', '.', '.', '.', '.'};
+    const std::filesystem::path path_ = runtime_.path() / "adapters" / "quill";
+    std::array<char, 4> reply_{};
     Device device_;
 };
 
@@ -59,24 +55,6 @@ TEST_F(DeviceTest, ServerThatIsGoneBeforeTheRequestIsReset) {
         EXPECT_EQ(lastError(), static_cast<ErrorCode>(ECONNRESET)) << accepted;
         device_.close();
     }
-}
-
-TEST_F(DeviceTest, RequestThatIsGivenUpLeavesTheReplyAlone) {
-    const Server server(path_);
-    ASSERT_TRUE(device_.open(path_.c_str()));
-    const Descriptor connection = server.accept();
-    ASSERT_TRUE(device_.makeEvent());
-    EXPECT_EQ(start(), RequestStart::pending);
-    char request[32];
-    ASSERT_EQ(::recv(connection.get(), request, sizeof request, 0), 15);
-    EXPECT_EQ(std::string(request, 15), std::string("\0\0\x22\0\x04\0\0\0request", 15));
-    errno = 0;
-    EXPECT_EQ(device_.wait(20), WaitResult::timedOut);
-    EXPECT_EQ(lastError(), static_cast<ErrorCode>(EINPROGRESS));
-    ::send(connection.get(), "\0\0\0\0late", 8, MSG_NOSIGNAL);
-    device_.close();
-    EXPECT_EQ(lastError(), static_cast<ErrorCode>(EINPROGRESS));
-    EXPECT_EQ(std::string(reply_.data(), 6), "......");
 }
 
 TEST_F(DeviceTest, RefusalCarriesItsWholeCode) {
@@ -101,14 +79,6 @@ TEST_F(DeviceTest, OpenFailsAtOnceWithoutAServerThatListens) {
         EXPECT_EQ(openError(), static_cast<ErrorCode>(EAGAIN)) << "nobody takes the first one";
     }
     EXPECT_EQ(openError(), static_cast<ErrorCode>(ECONNREFUSED));
-}
-
-TEST_F(DeviceTest, LongPathsReachTheirServer) {
-    path_ = runtime_.path() / std::string(120, 'p') / std::string(100, 'q');
-    std::filesystem::create_directory(path_.parent_path());
-    const Server server(path_);
-    EXPECT_EQ(openError(), 0U);
-    EXPECT_TRUE(server.accept().valid());
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 
 #include "platform/os.h"
 #include "platform/thread_local_slot.h"
-#include "tests/platform/store_module.h"
 
 namespace wrenlink {
 namespace {
@@ -31,24 +30,21 @@ bool endedWell(pid_t child) {
 }
 
 // One that hangs is ended by its alarm.
-[[noreturn]] void checkInChild(const ThreadLocalSlot& slot, const test::StoreModule& module,
-                               void* expected) {
+[[noreturn]] void checkInChild(const ThreadLocalSlot& slot, void* expected) {
     ::alarm(20);
-    static StoreCounter own{0};
+    static int own;
     bool good = slot.get() == expected;
     ThreadLocalSlot another(doNothing);
     good = good && another.set(&own) && another.get() == &own;
-    module.threadEnd();
-    good = good && slot.get() == nullptr && module.set(&own) && module.get() == &own;
+    ThreadLocalSlot::threadEnd();
+    good = good && slot.get() == nullptr && another.set(&own) && another.get() == &own;
     endChild(good);
 }
 
 TEST(StoreInFork, ChildHasItsOwnWorkingStore) {
-    StoreCounter value{0};  // counts until the module is gone
-    const test::StoreModule module(STORE_MODULE_A);
+    int value = 0;
     ThreadLocalSlot slot(doNothing);
     slot.set(&value);
-    module.set(&value);
     // Others hold the store's mutex at many of the forks.
     std::atomic<bool> done{false};
     std::thread busy([&] {
@@ -59,14 +55,13 @@ TEST(StoreInFork, ChildHasItsOwnWorkingStore) {
     });
     for (int round = 0; round < 100; ++round) {
         const pid_t child = ::fork();
-        if (child == 0) checkInChild(slot, module, &value);
+        if (child == 0) checkInChild(slot, &value);
         EXPECT_TRUE(endedWell(child)) << "round " << round;
         if (HasFailure()) break;
     }
     done = true;
     busy.join();
     EXPECT_EQ(slot.get(), &value) << "the child's thread end is not the parent's";
-    EXPECT_EQ(value, 0);
 }
 
 TEST(StoreInFork, WaitsUntilTheStoreIsWhole) {

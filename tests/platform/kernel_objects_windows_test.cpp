@@ -74,13 +74,5 @@ TEST_F(KernelObjects, NamesAreThoseThatOtherProgramsExpect) {
     for (const std::wstring& mapping : mappings) EXPECT_EQ(openMapping(mapping), nullptr);
 }
 
-TEST_F(KernelObjects, RegionWhoseNameIsTakenByAnotherKindIsUnavailable) {
-    const std::string name = runtime_.name("taken");
-    const Handle event(::CreateEventA(nullptr, TRUE, FALSE, ("kvs_shm_" + name).c_str()));
-    SharedMemory region(name, 2, std::byte{0xFF});
-    EXPECT_EQ(region.view(), nullptr);
-    EXPECT_TRUE(region.created());
-}
-
 }  // namespace
 }  // namespace wrenlink

@@ -51,16 +51,5 @@ TEST_F(NamedMutexTest, CountsNestedLocks) {
     EXPECT_TRUE(isFree(name)) << "destruction gives every hold back";
 }
 
-TEST_F(NamedMutexTest, MutexThatCannotBeHadIsNeverHeld) {
-    const std::string name = runtime_.name("taken");
-    bool existed = false;
-    const auto mapping = os::FileMapping::open(mutexKernelName(name), 16, existed);
-    ASSERT_TRUE(mapping.valid());
-    NamedMutex mutex(name);
-    EXPECT_FALSE(mutex.lock());
-    EXPECT_FALSE(mutex.lock(0));
-    mutex.unlock();
-}
-
 }  // namespace
 }  // namespace wrenlink

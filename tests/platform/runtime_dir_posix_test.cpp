@@ -2,7 +2,6 @@
 #include "platform/runtime_dir_posix.h"
 
 #include <gmock/gmock.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -16,7 +15,6 @@
 
 #include "platform/os.h"
 #include "platform/shared_memory.h"
-#include "tests/support/child_process.h"
 #include "tests/support/test_runtime.h"
 
 namespace wrenlink::os {
@@ -133,57 +131,6 @@ TEST_F(RuntimeDir, ForeignFilesAreRefusedAndLeftAlone) {
     EXPECT_EQ(fs::file_size(objects_ / "short"), kSize - 1);
     EXPECT_EQ(fs::file_size(objects_ / "long"), kSize + 1);
     EXPECT_FALSE(fs::exists(objects_ / "nowhere"));
-}
-
-std::string textOf(ErrorCode code) {
-    char text[64];
-    errorText(code, text, sizeof text);
-    return text;
-}
-
-// Becomes a user, and tells for each name whether its mutex and its mapping can be had.
-int openAs(const test::Arguments& arguments) {
-    const auto id = static_cast<uid_t>(std::stoul(arguments.at(0)));
-    if (::setgroups(0, nullptr) != 0 || ::setgid(id) != 0 || ::setuid(id) != 0) return 1;
-    for (auto name = arguments.begin() + 1; name != arguments.end(); ++name) {
-        std::string told = KernelMutex(*name).valid() ? "mutex" : textOf(lastError());
-        bool existed = false;
-        told += FileMapping::open(*name, kSize, existed).valid() ? " mapping" : "";
-        test::tellParent(told);
-    }
-    return 0;
-}
-const test::ChildRole kOpenAs("open as", openAs);
-
-TEST_F(RuntimeDir, FilesOfOthersAreUsedIfTheirAccessPermits) {
-    if (::geteuid() != 0) GTEST_SKIP() << "only root can become other users";
-    fs::permissions(runtime_.path(), fs::perms(0755));
-    fs::permissions(objects_, fs::perms(01777));
-    constexpr uid_t kUser = 60001;
-    const std::string denied = textOf(EACCES);
-    const struct {
-        const char* name;
-        uid_t owner;
-        mode_t mode;
-        std::string told;
-    } cases[] = {
-        {"own", kUser, 0600, "mutex mapping"},
-        {"read only", kUser, 0400, denied},
-        {"shared", 60002, 0666, "mutex mapping"},
-        {"private", 60002, 0600, denied},
-        {"readable", 0, 0644, denied},
-        {"closed", 0, 0, denied},
-    };
-    test::Arguments arguments = {std::to_string(kUser)};
-    for (const auto& c : cases) {
-        const fs::path path = objects_ / c.name;
-        makeFile(path, 0);
-        ASSERT_EQ(::chown(path.c_str(), c.owner, c.owner), 0);
-        ASSERT_EQ(::chmod(path.c_str(), c.mode), 0);
-        arguments.push_back(c.name);
-    }
-    test::ChildProcess child("open as", arguments);
-    for (const auto& c : cases) EXPECT_EQ(child.readLine(), c.told) << c.name;
 }
 
 TEST_F(RuntimeDir, FolderThatIsALinkIsRefused) {

@@ -7,8 +7,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "tests/support/store_registry.h"
-
 namespace wrenlink {
 namespace {
 
@@ -87,42 +85,6 @@ TEST_F(ThreadLocalSlotTest, SlotsOfAThreadLeaveInAnyOrder) {
     EXPECT_EQ(third->get(), &values_[2]);
     ThreadLocalSlot::threadEnd();
     EXPECT_EQ(discarded.size(), 3U);
-}
-
-TEST_F(ThreadLocalSlotTest, MutexOpensAgainAfterItsClosing) {
-    {
-        ThreadLocalSlot slot(countDiscard);
-        slot.set(&values_[0]);
-        closeThreadStoreMutex();
-        inThread([&] { slot.set(&values_[1]); });
-        closeThreadStoreMutex();
-        closeThreadStoreMutex();
-    }
-    EXPECT_EQ(discarded.size(), 2U);
-    EXPECT_TRUE(test::storeIsGone());
-}
-
-TEST_F(ThreadLocalSlotTest, SlotWithoutAnIndexHoldsNothing) {
-    std::vector<os::ThreadIndex> indexes;
-    for (os::ThreadIndex index = 0; os::makeThreadIndex(index);) indexes.push_back(index);
-    {
-        ThreadLocalSlot slot(countDiscard);
-        EXPECT_FALSE(slot.set(&values_[0]));
-        EXPECT_EQ(slot.get(), nullptr);
-    }
-    {
-        // One index is enough for the slot, but not for the registry.
-        os::freeThreadIndex(indexes.back());
-        indexes.pop_back();
-        ThreadLocalSlot slot(countDiscard);
-        EXPECT_FALSE(slot.set(&values_[0]));
-        EXPECT_EQ(slot.get(), nullptr);
-        os::freeThreadIndex(indexes.back());
-        indexes.pop_back();
-        EXPECT_TRUE(slot.set(&values_[0])) << "tried again";
-    }
-    EXPECT_EQ(discarded.size(), 1U);
-    for (const os::ThreadIndex index : indexes) os::freeThreadIndex(index);
 }
 
 }  // namespace

@@ -1,22 +1,17 @@
 // The server process as hosts and operators meet it: sockets that come and go, adapters that do not
 // hold each other up, and the control socket.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "platform/os.h"
+#include "tests/support/quillsim_posix.h"
 #include "tests/support/test_runtime.h"
 
 namespace quillsim::test {
@@ -26,54 +21,7 @@ using std::filesystem::path;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-// A quillsim of its own, server or client.
-class Quillsim {
-   public:
-    Quillsim(const path& runtime, std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {QUILLSIM, "--runtime-dir", runtime.string()});
-        std::vector<char*> argv(arguments.size() + 1);
-        for (std::size_t i = 0; i < arguments.size(); ++i) argv[i] = arguments[i].data();
-        int out[2];
-        if (::pipe2(out, O_CLOEXEC) != 0) std::abort();
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::dup2(out[1], STDOUT_FILENO);
-            ::execv(QUILLSIM, argv.data());
-            ::_exit(127);
-        }
-        ::close(out[1]);
-        output_ = ::fdopen(out[0], "r");
-    }
-    Quillsim(const Quillsim&) = delete;
-    Quillsim& operator=(const Quillsim&) = delete;
-    ~Quillsim() {
-        kill(SIGKILL);
-        std::fclose(output_);
-    }
-
-    // What it prints, up to a line's end, which is included; empty when it has ended.
-    std::string readLine() {
-        char line[1024] = "";
-        return std::fgets(line, sizeof line, output_) == nullptr ? "" : line;
-    }
-    // The exit code, once it ends by itself, or minus the signal.
-    int wait() {
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-        pid_ = 0;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    }
-    int kill(int signal) {
-        if (pid_ <= 0) return 0;
-        ::kill(pid_, signal);
-        return wait();
-    }
-
-   private:
-    pid_t pid_ = 0;
-    FILE* output_ = nullptr;
-};
+using wrenlink::test::Quillsim;
 
 // A host that has an adapter open.
 class Host {

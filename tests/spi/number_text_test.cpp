@@ -4,128 +4,85 @@
 
 #include <clocale>
 #include <cmath>
+#include <initializer_list>
 #include <limits>
 #include <string>
+#include <utility>
 
 namespace wrenlink {
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-struct UnsignedCase {
-    const char* text;
-    std::uint32_t value;
-    std::size_t length;  // of what was read
+// What texts are read as.
+template <class Number>
+struct Reading {
+    Number value;
+    std::initializer_list<const char*> texts;
 };
 
-constexpr UnsignedCase kUnsignedCases[] = {
-    {"", 0, 0},
-    {"x", 0, 0},
-    {" ", 0, 0},
-    {"-", 0, 0},
-    {"+-3", 0, 0},
-    {"0", 0, 1},
-    {"007", 7, 3},
-    {"0x10", 0, 1},
-    {" \t\n\v\f\r31=5", 31, 8},
-    {"+31", 31, 3},
-    {"-1", 0xFFFFFFFF, 2},
-    {"-4294967295", 1, 11},
-    {"4294967295", 0xFFFFFFFF, 10},
-    {"4294967296", 0xFFFFFFFF, 10},
-    {"-4294967296", 0xFFFFFFFF, 11},
-    {"18446744073709551617", 0xFFFFFFFF, 20},
-    {"99999999999999999999999999999999", 0xFFFFFFFF, 32},
+const Reading<std::uint32_t> kUnsigned[] = {
+    {0, {"0"}},
+    {1, {"-4294967295"}},
+    {7, {"007"}},
+    {31, {"+31", " \t\n\v\f\r31"}},
+    {0xFFFFFFFF,
+     {"-1", "4294967295", "4294967296", "-4294967296", "18446744073709551617",
+      "99999999999999999999999999999999"}},
 };
 
-struct SignedCase {
-    const char* text;
-    std::int32_t value;
+const Reading<std::int32_t> kSigned[] = {
+    {0, {"", "none", "- 1", "0x", "0xg", "x10", "08"}},
+    {1, {"0x1{"}},
+    {8, {"010"}},
+    {12, {"12abc", "+12"}},
+    {-12, {" -12"}},
+    {15, {"0179"}},
+    {31, {"0x1F", "0X1f"}},
+    {-16, {"-0x10"}},
+    {70000, {"70000"}},
+    {2147483647, {"2147483647", "2147483648", "4294967295", "0xFFFFFFFF"}},
+    {-2147483647 - 1, {"-2147483648", "-2147483649", "-99999999999999999999999999"}},
 };
 
-constexpr SignedCase kSignedCases[] = {
-    {"", 0},
-    {"none", 0},
-    {"12abc", 12},
-    {" -12", -12},
-    {"+12", 12},
-    {"- 1", 0},
-    {"0x1F", 31},
-    {"0X1f", 31},
-    {"-0x10", -16},
-    {"0x", 0},
-    {"0xg", 0},
-    {"0x1{", 1},
-    {"x10", 0},
-    {"010", 8},
-    {"08", 0},
-    {"0179", 15},
-    {"70000", 70000},
-    {"2147483647", 2147483647},
-    {"2147483648", 2147483647},
-    {"4294967295", 2147483647},
-    {"-2147483648", -2147483647 - 1},
-    {"-2147483649", -2147483647 - 1},
-    {"0xFFFFFFFF", 2147483647},
-    {"-99999999999999999999999999", -2147483647 - 1},
-};
-
-struct DoubleCase {
-    const char* text;
-    double value;
-};
-
-constexpr DoubleCase kDoubleCases[] = {
-    {"", 0},
-    {"fast", 0},
-    {".", 0},
-    {"+-5", 0},
-    {"--5", 0},
-    {"1070", 1070},
-    {" \t+12.5kHz", 12.5},
-    {"-.5", -0.5},
-    {"5.", 5},
-    {"1,5", 1},
-    {"1e3", 1000},
-    {"1E+3", 1000},
-    {"1e", 1},
-    {"1e+", 1},
-    {"1d3", 1},
-    {"0.1", 0.1},
-    {"123456789012345678901234567890", 123456789012345678901234567890.0},
-    {"0x10", 16},
-    {"0X1.8p1", 3},
-    {"-0x.8", -0.5},
-    {"0x", 0},
-    {"0x.p1", 0},
-    {"inf", kInfinity},
-    {"-Infinity", -kInfinity},
-    {"1e308", 1e308},
-    {"1e309", kInfinity},
-    {"1e+309", kInfinity},
-    {"-1e309", -kInfinity},
-    {"1e99999999999999999999", kInfinity},
-    {"0.0001e320", kInfinity},
-    {"1e-400", 0},
-    {"-1e-99999999999999999999", 0},
-    {"1000000e-400", 0},
-    {"0e999999999", 0},
-    {"0x1p1024", kInfinity},
-    {"0x1p-2000", 0},
-    {"4.9406564584124654e-324", std::numeric_limits<double>::denorm_min()},
+const Reading<double> kDouble[] = {
+    {0,
+     {"", "fast", ".", "+-5", "--5", "0x", "0x.p1", "1e-400", "-1e-99999999999999999999",
+      "1000000e-400", "0e999999999", "0x1p-2000"}},
+    {1, {"1,5", "1e", "1e+", "1d3"}},
+    {1000, {"1e3", "1E+3"}},
+    {12.5, {" \t+12.5kHz"}},
+    {-0.5, {"-.5", "-0x.8"}},
+    {5, {"5."}},
+    {0.1, {"0.1"}},
+    {123456789012345678901234567890.0, {"123456789012345678901234567890"}},
+    {16, {"0x10"}},
+    {3, {"0X1.8p1"}},
+    {1e308, {"1e308"}},
+    {std::numeric_limits<double>::denorm_min(), {"4.9406564584124654e-324"}},
+    {kInfinity, {"inf", "1e309", "1e+309", "1e99999999999999999999", "0.0001e320", "0x1p1024"}},
+    {-kInfinity, {"-Infinity", "-1e309"}},
 };
 
 void checkAllTables() {
-    for (const UnsignedCase& c : kUnsignedCases) {
-        const ParsedUnsigned parsed = parseUnsigned(c.text);
-        EXPECT_EQ(parsed.value, c.value) << c.text;
-        EXPECT_EQ(parsed.end, c.text + c.length) << c.text;
+    for (const auto& [value, texts] : kUnsigned)
+        for (const char* text : texts) {
+            EXPECT_EQ(parseUnsigned(text).value, value) << text;
+            EXPECT_STREQ(parseUnsigned(text).end, "");
+        }
+    // The number ends at the mark.
+    for (std::string text : {"0|x10", "31|=5", "|x", "| ", "|-", "|+-3", "|"}) {
+        const std::size_t length = text.find('|');
+        text.erase(length, 1);
+        EXPECT_EQ(parseUnsigned(text.c_str()).end, text.c_str() + length) << text;
     }
-    for (const SignedCase& c : kSignedCases) {
-        EXPECT_EQ(parseSigned(c.text), c.value) << c.text;
-        EXPECT_EQ(parseWord(c.text), static_cast<std::uint16_t>(c.value)) << c.text;
-    }
-    for (const DoubleCase& c : kDoubleCases) EXPECT_EQ(parseDouble(c.text), c.value) << c.text;
+    for (const auto& [value, texts] : kSigned)
+        for (const char* text : texts) {
+            EXPECT_EQ(parseSigned(text), value) << text;
+            EXPECT_EQ(parseWord(text), static_cast<std::uint16_t>(value)) << text;
+        }
+    for (const auto& [value, texts] : kDouble)
+        for (const char* text : texts) EXPECT_EQ(parseDouble(text), value) << text;
 }
 
 TEST(NumberText, ReadsTheSameNumbersInEveryLocale) {
@@ -153,26 +110,19 @@ TEST(NumberText, ReadsWhatIsNotANumberAsStrtodDoes) {
 }
 
 TEST(NumberText, ComparesAsciiLettersOnly) {
-    struct {
-        const char* left;
-        const char* right;
-        bool equal;
-    } const cases[] = {
-        {"", "", true},
-        {"SpiPort", "SPIPORT", true},
-        {"SPIPORT", "SPIPOR", false},
-        {"@", "`", false},
-        {"[", "{", false},
-        {"SPIPOR", "SPIPORT", false},
-        {"\xC4", "\xE4", false},
-        {"SPI_DELAY", "SPI?DELAY", false},
-        {nullptr, "", false},
-        {"", nullptr, false},
-        {nullptr, nullptr, false},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(equalsIgnoringCase(c.left, c.right), c.equal)
-            << (c.left == nullptr ? "null" : c.left);
+    EXPECT_TRUE(equalsIgnoringCase("", ""));
+    EXPECT_TRUE(equalsIgnoringCase("SpiPort_@[`{", "SPIPORT_@[`{"));
+    for (const auto& [left, right] : {std::pair("SPIPORT", "SPIPOR"),
+                                      {"@", "`"},
+                                      {"[", "{"},
+                                      {"\xC4", "\xE4"},
+                                      {"_", "\x7F"}}) {
+        EXPECT_FALSE(equalsIgnoringCase(left, right)) << left;
+        EXPECT_FALSE(equalsIgnoringCase(right, left)) << left;
+    }
+    EXPECT_FALSE(equalsIgnoringCase(nullptr, ""));
+    EXPECT_FALSE(equalsIgnoringCase("", nullptr));
+    EXPECT_FALSE(equalsIgnoringCase(nullptr, nullptr));
 }
 
 }  // namespace

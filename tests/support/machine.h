@@ -11,10 +11,6 @@ namespace wrenlink::test {
 // Sets a variable of this process's environment, which children inherit; "" may unset it.
 void setEnvironment(const std::string& name, const std::string& value);
 
-// Lets nobody open an existing file for reading while this process lives; on POSIX it never can be
-// opened again.
-void denyFile(const std::filesystem::path& path);
-
 // The shared documents folder that the library looks into: an empty one for this test, with a name
 // that is not all ASCII. One exists at a time.
 class SharedDocuments {

@@ -18,12 +18,6 @@ void setEnvironment(const std::string& name, const std::string& value) {
         ::setenv(name.c_str(), value.c_str(), 1);
 }
 
-// A link to itself leads nowhere.
-void denyFile(const std::filesystem::path& path) {
-    std::filesystem::remove(path);
-    std::filesystem::create_symlink(path, path);
-}
-
 SharedDocuments::SharedDocuments() {
     std::string pattern =
         std::filesystem::temp_directory_path() / "wrenlink-d\u00f6cuments-\u2602-XXXXXX";

@@ -56,13 +56,6 @@ void setEnvironment(const std::string& name, const std::string& value) {
     ::SetEnvironmentVariableA(name.c_str(), value.empty() ? nullptr : value.c_str());
 }
 
-// The handle is this process's until its end.
-void denyFile(const fs::path& path) {
-    if (::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr) ==
-        INVALID_HANDLE_VALUE)
-        throw std::system_error(static_cast<int>(::GetLastError()), std::system_category());
-}
-
 SharedDocuments::SharedDocuments()
     : path_(fs::temp_directory_path() /
             (L"wrenlink-d\u00f6cuments-\u2602-" + std::to_wstring(::GetCurrentProcessId()))) {

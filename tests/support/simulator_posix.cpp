@@ -1,16 +1,14 @@
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 
+#include "tests/support/quillsim_posix.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {
@@ -18,30 +16,6 @@ namespace {
 
 void check(bool good, const char* what) {
     if (!good) throw std::system_error(errno, std::generic_category(), what);
-}
-
-// Starts the simulator's process and waits until it says that it is ready.
-pid_t startProcess(std::vector<std::string> words) {
-    std::vector<char*> pointers;
-    for (std::string& word : words) pointers.push_back(word.data());
-    pointers.push_back(nullptr);
-    int pipe[2];
-    check(::pipe2(pipe, O_CLOEXEC) == 0, "pipe2");
-    const pid_t id = ::fork();
-    check(id >= 0, "fork");
-    if (id == 0) {
-        ::prctl(PR_SET_PDEATHSIG, SIGTERM);  // not to outlive a test that crashes
-        ::dup2(pipe[1], STDOUT_FILENO);
-        ::execv(QUILLSIM, pointers.data());
-        ::_exit(127);
-    }
-    ::close(pipe[1]);
-    char line[16] = "";
-    const ssize_t size = ::read(pipe[0], line, sizeof line - 1);
-    ::close(pipe[0]);
-    if (size <= 0 || std::strcmp(line, "ready\n") != 0)
-        throw std::runtime_error("the simulator does not start");
-    return id;
 }
 
 int connectTo(const std::string& path) {
@@ -57,8 +31,11 @@ int connectTo(const std::string& path) {
 }  // namespace
 
 struct Simulator::Native {
-    pid_t process;
-    int control;
+    Native(const std::filesystem::path& runtime, std::vector<std::string> words)
+        : process(runtime, std::move(words)) {}
+
+    Quillsim process;
+    int control = -1;
 };
 
 std::string textOf(int nativeCode) { return std::strerror(nativeCode); }
@@ -80,18 +57,18 @@ std::string textOf(NativeError error) {
 }
 
 Simulator::Simulator(const AdapterIds& ids, const std::string& firmware) {
-    std::vector<std::string> words = {
-        QUILLSIM, "--runtime-dir", runtime_.path(),           "--firmware",
-        firmware, "--adapters",    std::to_string(ids.size())};
+    std::vector<std::string> words = {"--firmware", firmware, "--adapters",
+                                      std::to_string(ids.size())};
     for (const std::uint32_t id : ids) words.insert(words.end(), {"--id", std::to_string(id)});
-    const pid_t process = startProcess(words);
-    native_ = new Native{process, connectTo(runtime_.path() / "quillsim.control")};
+    auto native = std::make_unique<Native>(runtime_.path(), words);
+    if (native->process.readLine() != "ready\n")
+        throw std::runtime_error("the simulator does not start");
+    native->control = connectTo(runtime_.path() / "quillsim.control");
+    native_ = native.release();
 }
 
 Simulator::~Simulator() {
     ::close(native_->control);
-    ::kill(native_->process, SIGTERM);
-    ::waitpid(native_->process, nullptr, 0);
     delete native_;
 }
 
