@@ -60,6 +60,12 @@ class SystemCalls : public testing::Test {
         ending.join();
         return worked;
     }
+    bool useMutex() {
+        const FaultWindow window;
+        KernelMutex mutex("mutex");
+        return mutex.wait(0) == WaitResult::acquired && mutex.release() &&
+               mutex.wait(kInfinite) == WaitResult::acquired && mutex.release();
+    }
     bool exchangeFarAway() {
         const FaultWindow window;
         Device device;
