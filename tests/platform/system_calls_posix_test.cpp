@@ -17,13 +17,14 @@
 #include "tests/support/test_runtime.h"
 
 namespace wrenlink::os {
+
+// The call itself, which nobody lets fail.
+int originalFlock(int file, int operation) __asm__("__real_flock");
+
 namespace {
 
 using test::FaultPlan;
 using test::FaultWindow;
-
-// That nobody lets fail.
-int originalFlock(int file, int operation) __asm__("__real_flock");
 
 std::size_t openDescriptors() {
     const std::filesystem::directory_iterator folder("/proc/self/fd");
