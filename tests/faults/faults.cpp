@@ -12,8 +12,10 @@ struct {
     unsigned counted = 0;
     std::vector<FailedCall> failed;
     bool windowOpen = false;
-    std::optional<Call> primitive;
 } state;
+
+// Other threads' system calls are none of the primitive's, even if a sanitizer makes them.
+constinit thread_local std::optional<Call> primitive;
 
 bool isPlanned(Call call) {
     if (state.plan.first == 0 || state.counted < state.plan.first) return false;
@@ -54,11 +56,11 @@ bool fails(FaultPlan::Among kind, Call call, int code) {
     return true;
 }
 
-PrimitiveScope::PrimitiveScope(Call call) { state.primitive = call; }
-PrimitiveScope::~PrimitiveScope() { state.primitive.reset(); }
+PrimitiveScope::PrimitiveScope(Call call) { primitive = call; }
+PrimitiveScope::~PrimitiveScope() { primitive.reset(); }
 
 bool systemCallFails(FaultPlan::Among kind, int code) {
-    return state.primitive && fails(kind, *state.primitive, code);
+    return primitive && fails(kind, *primitive, code);
 }
 
 }  // namespace wrenlink::test
