@@ -58,28 +58,30 @@ class CTheMsgHnd {
 };
 
 // A trace scope: construction enters a function, destruction leaves it. The texts must outlive it.
+// One that opens while nobody listens counts as printed from the start, and keeps nothing else.
 class CDebugSentry {
    public:
     CDebugSentry(CMessageHandler* handler, unsigned long line, const char* file,
-                 const char* function)
-        : handler_(handler),
-          line_(static_cast<unsigned int>(line)),
-          file_(file),
-          function_(function) {
-        if (CTheMsgHnd::IsListening()) handler->PrintEntryLine(function, file, line);
+                 const char* function) {
+        if (!CTheMsgHnd::IsListening()) return;
+        handler_ = handler;
+        line_ = static_cast<unsigned int>(line);
+        exitPrinted_ = false;
+        file_ = file;
+        function_ = function;
+        handler->PrintEntryLine(function, file, line);
     }
     CDebugSentry(const CDebugSentry&) = delete;
     CDebugSentry& operator=(const CDebugSentry&) = delete;
     // Prints the exit line unless exitPrinted_ is set.
     virtual ~CDebugSentry() {
-        if (CTheMsgHnd::IsListening() && !exitPrinted_)
-            handler_->PrintExitLine(function_, file_, line_);
+        if (!exitPrinted_) handler_->PrintExitLine(function_, file_, line_);
     }
 
    protected:
     // Calls PrintExit() when the exit is to be traced; for destructors of derived classes.
     void CheckPrintExit() {
-        if (CTheMsgHnd::IsListening()) PrintExit();
+        if (!exitPrinted_) PrintExit();
     }
     virtual void PrintExit() {
         if (exitPrinted_) return;
@@ -89,7 +91,7 @@ class CDebugSentry {
 
     CMessageHandler* handler_;
     unsigned int line_;
-    bool exitPrinted_ = false;
+    bool exitPrinted_ = true;
     const char* file_;
     const char* function_;
 };

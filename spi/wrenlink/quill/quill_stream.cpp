@@ -131,18 +131,6 @@ std::uint16_t Quill_Stream_GetVersion(QuillStream* stream) {
     return result;
 }
 
-std::uint8_t Quill_Stream_MajorVer(QuillStream* stream) {
-    std::uint8_t result = 0;
-    const ResultTrace<std::uint8_t> trace(result);
-    return result = static_cast<std::uint8_t>(stream->firmwareVersion >> 8);
-}
-
-std::uint8_t Quill_Stream_MinorVer(QuillStream* stream) {
-    std::uint8_t result = 0;
-    const ResultTrace<std::uint8_t> trace(result);
-    return result = static_cast<std::uint8_t>(stream->firmwareVersion);
-}
-
 void Quill_Stream_InvalidateCache(QuillStream* stream) {
     const Trace trace;
     if (auto* delays = cacheIn<DelayCache>(stream->delayRegion))

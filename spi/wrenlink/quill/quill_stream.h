@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <memory>
 
+#include "diag/result_sentry.h"
 #include "platform/shared_memory.h"
+#include "quill/debug_full.h"
 #include "wrenlink/spifns.h"
 
 namespace wrenlink {
@@ -59,8 +61,16 @@ int Quill_Stream_GetDeviceId(QuillStream* stream, char* buffer, std::size_t size
 std::uint16_t Quill_Stream_GetVersion(QuillStream* stream);
 
 // The version as read at selection.
-std::uint8_t Quill_Stream_MajorVer(QuillStream* stream);
-std::uint8_t Quill_Stream_MinorVer(QuillStream* stream);
+inline std::uint8_t Quill_Stream_MajorVer(QuillStream* stream) {
+    std::uint8_t result = 0;
+    const ResultTrace<std::uint8_t> trace(result);
+    return result = static_cast<std::uint8_t>(stream->firmwareVersion >> 8);
+}
+inline std::uint8_t Quill_Stream_MinorVer(QuillStream* stream) {
+    std::uint8_t result = 0;
+    const ResultTrace<std::uint8_t> trace(result);
+    return result = static_cast<std::uint8_t>(stream->firmwareVersion);
+}
 
 // Marks the adapter's shared delay and command bits unknown.
 void Quill_Stream_InvalidateCache(QuillStream* stream);
@@ -74,6 +84,8 @@ void Quill_Stream_Debug(QuillStream* stream, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 void Quill_Stream_Debug_Full(QuillStream* stream, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
+// Whether anybody would notice the second; what runs for each record calls it only then.
+inline bool isDebugFullNoticed() { return isDebugFull() || CTheMsgHnd::IsListening(); }
 
 }  // namespace wrenlink
 

@@ -6,24 +6,23 @@
 
 #include "diag/result_sentry.h"
 #include "quill/command_bits.h"
-#include "quill/debug_full.h"
 #include "quill/frame.h"
 #include "quill/last_error.h"
 #include "quill/number_text.h"
 #include "quill/stream_command.h"
 #include "quill/stream_variables.h"
+#include "wrenlink/entries.h"
 #include "wrenlink/words.h"
 
 namespace wrenlink {
 namespace {
 
-constexpr std::uint32_t kEntryHeader = 6;
 constexpr std::uint32_t kGap = 2;
 constexpr std::uint32_t kShownWords = 3;
 
 struct EntrySize {
-    std::uint32_t requestBytes = 0;
-    std::uint32_t replyBytes = 0;
+    std::uint32_t requestBytes;
+    std::uint32_t replyBytes;
 };
 
 bool isForWrites(const SpiAction& setting) {
@@ -31,8 +30,7 @@ bool isForWrites(const SpiAction& setting) {
 }
 
 // Measures an action's entry, and encodes it when there is a position.
-EntrySize build(std::uint8_t* position, const SpiAction& action) {
-    EntrySize size;
+void build(std::uint8_t* position, const SpiAction& action, EntrySize& size) {
     const auto& memory = action.u.memory;
     const auto address = static_cast<std::uint16_t>(memory.address);
     const auto count = static_cast<std::uint16_t>(memory.length);
@@ -43,13 +41,17 @@ EntrySize build(std::uint8_t* position, const SpiAction& action) {
     else
         BuildSetVar(position, isForWrites(action), parseWord(action.u.variable.value),
                     size.requestBytes, size.replyBytes);
-    return size;
 }
 
 // A batch command while it fills.
 class BatchFrame {
    public:
-    std::uint8_t* bytes() { return bytes_.data(); }
+    // The command with the entries so far.
+    std::uint8_t* bytes() {
+        putLittle16(&bytes_[kRequestLengthOffset], static_cast<std::uint16_t>(requestLength_));
+        putLittle16(&bytes_[kReplyLengthOffset], static_cast<std::uint16_t>(replyLength_));
+        return bytes_.data();
+    }
     bool isEmpty() const { return requestLength_ == kEmptyLength; }
 
     void clear() {
@@ -59,19 +61,18 @@ class BatchFrame {
 
     // Appends an action's entry; false when the budget does not permit it.
     bool append(const SpiAction& action) {
-        const EntrySize size = build(nullptr, action);
+        EntrySize size{};
+        build(nullptr, action, size);
         const std::uint32_t gap = isEmpty() ? 0 : kGap;
         if (requestLength_ + gap + size.requestBytes > kBatchBudget ||
             replyLength_ + size.replyBytes > kBatchBudget)
             return false;
         // The length counts from offset 4, so it is also the distance of the end from there.
-        std::uint8_t* end = bytes() + kReservedOffset + requestLength_;
+        std::uint8_t* end = &bytes_[kReservedOffset + requestLength_];
         std::fill_n(end, gap, std::uint8_t{0});
-        build(end + gap, action);
+        build(end + gap, action, size);
         requestLength_ += gap + size.requestBytes;
         replyLength_ += size.replyBytes;
-        putLittle16(bytes() + kRequestLengthOffset, static_cast<std::uint16_t>(requestLength_));
-        putLittle16(bytes() + kReplyLengthOffset, static_cast<std::uint16_t>(replyLength_));
         return true;
     }
 
@@ -102,10 +103,11 @@ bool deliver(const SpiAction& read, const std::uint8_t* part) {
 const std::uint8_t* unpack(CUsbStreamData& stream, std::span<const SpiAction> batch,
                            const std::uint8_t* command, const std::uint8_t* reply) {
     for (const SpiAction& action : batch) {
-        Quill_Stream_Debug_Full(
-            stream.quill(),
-            "Retrieving information for quill command SpiAction::SpiActionType = %d",
-            static_cast<int>(action.type));
+        if (isDebugFullNoticed())
+            Quill_Stream_Debug_Full(
+                stream.quill(),
+                "Retrieving information for quill command SpiAction::SpiActionType = %d",
+                static_cast<int>(action.type));
         const bool isRead = action.type == SpiAction::Read;
         PrintStreamDebug(stream, isRead ? reply : command);
         command += kEntryHeader + kGap;
@@ -117,13 +119,10 @@ const std::uint8_t* unpack(CUsbStreamData& stream, std::span<const SpiAction> ba
     return nullptr;
 }
 
-struct Line {
-    char text[64];
-};
-
-// The line for a read or a write: "Quill Read [007c 7d] = 0012 00ab ".
-Line accessLine(const std::uint8_t* entry) {
-    Line line;
+// Shows a read or a write: "Quill Read [007c 7d] = 0012 00ab ". Not inline, so that only who wants
+// the text has its room on the stack.
+[[gnu::noinline]] void showAccess(QuillStream* quill, const std::uint8_t* entry) {
+    char line[64];
     const unsigned address = big16(entry + 2);
     const unsigned count = big16(entry + 4);
     char last[16] = "";
@@ -132,10 +131,10 @@ Line accessLine(const std::uint8_t* entry) {
     for (unsigned i = 0; i < std::min(count, kShownWords); ++i)
         std::snprintf(words + 5 * i, 6, "%04x ",
                       unsigned{big16(entry + kEntryHeader + 2 * std::size_t{i})});
-    std::snprintf(line.text, sizeof line.text, "Quill %s [%04x%s] = %s%s",
+    std::snprintf(line, sizeof line, "Quill %s [%04x%s] = %s%s",
                   big16(entry) == kWriteWords ? "Write" : "Read", address, last, words,
                   count > kShownWords ? " ..." : "");
-    return line;
+    Quill_Stream_Debug_Full(quill, "%s", line);
 }
 
 }  // namespace
@@ -179,41 +178,6 @@ int DoStreamSequence(CUsbStreamData& stream, std::span<const SpiAction> batch,
     return Quill_SetLastError(517, little16(failed + 2), "Read failed on USB-SPI");
 }
 
-void BuildRead(std::uint8_t* position, std::uint16_t address, std::uint16_t count,
-               std::uint32_t& requestBytes, std::uint32_t& replyBytes) {
-    const Trace trace;
-    requestBytes = kEntryHeader;
-    replyBytes = kEntryHeader + 2 * std::uint32_t{count};
-    if (position == nullptr) return;
-    putBig16(position, kReadWords);
-    putBig16(position + 2, address);
-    putBig16(position + 4, count);
-}
-
-void BuildWrite(std::uint8_t* position, std::uint16_t address, std::uint16_t count,
-                const std::uint16_t* words, std::uint32_t& requestBytes,
-                std::uint32_t& replyBytes) {
-    const Trace trace;
-    requestBytes = kEntryHeader + 2 * std::uint32_t{count};
-    replyBytes = 0;
-    if (position == nullptr) return;
-    putBig16(position, kWriteWords);
-    putBig16(position + 2, address);
-    putBig16(position + 4, count);
-    wordsToWire(position + kEntryHeader, words, count);
-}
-
-void BuildSetVar(std::uint8_t* position, bool forWrites, std::uint16_t bits,
-                 std::uint32_t& requestBytes, std::uint32_t& replyBytes) {
-    const Trace trace;
-    requestBytes = kEntryHeader;
-    replyBytes = 0;
-    if (position == nullptr) return;
-    putBig16(position, kSetCommandBits);
-    putBig16(position + 2, forWrites ? 1 : 0);
-    putBig16(position + 4, bits);
-}
-
 void PrintStreamDebug(CUsbStreamData& stream, const std::uint8_t* entry) {
     const Trace trace;
     QuillStream* quill = stream.quill();
@@ -223,9 +187,8 @@ void PrintStreamDebug(CUsbStreamData& stream, const std::uint8_t* entry) {
             return Quill_Stream_Debug(quill, "Read failed on quill");
         case kReadWords:
         case kWriteWords:
-            // Nobody sees the text otherwise, and it takes long to make.
-            return Quill_Stream_Debug_Full(quill, "%s",
-                                           isDebugFull() ? accessLine(entry).text : "");
+            if (isDebugFullNoticed()) showAccess(quill, entry);
+            return;
         case kSetCommandBits:
             return Quill_Stream_Debug_Full(quill, "Quill Set %s CmdBts - 0x%x",
                                            big16(entry + 2) != 0 ? "Write" : "Read",

@@ -1,15 +1,8 @@
 // Batch commands: several reads, writes and command-bit settings in one exchange with the adapter.
 //
-// A batch command is a command frame whose entries stand back to back from offset 5 on, with a gap
-// of two zero bytes before each but the first. Fields of entries are 16 bits, big-endian:
-//
-//   entry             code   bytes 2-3      bytes 4-5  then        request bytes  reply bytes
-//   read              0x0100 chip address   count n    -           6              6 + 2n
-//   write             0x0200 chip address   count n    n words     6 + 2n         0
-//   set command bits  0x0F00 1 for writes,  the bits   -           6              0
-//                            0 for reads
-//
-// Each read has a part in the reply: status (01 00 is success), echoed address and count, n words.
+// A batch command is a command frame whose entries (entries.h) stand back to back from offset 5 on,
+// with a gap of two zero bytes before each but the first. Each read has a part in the reply: status
+// (01 00 is success), echoed address and count, n words.
 #ifndef WRENLINK_WRENLINK_BATCH_H
 #define WRENLINK_WRENLINK_BATCH_H
 
@@ -34,15 +27,6 @@ int StreamSequence(CUsbStreamData& stream, std::span<const SpiAction> list);
 
 // Sends one filled batch command, which holds these actions, and unpacks its reply.
 int DoStreamSequence(CUsbStreamData& stream, std::span<const SpiAction> batch, std::uint8_t* frame);
-
-// Each reports the bytes that its entry takes in request and reply, and encodes it when there is a
-// position to encode it at.
-void BuildRead(std::uint8_t* position, std::uint16_t address, std::uint16_t count,
-               std::uint32_t& requestBytes, std::uint32_t& replyBytes);
-void BuildWrite(std::uint8_t* position, std::uint16_t address, std::uint16_t count,
-                const std::uint16_t* words, std::uint32_t& requestBytes, std::uint32_t& replyBytes);
-void BuildSetVar(std::uint8_t* position, bool forWrites, std::uint16_t bits,
-                 std::uint32_t& requestBytes, std::uint32_t& replyBytes);
 
 // Shows an entry of a batch command, or a read's part of a reply, as a line of debug text.
 void PrintStreamDebug(CUsbStreamData& stream, const std::uint8_t* entry);

@@ -55,6 +55,7 @@ class Submission {
     int addAccess(const Access& access, const SpiAction& action);
     bool takesCmdBits();
     void addCmdBits(const Access& access);
+    [[gnu::cold]] void prependCmdBits(const Access& access);
     void addPieces(const Access& access, const SpiAction& action);
     int setVariable(const char* name, const char* value);
     int setCmdBits(int variable, const char* value);
@@ -108,10 +109,13 @@ int Submission::addAccess(const Access& access, const SpiAction& action) {
 bool Submission::takesCmdBits() {
     const unsigned major = Quill_Stream_MajorVer(quill_);
     const unsigned minor = Quill_Stream_MinorVer(quill_);
-    Quill_Stream_Debug_Full(quill_, "Quill Major version: %u - Minor version: %u", major, minor);
     const bool supported = (major >= 1 && minor >= 9) || major >= 2;
-    Quill_Stream_Debug_Full(quill_, supported ? "Quill version might support cmdbits cache"
-                                              : "Quill version does not support cmdbits cache");
+    if (isDebugFullNoticed()) {
+        Quill_Stream_Debug_Full(quill_, "Quill Major version: %u - Minor version: %u", major,
+                                minor);
+        Quill_Stream_Debug_Full(quill_, supported ? "Quill version might support cmdbits cache"
+                                                  : "Quill version does not support cmdbits cache");
+    }
     return supported;
 }
 
@@ -120,9 +124,12 @@ void Submission::addCmdBits(const Access& access) {
     const std::uint16_t bits = quill_->*access.bits;
     std::uint16_t cached = 0;
     const bool known = Quill_Stream_GetCmdBitsCache(quill_, &cached, access.forWrites);
-    std::optional<std::uint16_t>& pendingBits = pendingBits_[access.forWrites ? 1 : 0];
-    if (known && pendingBits.value_or(cached) == bits) return;
+    const std::optional<std::uint16_t>& pendingBits = pendingBits_[access.forWrites ? 1 : 0];
+    if (!known || pendingBits.value_or(cached) != bits) prependCmdBits(access);
+}
 
+void Submission::prependCmdBits(const Access& access) {
+    const std::uint16_t bits = quill_->*access.bits;
     if (!access.forWrites)
         Quill_Stream_Debug_Full(
             quill_, "Prepend a new SpiAction to the sequence to set SPICMDREADBITS var");
@@ -133,20 +140,19 @@ void Submission::addCmdBits(const Access& access) {
     entry.u.variable.var = access.bitsVariable;
     entry.u.variable.value = value.text;
     pending_.push_back(entry);
-    pendingBits = bits;
+    pendingBits_[access.forWrites ? 1 : 0] = bits;
     // A host that dies before it has recorded them leaves nothing behind that is not so.
     Quill_Stream_SetCmdBitsCache(quill_, kUnknown, access.forWrites);
 }
 
 void Submission::addPieces(const Access& access, const SpiAction& action) {
-    SpiAction piece = action;
-    auto& memory = piece.u.memory;
-    for (std::uint32_t remaining = action.u.memory.length; remaining > 0;
-         remaining -= memory.length) {
-        memory.length = std::min(remaining, access.pieceLimit);
-        pending_.push_back(piece);
-        memory.address += memory.length;
-        memory.data += memory.length;
+    const auto& whole = action.u.memory;
+    for (std::uint32_t done = 0; done < whole.length;) {
+        auto& memory = pending_.emplace_back(action).u.memory;
+        memory.address += done;
+        memory.data += done;
+        memory.length = std::min(whole.length - done, access.pieceLimit);
+        done += memory.length;
     }
 }
 
