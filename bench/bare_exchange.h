@@ -42,20 +42,6 @@ class BareExchange {
     std::uint8_t reply_[1024];
 };
 
-// Opens and closes a new file beside those that the library shares, the least that reaching a
-// shared object costs. Returns false when the file cannot be opened.
-class BareFile {
-   public:
-    BareFile();
-    ~BareFile();
-    BareFile(const BareFile&) = delete;
-    BareFile& operator=(const BareFile&) = delete;
-    bool openAndClose();
-
-   private:
-    std::string path_;
-};
-
 }  // namespace wrenlink::bench
 
 #endif

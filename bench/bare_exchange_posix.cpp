@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -14,11 +13,6 @@
 namespace wrenlink::bench {
 namespace {
 
-std::string runtimeFolder(const char* name) {
-    const char* directory = std::getenv("WRENLINK_RUNTIME_DIR");
-    return std::string(directory == nullptr ? "/run/wrenlink" : directory) + "/" + name;
-}
-
 void require(bool condition, const char* what) {
     if (condition) return;
     std::perror(what);
@@ -28,8 +22,10 @@ void require(bool condition, const char* what) {
 }  // namespace
 
 std::vector<std::string> adapterPaths() {
+    const char* directory = std::getenv("WRENLINK_RUNTIME_DIR");
+    const auto folder = std::filesystem::path(directory == nullptr ? "/run/wrenlink" : directory);
     std::vector<std::string> paths;
-    for (const auto& entry : std::filesystem::directory_iterator(runtimeFolder("adapters")))
+    for (const auto& entry : std::filesystem::directory_iterator(folder / "adapters"))
         paths.push_back(entry.path());
     std::sort(paths.begin(), paths.end());
     return paths;
@@ -56,19 +52,6 @@ void BareExchange::run(const Frame& frame) {
     require(received == static_cast<ssize_t>(sizeof status + frame.replySize) && status == 0,
             "receive");
     ::close(connection);
-}
-
-BareFile::BareFile() : path_(runtimeFolder("objects") + "/bench-" + std::to_string(::getpid())) {
-    const int file = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    require(file >= 0, path_.c_str());
-    ::close(file);
-}
-
-BareFile::~BareFile() { ::unlink(path_.c_str()); }
-
-bool BareFile::openAndClose() {
-    const int file = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
-    return file >= 0 && ::close(file) == 0;
 }
 
 }  // namespace wrenlink::bench

@@ -4,35 +4,15 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "bench/instant_device.h"
-#include "wrenlink/spifns.h"
+#include "bench/stream.h"
 
+namespace wrenlink::bench {
 namespace {
 
-using wrenlink::bench::Traffic;
-using wrenlink::bench::traffic;
-
 constexpr unsigned kSequences = 100'000;
-
-void require(int status) {
-    if (status == 0) return;
-    const char* text = nullptr;
-    const int code = spifns_get_last_error(nullptr, &text);
-    std::fprintf(stderr, "error %d: %s\n", code, text);
-    std::exit(1);
-}
-
-void set(std::uint32_t stream, const char* name, const char* value) {
-    SpiAction action{};
-    action.type = SpiAction::SetVar;
-    action.u.variable = {name, value, nullptr};
-    require(spifns_stream_sequence(stream, &action, 1));
-}
 
 // The least traffic for accesses in this order: each exchange takes as many pieces as fit it.
 class LeastTraffic {
@@ -76,17 +56,14 @@ class LeastTraffic {
 };
 
 // Mostly short accesses, some of several exchanges.
-SpiAction randomAccess(std::mt19937& random, std::vector<std::uint16_t>& words) {
+SpiAction randomAccess(std::mt19937& random, Words& words) {
     const auto below = [&random](unsigned limit) {
         return static_cast<unsigned>(random() % limit);
     };
     const unsigned limits[] = {4, 60, 600, 2000};
-    SpiAction action{};
-    action.type = below(2) == 0 ? SpiAction::Read : SpiAction::Write;
-    action.u.memory.address = below(0x10000);
-    action.u.memory.length = below(limits[below(4)]);
-    action.u.memory.data = words.data();
-    return action;
+    const auto type = below(2) == 0 ? SpiAction::Read : SpiAction::Write;
+    const unsigned address = below(0x10000);
+    return access(type, address, below(limits[below(4)]), words.data());
 }
 
 Traffic sentSince(const Traffic& before) {
@@ -98,28 +75,13 @@ void print(const char* what, std::uint64_t sent, std::uint64_t least) {
                 static_cast<unsigned long long>(least));
 }
 
-}  // namespace
-
-int main() {
-    std::uint32_t stream = SPIFNS_NO_STREAM;
-    require(spifns_stream_init(&stream));
-    set(stream, "SPIPORT", "0");
-    std::vector<std::uint16_t> words(2000);
-
-    // From here on the adapter has its command bits.
-    SpiAction first[2] = {};
-    first[1].type = SpiAction::Write;
-    for (SpiAction& action : first) {
-        action.u.memory.length = 1;
-        action.u.memory.data = words.data();
-    }
-    require(spifns_stream_sequence(stream, first, 2));
-
+// 100,000 random sequences, against the least.
+void compareTraffic(const Stream& stream, Words& words) {
     std::mt19937 random(20261123);
     Traffic least;
     const Traffic start = traffic();
     for (unsigned i = 0; i < kSequences; ++i) {
-        std::vector<SpiAction> actions;
+        Actions actions;
         LeastTraffic sequence;
         for (auto left = random() % 40; left > 0; --left) {
             actions.push_back(randomAccess(random, words));
@@ -128,21 +90,39 @@ int main() {
         const Traffic traffic = sequence.end();
         least.requests += traffic.requests;
         least.bytes += traffic.bytes;
-        require(spifns_stream_sequence(stream, actions.data(),
-                                       static_cast<std::uint32_t>(actions.size())));
+        stream.run(actions);
     }
     const Traffic sent = sentSince(start);
     print("requests", sent.requests, least.requests);
     print("bytes", sent.bytes, least.bytes);
+}
 
-    set(stream, "SPICLOCK", "1000");
+// Settings that the adapter has, which should take no request.
+void repeatSettings(const Stream& stream) {
+    stream.set("SPICLOCK", "1000");
     const Traffic before = traffic();
     for (unsigned i = 0; i < 1000; ++i) {
-        set(stream, "SPICLOCK", "1000");
-        set(stream, "SPICMDBITS", "0");
-        require(spifns_stream_sequence(stream, first, 0));
+        stream.set("SPICLOCK", "1000");
+        stream.set("SPICMDBITS", "0");
     }
     print("settings", sentSince(before).requests, 0);
-    spifns_stream_close(stream);
+}
+
+void run() {
+    const Stream stream;
+    Words words(2000);
+    // From here on the adapter has its command bits.
+    SpiAction first[] = {access(SpiAction::Read, 0, 1, words.data()),
+                         access(SpiAction::Write, 0, 1, words.data())};
+    stream.run(first);
+    compareTraffic(stream, words);
+    repeatSettings(stream);
+}
+
+}  // namespace
+}  // namespace wrenlink::bench
+
+int main() {
+    wrenlink::bench::run();
     return 0;
 }
