@@ -171,7 +171,10 @@ def encoded(text: str) -> bytes:
 
 def decoded(text: bytes | None) -> str:
     """Text as the library gives it."""
-    return (text or b"").decode(_ENCODING, "replace")
+    try:
+        return (text or b"").decode()
+    except UnicodeDecodeError:
+        return (text or b"").decode(_ENCODING, "replace")
 
 
 def last_error() -> Error | None:
