@@ -42,8 +42,20 @@ void declare(CLI::App& app, Arguments& arguments) {
         ->capture_default_str();
     quillsim::declareAdapters(app, arguments, kMostAdapters);
     quillsim::addPerAdapter(app, "--name", arguments.names,
-                            "socket name (others: quill and the number)");
+                            "socket name (others: quill and the number)")
+        ->check(CLI::Validator(
+            [](std::string& name) {
+                return name.find('/') == std::string::npos ? "" : "'" + name + "' is a path";
+            },
+            ""));
     app.add_option("--mode", arguments.mode, "permissions of the directories that it makes")
+        ->check(CLI::Validator(
+            [](std::string& mode) {
+                const bool good = !mode.empty() && mode.size() <= 4 &&
+                                  mode.find_first_not_of("01234567") == std::string::npos;
+                return good ? "" : "'" + mode + "' is no number in octal digits";
+            },
+            ""))
         ->capture_default_str();
     app.add_option("--group", arguments.group, "group that may use the adapters");
     app.add_option("--log", arguments.logFile, "file to add a line to for each request");
