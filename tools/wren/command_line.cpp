@@ -96,6 +96,7 @@ bool CommandLine::parse(std::vector<std::string> arguments) {
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
             app_.exit(error);
+            context_.output.setCommand("");
             return false;
         }
         requireKnownCommand();
@@ -118,10 +119,9 @@ void CommandLine::requireKnownCommand() const {
 CLI::App* CommandLine::add(const char* name, const char* purpose, std::function<void()> command) {
     CLI::App* subcommand = app_.add_subcommand(name, purpose);
     subcommand->footer("The options of 'wren --help' may stand here, too.");
-    subcommand->callback([this, subcommand, command = std::move(command)] {
-        context_.output.setCommand(subcommand->get_name());
-        command_ = command;
-    });
+    // Known before its arguments turn out to be wrong.
+    subcommand->preparse_callback([this, name](std::size_t) { context_.output.setCommand(name); });
+    subcommand->callback([this, command = std::move(command)] { command_ = command; });
     return subcommand;
 }
 

@@ -23,7 +23,7 @@ void DebugText::take(std::string_view text) {
     note(line);
     if (!showsAll_ && !line.starts_with("WARNING")) return;
     terminal::clearLine();
-    fmt::print(stderr, "wren: {}\n", line);
+    terminal::tell(fmt::format("wren: {}\n", line));
 }
 
 void DebugText::note(std::string_view line) {

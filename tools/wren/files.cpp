@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "failure.h"
+#include "interruption.h"
 #include "system.h"
 
 namespace wren {
@@ -76,13 +77,14 @@ void replaceFile(const fs::path& target, std::string_view contents, bool exists,
     std::error_code error;
     if (exists) fs::permissions(temporary.path(), fs::status(target).permissions(), error);
     if (!error) fs::rename(temporary.path(), target, error);
-    if (error) fail("write", name, error.message());
+    if (error) fail("write", name, system::inUtf8(error.message()));
 }
 
 }  // namespace
 
 void failWithErrno(std::string_view doing, const std::string& path) {
     const int error = errno;
+    if (interrupted()) throw Failure(ExitCode::interrupted, "interrupted");
     fail(doing, path, std::generic_category().message(error));
 }
 

@@ -19,7 +19,7 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// Throws what errno says about an operation on a file.
+// Throws what errno says about an operation on a file, or that Ctrl-C has ended it.
 [[noreturn]] void failWithErrno(std::string_view doing, const std::string& path);
 
 std::filesystem::path pathOf(const std::string& utf8);

@@ -29,7 +29,10 @@ std::uint32_t startOf(const ImageSource& source) {
 Segments loadFile(const ImageSource& source) {
     const ImageFormat& format = source.format.formatFor(source.file);
     if (format.hasAddresses && source.address)
-        failUsage(fmt::format("'{}' holds addresses of its own; leave ADDR out", source.file));
+        failUsage(
+            fmt::format("'{}' is taken for a {} file, which has addresses of its own; leave ADDR "
+                        "out, or tell its --format",
+                        source.file, format.name));
     const std::uint32_t start = format.hasAddresses ? 0 : startOf(source);
     const std::size_t mostBytes = format.hasAddresses ? kMostTextBytes : 2 * kMemoryWords;
     const std::string contents = readFile(source.file, mostBytes);

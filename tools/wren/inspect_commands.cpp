@@ -6,6 +6,7 @@
 #include "interruption.h"
 #include "number.h"
 #include "system.h"
+#include "terminal.h"
 
 namespace wren {
 
@@ -72,7 +73,7 @@ void listPorts(Context& context) {
     for (const Port& port : ports) listPort(context, port, result["ports"]);
     if (!ports.empty()) return;
     result["reason"] = system::whyNoAdapters();
-    fmt::print(stderr, "wren: no adapters found; {}\n", system::whyNoAdapters());
+    terminal::tell(fmt::format("wren: no adapters found; {}\n", system::whyNoAdapters()));
 }
 
 void showInfo(Context& context) {

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <csignal>
 
+#include "system.h"
+
 namespace wren {
 
 namespace {
@@ -20,7 +22,8 @@ extern "C" void noteInterrupt(int signal) {
 
 void noteInterrupts() noexcept {
     for (const int signal : {SIGINT, SIGTERM})
-        if (std::signal(signal, noteInterrupt) == SIG_IGN) std::signal(signal, SIG_IGN);
+        if (system::setSignalHandler(signal, noteInterrupt) == SIG_IGN)
+            std::signal(signal, SIG_IGN);
 }
 
 bool interrupted() noexcept { return noted; }

@@ -34,4 +34,10 @@ std::vector<std::string_view> wordsOf(std::string_view line) {
     return words;
 }
 
+std::string quoted(std::string_view text) {
+    constexpr std::size_t kMost = 40;
+    const std::string shown(text.substr(0, kMost));
+    return "'" + shown + (shown.size() < text.size() ? "...'" : "'");
+}
+
 }  // namespace wren

@@ -5,6 +5,7 @@
 #define WREN_LINES_H
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -21,6 +22,9 @@ std::vector<Line> linesOf(std::string_view text);
 
 // The words of a line, which blanks part.
 std::vector<std::string_view> wordsOf(std::string_view line);
+
+// As much of a text, in quotes, as an error message can show.
+std::string quoted(std::string_view text);
 
 }  // namespace wren
 

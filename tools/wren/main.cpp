@@ -28,12 +28,15 @@ std::string lineOf(const Failure& failure) {
     line += fmt::format(": {}", failure.what());
     if (!failure.progress().empty()) line += fmt::format(" ({})", failure.progress());
     if (!failure.hint().empty()) line += fmt::format("; {}", failure.hint());
+    // Names and contents of files may hold what would move the cursor.
+    const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; };
+    std::ranges::replace_if(line, isControl, '?');
     return line;
 }
 
 void report(const Failure& failure) {
     const std::string error = terminal::styled(stderr, terminal::Style::error, "error");
-    fmt::print(stderr, "wren: {}{}\n", error, lineOf(failure));
+    terminal::tell(fmt::format("wren: {}{}\n", error, lineOf(failure)));
 }
 
 // Calls work and returns the failure that it ends with, if any.
@@ -44,7 +47,7 @@ std::optional<Failure> failureOf(Work work) {
     } catch (const Failure& failure) {
         return failure;
     } catch (const std::exception& error) {
-        return Failure(ExitCode::failed, error.what());
+        return Failure(ExitCode::failed, system::inUtf8(error.what()));
     }
     return std::nullopt;
 }
@@ -77,7 +80,7 @@ ExitCode conclude(Context& context, std::optional<Failure> failure) {
 }
 
 int run(int argc, char** argv) {
-    system::outliveClosedPipes();
+    system::guardStandardStreams();
     Context context;
     const std::vector<std::string> arguments = system::arguments(argc, argv);
     if (std::ranges::count(arguments, "--json") > 0) context.output.useJson();

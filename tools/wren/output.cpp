@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 #include "files.h"
 
@@ -23,8 +24,11 @@ Output::Output() : result_(std::make_unique<Json>(Json::object())) {}
 Output::~Output() = default;
 
 void Output::write(std::string_view text) {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
+    try {
+        fmt::print(stdout, "{}", text);  // in any language, also on consoles with a code page
+    } catch (const std::system_error&) {
         failWithErrno("write", "standard output");
+    }
 }
 
 void Output::writeObject(const Failure* failure) {

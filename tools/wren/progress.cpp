@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
 #include "terminal.h"
@@ -39,8 +38,8 @@ void ProgressBar::update(std::size_t done) {
     const std::size_t width = barColumns(label_.size() + tail.size() + 5);
     const std::size_t filled = width * done / total_;
     terminal::clearLine();
-    fmt::print(stderr, "{} [{:#<{}}{:.<{}}] {}", label_, "", filled, "", width - filled, tail);
-    std::fflush(stderr);
+    terminal::tell(
+        fmt::format("{} [{:#<{}}{:.<{}}] {}", label_, "", filled, "", width - filled, tail));
 }
 
 }  // namespace wren

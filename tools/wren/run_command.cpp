@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "files.h"
 #include "image_format.h"
+#include "interruption.h"
 #include "script.h"
 
 namespace wren {
@@ -35,11 +36,17 @@ void runScript(Context& context, const std::string& file) {
     Connected session(context);
     std::vector<SpiAction> records;
     for (ScriptAction& action : actions) records.push_back(recordOf(action));
+    noteInterrupts();
     try {
         session.submit(records);
     } catch (Failure& failure) {
         failure.setProgress("what the sequence did before that stays done");
         throw;
+    }
+    if (interrupted()) {
+        Failure failure(ExitCode::interrupted, "interrupted");
+        failure.setProgress("after all of the sequence");
+        throw Failure(failure);
     }
 
     const ImageFormat& text = *formatByName("text");

@@ -22,8 +22,8 @@ std::uint64_t numberIn(std::string_view text, std::uint64_t lowest, std::uint64_
     const auto number = wholeNumber(text);
     if (!number || *number < lowest || *number > highest)
         throw Failure(ExitCode::failed,
-                      fmt::format("'{}' is not a number from {} to {} (decimal or 0x...)", text,
-                                  lowest, highest));
+                      fmt::format("{} is not a number from {} to {} (decimal or 0x...)",
+                                  quoted(text), lowest, highest));
     return *number;
 }
 
@@ -67,7 +67,7 @@ ScriptAction parseAction(Words words) {
     for (const auto& action : kActions)
         if (action.name == words.front()) return action.parse(words.subspan(1));
     throw Failure(ExitCode::failed,
-                  fmt::format("no action '{}'; there are read, write, set", words.front()));
+                  fmt::format("no action {}; there are read, write, set", quoted(words.front())));
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ Failure lastFailure() {
     const char* text = "";
     const int code = spifns_get_last_error(nullptr, &text);
     const Remedy& remedy = remedyFor(code);
-    return {remedy.exitCode, flattened(text), remedy.hint, code};
+    return {remedy.exitCode, flattened(system::inUtf8(text)), remedy.hint, code};
 }
 
 extern "C" void addPort(std::uint32_t key, const char* name, void* ports) {
@@ -27,7 +27,7 @@ extern "C" void addPort(std::uint32_t key, const char* name, void* ports) {
 }
 
 extern "C" void takeDebugText(const char* text, void* receiver) {
-    static_cast<DebugText*>(receiver)->take(text);
+    static_cast<DebugText*>(receiver)->take(system::inUtf8(text));
 }
 
 // The selection key that a user's text means. The library takes a text that is no number for 0.

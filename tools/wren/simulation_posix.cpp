@@ -38,7 +38,10 @@ constexpr int kPatienceMilliseconds = 10000;
 // A folder that is gone, with all that is in it, when this is.
 class PrivateFolder {
    public:
-    PrivateFolder() : path_(fs::temp_directory_path() / "wren-XXXXXX") {
+    PrivateFolder() {
+        std::error_code error;
+        path_ = fs::temp_directory_path(error) / "wren-XXXXXX";
+        if (error) fail("a temporary folder: " + error.message(), "let TMPDIR name one");
         if (::mkdtemp(path_.data()) == nullptr) failWithErrno("a temporary folder");
     }
     PrivateFolder(const PrivateFolder&) = delete;

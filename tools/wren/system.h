@@ -14,8 +14,13 @@ namespace wren::system {
 // The arguments of the tool in UTF-8, without its name, from those of main().
 std::vector<std::string> arguments(int argc, char** argv);
 
-// From now on, writing to a closed pipe fails and does not end the tool.
-void outliveClosedPipes() noexcept;
+// From now on, writing to a closed pipe fails and does not end the tool, and no file takes the
+// place of a standard stream that was closed when the tool started.
+void guardStandardStreams() noexcept;
+
+// As std::signal(); but what waits for a stream does not go on waiting and fails with EINTR.
+using SignalHandler = void (*)(int);
+SignalHandler setSignalHandler(int signal, SignalHandler handler) noexcept;
 
 // As std::fopen(); null with errno on failure.
 std::FILE* openFile(const std::filesystem::path& path, const char* mode) noexcept;
@@ -26,6 +31,10 @@ void passBytes(std::FILE* stream) noexcept;
 // Runs the tool anew, with main()'s arguments and one more environment variable, and returns its
 // exit code. Does nothing and returns -1 when the variable has that value already.
 int runAgainWith(const char* variable, const char* value, char** argv);
+
+// A text of the library or of the operating system in UTF-8, which it is unless the system has an
+// encoding of its own.
+std::string inUtf8(const std::string& text);
 
 // Why the library may find no adapter here, and what to do about it, in one line.
 std::string whyNoAdapters();

@@ -1,4 +1,5 @@
 #include <dirent.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,7 +16,21 @@ std::vector<std::string> arguments(int argc, char** argv) {
     return {argv + (argc > 0 ? 1 : 0), argv + argc};
 }
 
-void outliveClosedPipes() noexcept { std::signal(SIGPIPE, SIG_IGN); }
+void guardStandardStreams() noexcept {
+    std::signal(SIGPIPE, SIG_IGN);
+    // Opened for reading, so that writing still fails.
+    int opened = 0;
+    while (opened >= 0 && opened <= STDERR_FILENO) opened = ::open("/dev/null", O_RDONLY);
+    if (opened > STDERR_FILENO) ::close(opened);
+}
+
+SignalHandler setSignalHandler(int signal, SignalHandler handler) noexcept {
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = handler;
+    ::sigaction(signal, &action, &before);
+    return before.sa_handler;
+}
 
 std::FILE* openFile(const std::filesystem::path& path, const char* mode) noexcept {
     return std::fopen(path.c_str(), mode);
@@ -31,6 +46,8 @@ int runAgainWith(const char* variable, const char* value, char** argv) {
     ::execv("/proc/self/exe", argv);
     throw std::system_error(errno, std::generic_category(), "starting anew");
 }
+
+std::string inUtf8(const std::string& text) { return text; }
 
 std::string whyNoAdapters() {
     const char* const named = ::getenv("WRENLINK_RUNTIME_DIR");

@@ -4,6 +4,7 @@
 #include <io.h>
 #include <shellapi.h>
 
+#include <csignal>
 #include <cstring>
 #include <memory>
 #include <system_error>
@@ -45,7 +46,11 @@ std::vector<std::string> arguments(int argc, char** argv) {
     return converted;
 }
 
-void outliveClosedPipes() noexcept {}
+void guardStandardStreams() noexcept {}
+
+SignalHandler setSignalHandler(int signal, SignalHandler handler) noexcept {
+    return std::signal(signal, handler);
+}
 
 std::FILE* openFile(const std::filesystem::path& path, const char* mode) noexcept {
     const std::wstring wideMode(mode, mode + std::strlen(mode));
@@ -77,6 +82,18 @@ int runAgainWith(const char* variable, const char* value, char**) {
     ::WaitForSingleObject(process.get(), INFINITE);
     ::GetExitCodeProcess(process.get(), &code);
     return static_cast<int>(code);
+}
+
+// The system's own words are in the code page of its language, names of files within them need not
+// be.
+std::string inUtf8(const std::string& text) {
+    const auto wideSize = [&](UINT codePage, DWORD flags) {
+        return ::MultiByteToWideChar(codePage, flags, text.c_str(), -1, nullptr, 0);
+    };
+    if (wideSize(CP_UTF8, MB_ERR_INVALID_CHARS) > 0) return text;
+    std::wstring wide(static_cast<std::size_t>(wideSize(CP_ACP, 0)), L'\0');
+    ::MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, wide.data(), static_cast<int>(wide.size()));
+    return utf8(wide.c_str());
 }
 
 std::string whyNoAdapters() {

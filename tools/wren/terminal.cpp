@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <cstdlib>
+#include <exception>
 
 namespace wren::terminal {
 
@@ -15,6 +16,15 @@ bool coloured(std::FILE* stream) {
 }
 
 }  // namespace
+
+void tell(std::string_view text) noexcept {
+    try {
+        fmt::print(stderr, "{}", text);
+        std::fflush(stderr);
+    } catch (const std::exception&) {
+        std::clearerr(stderr);
+    }
+}
 
 void clearLine() noexcept {
     if (!isTerminal(stderr)) return;

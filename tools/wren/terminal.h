@@ -19,6 +19,9 @@ bool takesSequences(std::FILE* stream) noexcept;
 // The columns of the terminal behind standard error; 80 when it does not tell.
 unsigned columns() noexcept;
 
+// Writes to standard error. That nobody takes it is no failure: there is nowhere else to say so.
+void tell(std::string_view text) noexcept;
+
 // Wipes the line of standard error that the cursor stands in, such as a progress bar; nothing when
 // no person watches.
 void clearLine() noexcept;

@@ -17,8 +17,8 @@ constexpr std::size_t kWordsPerLine = 8;
 std::uint64_t hexNumber(const Line& line, std::string_view text, std::uint64_t highest) {
     const auto number = hexadecimalNumber(text);
     if (!number || *number > highest)
-        throw FormatError(line.number,
-                          fmt::format("'{}' is no hexadecimal number up to {:x}", text, highest));
+        throw FormatError(line.number, fmt::format("{} is no hexadecimal number up to {:x}",
+                                                   quoted(text), highest));
     return *number;
 }
 
