@@ -89,11 +89,11 @@ class CDebugSentry {
         exitPrinted_ = true;
     }
 
-    CMessageHandler* handler_;
-    unsigned int line_;
+    CMessageHandler* handler_ = nullptr;
+    unsigned int line_ = 0;
     bool exitPrinted_ = true;
-    const char* file_;
-    const char* function_;
+    const char* file_ = nullptr;
+    const char* function_ = nullptr;
 };
 
 #endif

@@ -57,9 +57,9 @@ void checkScope(const Scope& scope) {
     for (const Message& message : test::messages()) {
         if (message.function != scope.function) continue;
         if (message.kind == MessageKind::entry)
-            lines.push_back("->");
+            lines.emplace_back("->");
         else if (message.kind == MessageKind::exit)
-            lines.push_back("<-");
+            lines.emplace_back("<-");
         else if (message.isResult && message.level == 0 && !message.flag)
             lines.push_back(message.text);
         else
