@@ -45,6 +45,7 @@ class DeviceTest : public testing::Test {
 };
 
 TEST_F(DeviceTest, ServerThatIsGoneBeforeTheRequestIsReset) {
+    EXPECT_EQ(device_.wait(0), WaitResult::failed) << "nothing was started";
     for (const bool accepted : {true, false}) {
         {
             const Server server(path_);

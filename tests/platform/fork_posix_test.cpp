@@ -81,6 +81,9 @@ TEST(StoreInFork, WaitsUntilTheStoreIsWhole) {
     EXPECT_TRUE(endedWell(child));
     other.join();
     os::closeProcessMutex(mutex);
+    const pid_t later = ::fork();
+    if (later == 0) endChild(true);
+    EXPECT_TRUE(endedWell(later)) << "there is no store any more";
 }
 
 }  // namespace

@@ -222,6 +222,7 @@ TEST_F(OsContract, ProcessBlockLivesWithItsUsers) {
 
     closeProcessBlock(first);
     EXPECT_EQ(first.view, nullptr);
+    closeProcessBlock(first);
     EXPECT_EQ(static_cast<char*>(second.view)[63], 'x');
     closeProcessBlock(second);
     ProcessBlock third = openProcessBlock("contract", 64);

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <array>
 #include <chrono>
@@ -45,15 +46,19 @@ class SystemCalls : public testing::Test {
 
     // ---- Each tells whether it worked ----
 
+    bool makeBlock() { return useBlock("block " + std::to_string(++blocks_)); }
     bool joinBlock() { return useBlock("held"); }
-    // Another process is about to make the block, and ends before it has.
-    bool takeBlockOver() {
+    bool takeBlockOver() { return comeLate(0, true); }
+    // Another process is about to make the block, and ends before it has, whatever size it has
+    // given it. It may have shared the block before.
+    bool comeLate(off_t size, bool shared) {
         const std::string name = "late " + std::to_string(++blocks_);
         Descriptor maker = openObjectFile(name, 16);
         originalFlock(maker.get(), LOCK_EX);
         std::thread ending([&] {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            originalFlock(maker.get(), LOCK_SH);
+            EXPECT_EQ(::ftruncate(maker.get(), size), 0);
+            if (shared) originalFlock(maker.get(), LOCK_SH);
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
             maker = Descriptor();
         });
@@ -101,8 +106,9 @@ class SystemCalls : public testing::Test {
 
 TEST_F(SystemCalls, ThatFailLeaveNothingBehindAndThoseInterruptedAreRepeated) {
     using Operation = bool (SystemCalls::*)();
-    const Operation operations[] = {&SystemCalls::joinBlock, &SystemCalls::takeBlockOver,
-                                    &SystemCalls::useMutex, &SystemCalls::exchangeFarAway};
+    const Operation operations[] = {&SystemCalls::makeBlock, &SystemCalls::joinBlock,
+                                    &SystemCalls::takeBlockOver, &SystemCalls::useMutex,
+                                    &SystemCalls::exchangeFarAway};
     const struct {
         bool shortCuts;
         FaultPlan::Among among;
@@ -129,6 +135,13 @@ TEST_F(SystemCalls, ThatFailLeaveNothingBehindAndThoseInterruptedAreRepeated) {
                 EXPECT_TRUE(worksWith(0)) << "afterwards";
             }
         }
+    }
+}
+
+TEST_F(SystemCalls, BlockThatGetsAnotherSizeMeanwhileIsRefused) {
+    for (const bool shared : {true, false}) {
+        EXPECT_FALSE(comeLate(8, shared));
+        EXPECT_EQ(lastError(), static_cast<ErrorCode>(EEXIST));
     }
 }
 
