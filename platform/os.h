@@ -226,8 +226,6 @@ class Device {
 
 // ---- System ------------------------------------------------------------------------------------
 
-std::uint32_t processId() noexcept;
-
 // Reads an environment variable; false when it is not set, or when the process runs with rights
 // that its caller does not have.
 bool environmentVariable(const char* name, std::string& value);

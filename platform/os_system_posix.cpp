@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -32,8 +31,6 @@ void errorText(ErrorCode code, char* buffer, std::size_t size) noexcept {
     buffer[length] = '\0';
     errno = error;
 }
-
-std::uint32_t processId() noexcept { return static_cast<std::uint32_t>(::getpid()); }
 
 bool environmentVariable(const char* name, std::string& value) {
     const char* const text = ::secure_getenv(name);

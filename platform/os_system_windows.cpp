@@ -59,8 +59,6 @@ void errorText(ErrorCode code, char* buffer, std::size_t size) noexcept {
     buffer[kept] = '\0';
 }
 
-std::uint32_t processId() noexcept { return ::GetCurrentProcessId(); }
-
 bool environmentVariable(const char* name, std::string& value) {
     std::string text(kLongestVariable, '\0');
     ::SetLastError(ERROR_SUCCESS);

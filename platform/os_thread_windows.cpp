@@ -12,7 +12,7 @@ namespace {
 class ProcessName {
    public:
     explicit ProcessName(const char* name) noexcept {
-        std::snprintf(text_, sizeof text_, "%s %08x", name, static_cast<unsigned>(processId()));
+        std::snprintf(text_, sizeof text_, "%s %08lx", name, ::GetCurrentProcessId());
     }
     const char* text() const noexcept { return text_; }
 
