@@ -46,6 +46,26 @@ TEST(Failures, MakeEveryStreamForgetWhatTheAdapterHas) {
     }
 }
 
+TEST(Failures, WhileTheAdapterIsOutOfReach) {
+    Simulator simulator;
+    const Stream stream("0");
+    const struct {
+        const char* begin;
+        const char* end;
+        NativeError error;
+    } cases[] = {{"unplug 0", "plug 0", NativeError::noAdapter},
+                 {"openable 0 no", "openable 0 yes", NativeError::notOpenable}};
+    for (const auto& c : cases) {
+        simulator.control(c.begin);
+        EXPECT_EQ(
+            outcome(stream.read(1, word)),
+            (Failure{515, 0,
+                     textOf(c.error) + ": Unable to open USB driver: Unable to send sequence"}));
+        simulator.control(c.end);
+        EXPECT_EQ(stream.read(1, word), 0);
+    }
+}
+
 TEST(Failures, WithNoAdapterSelected) {
     const Simulator simulator;
     const Stream stream;

@@ -1,4 +1,4 @@
-// Adapters that lie, are late, fall silent or cannot be opened, at every exchange of a scenario:
+// Adapters that lie, are late or fall silent, at every exchange of a scenario:
 // the host is told what the exchange shows, no more and no less, and the next run succeeds.
 #include <gtest/gtest.h>
 
@@ -145,41 +145,12 @@ Failure failureOf(const std::string& line, const std::string& told) {
 
 using Exchanges = std::vector<Exchange>;
 
-// How an adapter gets out of reach and comes back.
-struct Absence {
-    const char* begin;
-    const char* end;
-    NativeError error;
-};
-
-const Absence kAbsences[] = {
-    {"unplug #", "plug #", NativeError::noAdapter},
-    {"openable # no", "openable # yes", NativeError::notOpenable},
-};
-
-// The same exchanges, had the adapter been out of reach: a batch that fails is the last of its
-// call.
-Exchanges notReaching(const Absence& absence, Exchanges exchanges) {
-    if (exchanges[0].isBatch()) exchanges.resize(1);
-    for (Exchange& exchange : exchanges)
-        exchange.failure = {515, 0, textOf(absence.error) + ": Unable to open USB driver"};
-    return exchanges;
-}
-
 // What a run of the scenario showed.
 struct Outcome {
-    std::vector<int> words;            // of all steps
-    std::vector<Exchanges> exchanges;  // of the stream's opening, and of each step
+    std::vector<int> words;               // of all steps
+    std::vector<std::size_t> replySizes;  // of all exchanges
     bool failed = false;
     unsigned timedOut = 0;  // exchanges
-
-    // Of all exchanges, in their order.
-    std::vector<std::size_t> replySizes() const {
-        std::vector<std::size_t> sizes;
-        for (const Exchanges& some : exchanges)
-            for (const Exchange& exchange : some) sizes.push_back(exchange.reply.size());
-        return sizes;
-    }
 };
 
 // Runs the scenario on one adapter. Several threads may, each on an adapter of its own.
@@ -196,27 +167,26 @@ class Bench {
     }
 
     // Checks what each step tells.
-    Outcome run() { return run(std::size(kSteps), kAbsences[0], {}); }
-    // The same with an adapter that is absent during one step, by its number; `clean` is a run
-    // without failures.
-    Outcome run(std::size_t absentStep, const Absence& absence, const Outcome& clean);
+    Outcome run();
     // Runs the scenario again, as if nothing had happened.
     void expectSame(const Outcome& clean);
 
    private:
-    Exchanges takeExchanges();
+    Exchanges takeExchanges(Outcome& outcome);
 
     static inline std::mutex turn_;
     Simulator& simulator_;
     unsigned adapter_;
 };
 
-Exchanges Bench::takeExchanges() {
+Exchanges Bench::takeExchanges(Outcome& outcome) {
     const std::lock_guard guard(turn_);
     Exchanges exchanges;
-    for (const std::string& line : simulator_.takeLog(adapter_))
+    for (const std::string& line : simulator_.takeLog(adapter_)) {
         exchanges.push_back({fromHex(field(line, "frame")), fromHex(field(line, "reply")),
                              failureOf(line, lastFailure().text)});
+        outcome.replySizes.push_back(exchanges.back().reply.size());
+    }
     return exchanges;
 }
 
@@ -232,18 +202,16 @@ void expectTold(const Step& step, int status, const Host& host, const Exchanges&
         << testing::PrintToString(host.words) << " for " << testing::PrintToString(told.words);
 }
 
-Outcome Bench::run(std::size_t absentStep, const Absence& absence, const Outcome& clean) {
+Outcome Bench::run() {
+    Outcome former;
+    takeExchanges(former);
     Outcome outcome;
-    takeExchanges();
     spifns_clear_last_error();
     Host host = {{}, std::to_string(adapter_)};
-    outcome.exchanges.push_back(takeExchanges());
-    EXPECT_EQ(lastFailure(), tell(outcome.exchanges[0]).failure);
+    EXPECT_EQ(tell(takeExchanges(outcome)).failure, lastFailure());
     DebugTexts texts(host.stream);
-    for (std::size_t i = 0; i < std::size(kSteps); ++i) {
-        const Step& step = kSteps[i];
+    for (const Step& step : kSteps) {
         SCOPED_TRACE(step.what);
-        if (i == absentStep) control(absence.begin);
         spifns_clear_last_error();
         host.words.clear();
         const auto start = std::chrono::steady_clock::now();
@@ -252,10 +220,8 @@ Outcome Bench::run(std::size_t absentStep, const Absence& absence, const Outcome
         const bool timedOut = hasTimedOut();
         EXPECT_TRUE(!timedOut || (spent > 900ms && nothingLands()));
         EXPECT_LT(spent, 10s);
-        if (i == absentStep) control(absence.end);
 
-        Exchanges exchanges = takeExchanges();
-        if (i == absentStep) exchanges = notReaching(absence, clean.exchanges[i + 1]);
+        const Exchanges exchanges = takeExchanges(outcome);
         const std::vector<std::string> shown = texts.take();
         // A machine that is busy enough makes adapters late that are not.
         if (!timedOut || tell(exchanges).failure.code != 0) {
@@ -264,7 +230,6 @@ Outcome Bench::run(std::size_t absentStep, const Absence& absence, const Outcome
         }
         outcome.failed = outcome.failed || lastFailure().code != 0;
         outcome.words.insert(outcome.words.end(), host.words.begin(), host.words.end());
-        outcome.exchanges.push_back(std::move(exchanges));
         if (timedOut) ++outcome.timedOut;
     }
     return outcome;
@@ -296,9 +261,8 @@ class LyingAdapter : public testing::Test {
 };
 
 void LyingAdapter::strikeEach(const std::string& fault, bool onlyReplies) {
-    const std::vector<std::size_t> replySizes = clean_.replySizes();
-    for (std::size_t i = 0; i < replySizes.size() && !HasFailure(); ++i) {
-        if (onlyReplies && replySizes[i] == 0) continue;
+    for (std::size_t i = 0; i < clean_.replySizes.size() && !HasFailure(); ++i) {
+        if (onlyReplies && clean_.replySizes[i] == 0) continue;
         SCOPED_TRACE(fault + " at exchange " + std::to_string(i));
         bench_.control("fault # " + fault + " skip=" + std::to_string(i));
         bench_.run();
@@ -321,16 +285,6 @@ TEST_F(LyingAdapter, ChangesEachReply) {
         strikeEach(fault, true);
 }
 
-TEST_F(LyingAdapter, IsOutOfReachAtEachStep) {
-    for (const Absence& absence : kAbsences) {
-        for (std::size_t i = 0; i < std::size(kSteps); ++i) {
-            SCOPED_TRACE(std::string(absence.begin) + " for " + kSteps[i].what);
-            EXPECT_TRUE(bench_.run(i, absence, clean_).failed);
-            bench_.expectSame(clean_);
-        }
-    }
-}
-
 // Each adapter is late at another exchange, or silent.
 TEST(LateAdapter, IsNotHeard) {
     constexpr unsigned kAdapters = 31;  // one stream more keeps the list of adapters
@@ -348,7 +302,7 @@ TEST(LateAdapter, IsNotHeard) {
             const Outcome clean = bench.run();
             EXPECT_FALSE(clean.failed);
             for (unsigned round = 0; round < scale() && !testing::Test::HasFailure(); ++round) {
-                const std::size_t exchange = (i + round) % clean.replySizes().size();
+                const std::size_t exchange = (i + round) % clean.replySizes.size();
                 bench.control("fault # " + fault + " skip=" + std::to_string(exchange));
                 const unsigned timedOut = bench.run().timedOut;
                 if (!isSilent) late += timedOut;

@@ -1,4 +1,4 @@
-// Which functions open a trace scope, and what their exit lines show.
+// Which functions open a trace scope, what their exit lines show, and what else is traced.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,9 +21,9 @@
 #include "quill/spi_clock.h"
 #include "quill/stream_command.h"
 #include "quill/stream_variables.h"
-#include "tests/support/machine.h"
+#include "tests/exports/host.h"
 #include "tests/support/recording_handler.h"
-#include "tests/support/test_runtime.h"
+#include "tests/support/simulator.h"
 #include "wrenlink/batch.h"
 #include "wrenlink/chip_command.h"
 #include "wrenlink/entries.h"
@@ -244,6 +244,54 @@ TEST_F(Tracing, TellsOfAMissingAdapterAndMarksAnExchangeIfItIsWanted) {
             levels.push_back(mark.level);
         EXPECT_EQ(levels, activated ? (std::vector{5UL, 0UL}) : std::vector<unsigned long>{});
     }
+}
+
+using Lines = std::vector<std::string>;
+
+// The library's own debug lines since the last call.
+Lines takeLines() {
+    Lines lines;
+    for (const Message& message : test::messages(MessageKind::output)) {
+        if (message.isResult) continue;
+        EXPECT_EQ(message.level, 3U);
+        EXPECT_FALSE(message.flag);
+        lines.push_back(message.function + "|" + message.text);
+    }
+    test::clearMessages();
+    return lines;
+}
+
+// Of the exchanges with an adapter.
+TEST(AdapterTrace, IsMadeWhenItIsWanted) {
+    test::Simulator simulator;
+    for (const bool activated : {false, true}) {
+        test::setDebugActivated(activated);
+        test::clearMessages();
+        const auto expected = [&](const std::string& line) {
+            return activated ? Lines{line} : Lines{};
+        };
+        const test::Stream stream("0");
+        EXPECT_EQ(takeLines(), expected("Quill_Stream_GetVersion|Quill fw version: 264 (0x108)\n"));
+        const struct {
+            const char* state;
+            const char* text;
+        } states[] = {{"running", " = Running"},
+                      {"stopped", " = Stopped"},
+                      {"failing", " = failed on quill"}};
+        for (const auto& state : states) {
+            simulator.control(std::string("xap 0 ") + state.state);
+            spifns_stream_marigold_xap_stopped(stream.id());
+            EXPECT_EQ(
+                takeLines(),
+                expected(std::string("spi_sd_marigold_xap_stopped|Quill - Quill XAP Stopped?") +
+                         state.text));
+        }
+        simulator.control("fault 0 refuse 5");
+        stream.command("DFU");
+        EXPECT_EQ(takeLines(), expected("Quill_Stream_Command|Quill Fail - " + test::textOf(5) +
+                                        ": Driver IO failed"));
+    }
+    test::setDebugActivated(false);
 }
 
 }  // namespace

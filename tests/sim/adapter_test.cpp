@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -197,26 +198,12 @@ TEST(LogTest, HoldsTheLatestRequestsWithinItsLimits) {
 TEST(CommandTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
     Bench bench;
     const std::string before = bench.control("state 0");
-    for (const char* line : {"",
-                             "nothing",
-                             "state",
-                             "state 1",
-                             "state 0 0",
-                             "log 0 all",
-                             "fault 0 sillence",
-                             "fault 0 delay",
-                             "fault 0 delay 4294967296",
-                             "fault 0 runt 4",
-                             "fault 0 silence 0",
-                             "fault 0 silence times=1",
-                             "xap 0 0x10000",
-                             "faulty 0 2 1",
-                             "peek 0 0 65537",
-                             "poke 0 0",
-                             "poke 0 0 1 0x",
-                             "set 0 firmware 1.256",
-                             "set 0 id -1",
-                             "set 0 colour 1"}) {
+    std::istringstream lines(
+        "|nothing|state|state 1|state 0 0|log 0 all|fault 0 sillence|fault 0 delay|"
+        "fault 0 delay 4294967296|fault 0 runt 4|fault 0 silence 0|"
+        "fault 0 silence times=1|xap 0 0x10000|faulty 0 2 1|peek 0 0 65537|poke 0 0|"
+        "poke 0 0 1 0x|set 0 firmware 1.256|set 0 id -1|set 0 colour 1");
+    for (std::string line; std::getline(lines, line, '|');) {
         EXPECT_THAT(bench.control(line), StartsWith("error: ")) << line;
     }
     EXPECT_EQ(bench.control("state 0"), before);
