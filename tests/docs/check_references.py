@@ -1,4 +1,5 @@
-"""check_references.py SOURCES KIT: the documents tell of every error and every option that there is."""
+"""check_references.py SOURCES KIT: the documents tell of every error, option and member of a result."""
+import json
 import pathlib
 import re
 import subprocess
@@ -21,6 +22,19 @@ for manual in (kit / "share/man/man1").glob("*.1"):
     told = manual.read_text().replace("Fl Fl ", "--").replace("\\-", "-")
     options = set(re.findall(r"--[a-z-]+", shown.stdout))
     missing += sorted(f"{manual.name}: {option}" for option in options if not re.search(rf"{option}\b", told))
+
+rows = re.findall(r"^\| (`[a-z`, ]+`) \| (.*) \|$", (sources / "docs/wren-json.md").read_text(), re.M)
+for line in ["ports", "info", "xap", "speed --seconds 0.02", "read 0 1", "read 0 1 -o /dev/null", "dump 0 1",
+             "write 0 1", "fill --region 0:1 1", "verify 0 1", "diff -", "get SPIMUL", "set SPIMUL=1", "vars",
+             "command DFU", "mgcmd --init 1 2 3", "run -"]:
+    words = line.split()
+    shown = subprocess.run([kit / "bin/wren", "--simulate", "--json", *words], check=False, capture_output=True,
+                           input="0: 1" if words[0] == "diff" else "read 0 1", text=True)
+    told = " ".join(members for commands, members in rows if f"`{words[0]}`" in commands)
+    if "those of `verify`" in told:
+        told += " ".join(members for commands, members in rows if "`verify`" in commands)
+    result = json.loads(shown.stdout)["result"]
+    missing += [f"wren-json.md: {line}: {member}" for member in result or ["nothing"] if f"`{member}`" not in told]
 
 print(*missing, sep="\n")
 print(f"{len(stored)} errors, {len(missing)} missing")
