@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "failure.h"
+#include "interruption.h"
 #include "simulation.h"
 
 namespace wren {
@@ -120,6 +121,7 @@ Process startSimulator(const std::string& folder, unsigned adapters,
     const std::string said = readLine(process.output);
     if (said == "ready") return process;
     const int status = process.end(SIGKILL);
+    if (interrupted()) throw Failure(ExitCode::interrupted, "interrupted");
     if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
         fail("'quillsim' is missing", "put it beside wren, or on PATH");
     if (!said.empty()) fail(said, "");
