@@ -1,4 +1,5 @@
-"""check_references.py SOURCES KIT: the documents tell of every error, option and member of a result."""
+"""check_references.py SOURCES KIT: the documents tell of every error, option and member of a result, and
+name no test that there is not."""
 import json
 import pathlib
 import re
@@ -35,6 +36,13 @@ for line in ["ports", "info", "xap", "speed --seconds 0.02", "read 0 1", "read 0
         told += " ".join(members for commands, members in rows if "`verify`" in commands)
     result = json.loads(shown.stdout)["result"]
     missing += [f"wren-json.md: {line}: {member}" for member in result or ["nothing"] if f"`{member}`" not in told]
+
+tests = set()
+for file in (sources / "tests").rglob("*.cpp"):
+    for suite, case in re.findall(r"^TEST(?:_\w)?\((\w+), (\w+)\)", file.read_text(), re.M):
+        tests |= {suite, f"{suite}.{case}"}
+told = re.findall(r"`([A-Z][A-Za-z]+(?:\.[A-Za-z]+)?)`", (sources / "docs/reliability.md").read_text())
+missing += sorted(f"reliability.md: {name}" for name in set(told) - tests)
 
 print(*missing, sep="\n")
 print(f"{len(stored)} errors, {len(missing)} missing")
