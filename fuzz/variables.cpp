@@ -128,10 +128,15 @@ std::string Variables::get(const std::string& name) const {
     return held_.readBits == held_.writeBits ? hexadecimal(held_.readBits) : "MISMATCH";
 }
 
+// A text as C has it, up to its first NUL.
+std::string textFrom(FuzzedDataProvider& input, std::size_t longest) {
+    const std::string bytes = input.ConsumeRandomLengthString(longest);
+    return bytes.substr(0, bytes.find('\0'));
+}
+
 // A name that a variable has, in any case, or one that it may have.
 std::string nameFrom(FuzzedDataProvider& input) {
-    if (input.ConsumeIntegralInRange(0, 7) == 0)
-        return input.ConsumeRandomLengthString(kLongestName).c_str();
+    if (input.ConsumeIntegralInRange(0, 7) == 0) return textFrom(input, kLongestName);
     std::string name = input.PickValueInArray(kNames);
     if (input.ConsumeBool()) name[input.ConsumeIntegralInRange<std::size_t>(0, 6)] ^= 0x20;
     return name;
@@ -154,7 +159,7 @@ void step(const test::Stream& stream, Variables& variables, FuzzedDataProvider& 
         require(stream.get(name.c_str()) == variables.get(name), "a variable reads as it was set");
         return;
     }
-    const std::string value = input.ConsumeRandomLengthString(kLongestValue).c_str();
+    const std::string value = textFrom(input, kLongestValue);
     checkNumbers(value);
     const Failure expected = variables.set(name, value);
     const int status = stream.set(name.c_str(), value.c_str());
