@@ -10,7 +10,8 @@ namespace {
 // Names of usual lengths take no memory from the heap: each exchange makes one.
 os::KernelMutex openMutex(std::string_view name) {
     std::array<std::byte, 512> room;
-    std::pmr::monotonic_buffer_resource memory(room.data(), room.size());
+    std::pmr::monotonic_buffer_resource memory(room.data(), room.size(),
+                                               std::pmr::new_delete_resource());
     return os::KernelMutex(mutexKernelName(name, &memory));
 }
 

@@ -18,7 +18,7 @@ namespace wrenlink {
 // The kernel's name of the mutex "name": "kvs_mutex_" and the name, with each of . \ / " * replaced
 // by a hyphen.
 std::pmr::string mutexKernelName(
-    std::string_view name, std::pmr::memory_resource* memory = std::pmr::get_default_resource());
+    std::string_view name, std::pmr::memory_resource* memory = std::pmr::new_delete_resource());
 
 class NamedMutex {
    public:

@@ -63,9 +63,11 @@ class Submission {
 
     CUsbStreamData& stream_;
     QuillStream* quill_;
-    // Short submissions take no memory but this.
+    // Short submissions take no memory but this; long ones what every host has, whatever a host
+    // may have made the default.
     alignas(SpiAction) std::array<std::byte, 2048> room_;
-    std::pmr::monotonic_buffer_resource memory_{room_.data(), room_.size()};
+    std::pmr::monotonic_buffer_resource memory_{room_.data(), room_.size(),
+                                                std::pmr::new_delete_resource()};
     std::pmr::vector<SpiAction> pending_{&memory_};
     std::pmr::forward_list<ValueText> valueTexts_{&memory_};  // entries point at its elements
     // What the gathered list sets, for reads and for writes: the cache learns of it only once the
