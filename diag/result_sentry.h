@@ -27,6 +27,15 @@ inline CMessageHandler& messageHandler(const char* function) {
     return CTheMsgHnd::GetAppropriateHandler(kMessageGroup, function, false);
 }
 
+// Whether anybody would notice a trace scope. A component that does not tell counts as listening.
+template <class Component = CTheMsgHnd>
+bool isTraced() {
+    if constexpr (requires { Component::IsListening(); })
+        return Component::IsListening();
+    else
+        return true;
+}
+
 // How the exit line shows a result: the format, with the function's name as its first argument, and
 // the value to pass.
 template <class T>
