@@ -110,7 +110,7 @@ std::vector<std::string> presentAdapters(std::size_t most) {
     std::string prefix;
     if (!runtimeDirectory(prefix)) return paths;
     prefix += "/adapters/";
-    Descriptor descriptor = openRuntimeFolder("adapters");
+    Descriptor descriptor = openRuntimeFolder("adapters", O_RDONLY);
     if (!descriptor.valid()) return paths;
     const Folder folder(::fdopendir(descriptor.get()));
     if (folder == nullptr) return paths;

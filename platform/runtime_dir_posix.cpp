@@ -111,7 +111,7 @@ Descriptor createObjectFile(int folder, const char* name) noexcept {
 // opened without O_CREAT, which systems refuse for the files of other users in a folder that anyone
 // may write. Two processes may make one file at once, so the steps repeat.
 Descriptor openOrCreate(const char* name) noexcept {
-    const Descriptor folder = openRuntimeFolder("objects");
+    const Descriptor folder = openRuntimeFolder("objects", O_PATH);
     if (!folder.valid()) return Descriptor();
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
         Descriptor file(::openat(folder.get(), name, kObjectFlags));
@@ -149,10 +149,10 @@ bool runtimeDirectory(std::string& path) {
     return true;
 }
 
-Descriptor openRuntimeFolder(const char* name) noexcept {
+Descriptor openRuntimeFolder(const char* name, int access) noexcept {
     char path[PATH_MAX];
     if (!writePath(path, {name})) return Descriptor();
-    return Descriptor(::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return Descriptor(::open(path, access | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 Descriptor openObjectFile(std::string_view kernelName, std::size_t size) noexcept {

@@ -21,9 +21,9 @@ namespace wrenlink::os {
 // each directory has one path. False with errno set when there is no such directory.
 bool runtimeDirectory(std::string& path);
 
-// Opens a folder of the runtime directory, "adapters" or "objects", for reading. Invalid with errno
-// set when it is missing, or is a link.
-Descriptor openRuntimeFolder(const char* name) noexcept;
+// Opens a folder of the runtime directory, "adapters" or "objects", for O_RDONLY to list it or for
+// O_PATH to reach what is in it. Invalid with errno set when it is missing, or is a link.
+Descriptor openRuntimeFolder(const char* name, int access) noexcept;
 
 // Opens the file of a kernel object for reading and writing, or makes it, empty, for everybody who
 // may use its folder. Only an ordinary file with one name, which is empty or has exactly so many

@@ -1,6 +1,7 @@
 // Kernel objects and adapters as files of the runtime directory.
 #include "platform/runtime_dir_posix.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -82,7 +83,7 @@ TEST_F(RuntimeDir, FileNameIsTheKernelNameIfItCanBe) {
 TEST_F(RuntimeDir, TheEnvironmentNamesTheFolders) {
     const char* const runtime = "WRENLINK_RUNTIME_DIR";
     ::setenv(runtime, ("/" + std::string(PATH_MAX, 'd')).c_str(), 1);
-    EXPECT_FALSE(openRuntimeFolder("objects").valid());
+    EXPECT_FALSE(openRuntimeFolder("objects", O_RDONLY).valid());
     EXPECT_EQ(lastError(), static_cast<ErrorCode>(ENAMETOOLONG));
     std::string unset;
     std::string empty;
