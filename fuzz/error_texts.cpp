@@ -12,9 +12,10 @@ namespace {
 
 constexpr std::size_t kKept = 1023;
 
-// As the C side of a text sees it.
+// A text as C has it, up to its first NUL.
 std::string text(FuzzedDataProvider& input) {
-    return input.ConsumeRandomLengthString(1400).c_str();
+    const std::string bytes = input.ConsumeRandomLengthString(1400);
+    return bytes.substr(0, bytes.find('\0'));
 }
 
 void step(FuzzedDataProvider& input, test::Failure& expected) {

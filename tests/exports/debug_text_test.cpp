@@ -39,6 +39,7 @@ int debugged(const Arguments&) {
     stream.command("DFU");
     spifns_stream_mgcmd_init(stream.id(), 0, 0);
     spifns_stream_mgcmd_cmd(stream.id(), two.data(), 1, 0);
+    stream.run({setting("SPIPORT", "1"), readInto(0x7C, one), readInto(0x7C, one)});
     stream.get(longValue.c_str());
     tellParent("end");
     return 0;
@@ -96,6 +97,16 @@ const char* const kLines[] = {
     "Quill DFU",
     "Quill MGCMD init",
     "Quill MGCMD cmd",
+    "Quill fw version: 264 (0x108)\\n",
+    "Quill Major version: 1 - Minor version: 8",
+    "Quill version does not support cmdbits cache",
+    "Quill Major version: 1 - Minor version: 8",
+    "Quill version does not support cmdbits cache",
+    "Submitting a sequence of 2 commands",
+    "[IN ] Quill Batch Operation",
+    "Retrieving information for quill command SpiAction::SpiActionType = 0",
+    "data->cmd not recognized: 16962",
+    "[OUT] Quill Batch Operation",
 };
 
 Texts textsWith(const std::string& value) {
@@ -111,7 +122,9 @@ Texts textsWith(const std::string& value) {
 }
 
 TEST(DebugText, IsFullWhenTheEnvironmentSaysSo) {
-    Simulator simulator({100}, "1.9");
+    Simulator simulator({100, 200}, "1.9");
+    simulator.control("set 1 firmware 1.8");
+    simulator.control("fault 1 badstatus 0x4242 always code=0x0100");
     simulator.control("poke 0 0x7c 0x12 0xab");
     Texts full;
     Texts routine;

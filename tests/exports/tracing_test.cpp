@@ -181,6 +181,8 @@ TEST_F(Tracing, OperationsOpenTheirScopes) {
         CALL(Quill_Stream_GetVar, (quill, "SPIMUL"), "\"0\""),
         CALL(Quill_Stream_SetVar, (quill, "SPIMUL", "17"), "1"),
         CALL(Quill_Stream_GetCmdBitsCache, (quill, &word, false), kPlain),
+        {"Quill_Stream_Debug_Full", [&] { Quill_Stream_GetCmdBitsCache(quill, &word, false); },
+         kPlain},
         CALL(Quill_Stream_SetCmdBitsCache, (quill, 0, false), kPlain),
         CALL(Quill_Stream_SetMode, (quill, "JTAG"), "1"),
         CALL(BuildRead, (nullptr, 0, 0, size, size), kPlain),
