@@ -160,7 +160,7 @@ class Expectation {
 
     Failure run(std::deque<Record>& records) {
         for (Record& record : records) {
-            const Failure failure = add(record);
+            Failure failure = add(record);
             if (failure.code != 0) return failure;
         }
         flush();
@@ -242,7 +242,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::uint16_t firmware = input.PickValueInArray(fuzz::kFirmwares);
     wire.adapter().settings.firmware = firmware;
     const test::Stream stream("0");
-    const std::size_t offset = input.ConsumeIntegralInRange<std::size_t>(0, 7);
+    const auto offset = input.ConsumeIntegralInRange<std::size_t>(0, 7);
     fuzz::Host host(input);
     while (input.remaining_bytes() > 0 && host.records.size() < 40) host.addRecord();
 
