@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
@@ -198,8 +199,8 @@ TEST_F(Tidewater, LinesOfThreadsAndProcessesDoNotMix) {
         for (std::thread& thread : threads) thread.join();
         return 0;
     };
-    std::vector<pid_t> children;
-    for (int i = 0; i < kProcesses; ++i) children.push_back(start(log_.c_str(), work));
+    std::array<pid_t, kProcesses> children{};
+    for (pid_t& child : children) child = start(log_.c_str(), work);
     for (const pid_t child : children) EXPECT_EQ(finish(child), 0);
 
     std::map<std::pair<long, long>, int> texts;  // of each thread
