@@ -31,14 +31,20 @@ std::vector<Frame> wholeMemoryWrites();
 // The device paths of the present adapters, in order.
 std::vector<std::string> adapterPaths();
 
+// What an exchange does besides: nothing, or (POSIX) the system calls that a lock and a time limit
+// take, which tells how much of the library's time is theirs.
+enum class Guards { none, lockAndLimit };
+
 // Exchanges with one adapter.
 class BareExchange {
    public:
-    explicit BareExchange(const std::string& devicePath) : devicePath_(devicePath) {}
+    explicit BareExchange(const std::string& devicePath, Guards guards = Guards::none)
+        : devicePath_(devicePath), guards_(guards) {}
     void run(const Frame& frame);
 
    private:
     std::string devicePath_;
+    [[maybe_unused]] const Guards guards_;
     std::uint8_t reply_[1024];
 };
 

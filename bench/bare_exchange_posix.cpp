@@ -1,4 +1,10 @@
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <poll.h>
+#include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -19,19 +25,57 @@ void require(bool condition, const char* what) {
     std::exit(1);
 }
 
+std::filesystem::path runtimeDirectory() {
+    const char* directory = std::getenv("WRENLINK_RUNTIME_DIR");
+    return directory == nullptr ? "/run/wrenlink" : directory;
+}
+
+// A lock as the library takes one, with the same system calls.
+class Lock {
+   public:
+    explicit Lock(Guards guards) {
+        if (guards == Guards::none) return;
+        static const std::string path = makeFile();
+        open_how how{};
+        how.flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+        how.resolve = RESOLVE_NO_SYMLINKS;
+        file_ = static_cast<int>(::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how));
+        struct stat status {};
+        require(::fstat(file_, &status) == 0 && ::flock(file_, LOCK_EX) == 0, "lock");
+    }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+    ~Lock() {
+        if (file_ < 0) return;
+        ::flock(file_, LOCK_UN);
+        ::close(file_);
+    }
+
+   private:
+    static std::string makeFile() {
+        const auto path =
+            runtimeDirectory() / "objects" / ("bench-lock-" + std::to_string(::getpid()));
+        const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        require(file >= 0, path.c_str());
+        ::close(file);
+        return path;
+    }
+
+    int file_ = -1;
+};
+
 }  // namespace
 
 std::vector<std::string> adapterPaths() {
-    const char* directory = std::getenv("WRENLINK_RUNTIME_DIR");
-    const auto folder = std::filesystem::path(directory == nullptr ? "/run/wrenlink" : directory);
     std::vector<std::string> paths;
-    for (const auto& entry : std::filesystem::directory_iterator(folder / "adapters"))
+    for (const auto& entry : std::filesystem::directory_iterator(runtimeDirectory() / "adapters"))
         paths.push_back(entry.path());
     std::sort(paths.begin(), paths.end());
     return paths;
 }
 
 void BareExchange::run(const Frame& frame) {
+    const Lock lock(guards_);
     const int connection = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -45,6 +89,8 @@ void BareExchange::run(const Frame& frame) {
     message.msg_iov = request;
     message.msg_iovlen = 2;
     require(::sendmsg(connection, &message, MSG_NOSIGNAL) > 0, "send");
+    pollfd completion{connection, POLLIN, 0};
+    if (guards_ != Guards::none) require(::poll(&completion, 1, 1000) == 1, "time limit");
     std::uint32_t status = 1;
     iovec reply[] = {{&status, sizeof status}, {reply_, sizeof reply_}};
     message.msg_iov = reply;

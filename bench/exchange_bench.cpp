@@ -1,6 +1,6 @@
 // The library, reached through its exports, against bare exchanges with the same adapters, which a
-// simulator serves. Names end in /wrenlink or /bare; WRENLINK_RUNTIME_DIR tells where the adapters
-// are.
+// simulator serves. Names end in /wrenlink, /bare, or /guarded for bare exchanges with the system
+// calls of a lock and a time limit; WRENLINK_RUNTIME_DIR tells where the adapters are.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -13,6 +13,11 @@
 
 namespace wrenlink::bench {
 namespace {
+
+struct Guarded : Bare {
+    Guarded(const Access& access, std::size_t adapter)
+        : Bare(access, adapter, Guards::lockAndLimit) {}
+};
 
 // One adapter for each thread.
 template <class Way>
@@ -85,9 +90,12 @@ void registerAll() {
     for (const Access& access : accesses()) {
         add(access, "wrenlink", exchanges<ThroughLibrary>)->UseRealTime();
         add(access, "bare", exchanges<Bare>)->UseRealTime();
+        add(access, "guarded", exchanges<Guarded>)->UseRealTime();
         add(access, "share", share)->Iterations(1)->UseManualTime();
-        for (const int threads : {1, 32})
+        for (const int threads : {1, 32}) {
             add(access, "threads", exchanges<ThroughLibrary>)->Threads(threads)->UseRealTime();
+            add(access, "bare_threads", exchanges<Bare>)->Threads(threads)->UseRealTime();
+        }
     }
     benchmark::RegisterBenchmark("allocations/wrenlink", allocationsOfSequence);
     benchmark::RegisterBenchmark("open_list_select_close/wrenlink", openListSelectClose)

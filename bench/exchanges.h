@@ -34,8 +34,8 @@ class ThroughLibrary {
 // Carries an access out with bare exchanges, with the adapter that is so many behind the first.
 class Bare {
    public:
-    Bare(const Access& access, std::size_t adapter)
-        : adapter_(adapterPaths().at(adapter)), frames_(access.frames) {}
+    Bare(const Access& access, std::size_t adapter, Guards guards = Guards::none)
+        : adapter_(adapterPaths().at(adapter), guards), frames_(access.frames) {}
     void run() {
         for (const Frame& frame : frames_) adapter_.run(frame);
     }
