@@ -11,6 +11,8 @@
 : "${WINEPREFIX:=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)/build/wine}"
 export WINEPREFIX
 export WINEDEBUG=-all
+# Without such a locale Wine makes no files with names that are not ASCII.
+export LC_ALL=C.UTF-8
 # No .NET, no browser, no menu entries; a program that crashes ends with an error.
 export WINEDLLOVERRIDES="mscoree,mshtml=;winedbg.exe,winemenubuilder.exe=d"
 unset DISPLAY
