@@ -70,7 +70,7 @@ CLI::Option* addWords(CLI::App* command, const char* name, std::vector<std::uint
         ->type_name("");
 }
 
-CLI::Option* addRegion(CLI::App* command, std::function<void(Region)> take) {
+CLI::Option* addRegion(CLI::App* command, const std::function<void(Region)>& take) {
     return command
         ->add_option_function<std::string>(
             "--region", [take](const std::string& text) { take(parseRegion(text)); },

@@ -23,7 +23,7 @@ CLI::Validator flagAsOne();
 CLI::Option* addAddress(CLI::App* command, std::optional<std::uint32_t>& address);
 CLI::Option* addWords(CLI::App* command, const char* name, std::vector<std::uint16_t>& words,
                       const char* purpose);
-CLI::Option* addRegion(CLI::App* command, std::function<void(Region)> take);
+CLI::Option* addRegion(CLI::App* command, const std::function<void(Region)>& take);
 // ADDR, COUNT and --region.
 void addRegionChoice(CLI::App* command, RegionChoice& choice);
 // --format and --endian.
