@@ -1,48 +1,38 @@
-// What is forgotten after a failure, and what fails without an adapter or its caches.
-#include <gmock/gmock.h>
+// What is forgotten after a failure, what fails without an adapter or its caches, and what is kept
+// of the thread's last error.
 #include <gtest/gtest.h>
 
 #include <functional>
 
 #include "platform/named_mutex.h"
 #include "platform/os.h"
+#include "quill/last_error.h"
 #include "tests/exports/host.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {
 namespace {
 
-using testing::ElementsAre;
-
-Words word(1);
+const std::string kGetDelay = "0300 0400 00 0500";
 
 TEST(Failures, MakeEveryStreamForgetWhatTheAdapterHas) {
     Simulator simulator({100, 200}, "1.9");
     const Stream failing("0");
     const Stream other("100");
     const Stream elsewhere("200");
-    for (const Stream* stream : {&other, &elsewhere}) {
-        stream->set("SPI_DELAY", "9");
-        stream->run({readInto(1, word), writeFrom(1, word)});
-    }
+    for (const Stream* stream : {&other, &elsewhere}) stream->run("SPI_DELAY=9 r1:1 w1:1");
     // Both forms of a command: a single one, and a batch.
-    for (const char* name : {"SPIMUL", "read"}) {
-        SCOPED_TRACE(name);
+    for (const char* step : {"SPIMUL=1", "r1:1"}) {
+        SCOPED_TRACE(step);
         simulator.control("fault 0 refuse 5");
-        EXPECT_EQ(*name == 'r' ? failing.read(1, word) : failing.set(name, "1"), 1);
+        EXPECT_EQ(failing.run(step), 1);
+        for (const unsigned adapter : {0, 1}) simulator.takeFrames(adapter);
         for (const Stream* stream : {&other, &elsewhere}) {
-            const bool forgot = stream == &other;
-            simulator.takeFrames(forgot ? 0 : 1);
             EXPECT_EQ(stream->get("SPI_DELAY"), "9");
-            stream->run({readInto(1, word), writeFrom(1, word)});
-            Batch batch;
-            if (forgot) batch.bits(0, 0);
-            batch.read(1, 1);
-            if (forgot) batch.bits(1, 0);
-            batch.write(1, word);
-            EXPECT_EQ(simulator.takeFrames(forgot ? 0 : 1),
-                      forgot ? (Frames{hex("0300 0400 00 0500"), batch}) : Frames{batch});
+            EXPECT_EQ(stream->run("r1:1 w1:1"), 0);
         }
+        EXPECT_EQ(simulator.takeFrames(0), frames(kGetDelay + " | R=0 r1:1 W=0 w1:1"));
+        EXPECT_EQ(simulator.takeFrames(1), frames("r1:1 w1:1"));
     }
 }
 
@@ -58,62 +48,59 @@ TEST(Failures, WhileTheAdapterIsOutOfReach) {
     for (const auto& c : cases) {
         simulator.control(c.begin);
         EXPECT_EQ(
-            outcome(stream.read(1, word)),
+            outcome(stream.run("r1:1")),
             (Failure{515, 0,
                      textOf(c.error) + ": Unable to open USB driver: Unable to send sequence"}));
         simulator.control(c.end);
-        EXPECT_EQ(stream.read(1, word), 0);
+        EXPECT_EQ(stream.run("r1:1"), 0);
     }
 }
+
+const Failure kNoDelays = {260, 0, "Error allocating shared memory for delays"};
+const Failure kNoCmdBits = {260, 0, "Error allocating shared memory for cmdbits"};
 
 TEST(Failures, WithNoAdapterSelected) {
     const Simulator simulator;
     const Stream stream;
-    const Failure noDelays = {258, 0, "Cannot Set Delays with no device selected"};
-    const auto set = [&](const char* name, const char* value) {
-        return [&stream, name, value] { return stream.set(name, value); };
-    };
-    const auto get = [&](const char* name, const char* value) {
-        return [&stream, name, value] { return stream.get(name) == value ? 0 : -1; };
-    };
-    const auto command = [&](const char* name) {
-        return [&stream, name] { return stream.command(name) == nullptr ? 0 : -1; };
-    };
+    const std::string none = "Cannot Set Delays with no device selected";
     const struct {
-        const char* what;
+        const char* steps;
+        Failure failure;
+    } settings[] = {
+        {"SPI_DELAY=9", {258, 0, none}},
+        {"QUILLMODE=SPI", kNoDelays},
+        {"r1:1", {514, 0, "No Quill device found: Unable to send sequence"}},
+    };
+    for (const auto& c : settings) EXPECT_EQ(outcome(stream.run(c.steps)), c.failure);
+
+    std::uint16_t word = 0;
+    const struct {
         std::function<int()> call;
-        int status;
+        int result;
         Failure failure;
     } cases[] = {
-        {"set delay", set("SPI_DELAY", "9"), 1, noDelays},
-        {"get delay", get("SPI_DELAY", "0"), 0, noDelays},
-        {"get clock", get("SPICLOCK", "4000.000000"), 0, noDelays},
-        {"mode", set("QUILLMODE", "SPI"), 1, {260, 0, "Error allocating shared memory for delays"}},
-        {"read",
-         [&] { return stream.read(1, word); },
-         1,
-         {514, 0, "No Quill device found: Unable to send sequence"}},
-        {"slower", command("SPISLOWER"), 0, {258, 0, noDelays.text + ": Unable to slow down SPI"}},
-        {"XAP",
-         [&] { return spifns_stream_marigold_xap_stopped(stream.id()); },
-         SPIFNS_XAP_ERROR,
-         {}},
+        {[&] { return std::stoi(stream.get("SPI_DELAY")); }, 0, {258, 0, none}},
+        {[&] { return std::stoi(stream.get("SPICLOCK")); }, 4000, {258, 0, none}},
+        {[&] { return stream.command("SPISLOWER") != nullptr; },
+         0,
+         {258, 0, none + ": Unable to slow down SPI"}},
+        {[&] { return spifns_stream_marigold_xap_stopped(stream.id()); }, SPIFNS_XAP_ERROR, {}},
         // These store no error of their own, so that their words stand alone.
-        {"device", set("SPIMUL", "3"), 0, {0, 0, ": Unable to set multipled device"}},
-        {"MGCMD start",
-         [&] { return spifns_stream_mgcmd_init(stream.id(), 1, 2); },
+        {[&] { return stream.set("SPIMUL", "3"); }, 0, {0, 0, ": Unable to set multipled device"}},
+        {[&] { return spifns_stream_mgcmd_init(stream.id(), 1, 2); },
          0,
          {0, 0, ": Unable to initialise MGCMDs"}},
-        {"MGCMD",
-         [&] { return spifns_stream_mgcmd_cmd(stream.id(), word.data(), 1, 1); },
+        {[&] { return spifns_stream_mgcmd_cmd(stream.id(), &word, 1, 1); },
          0,
          {0, 0, ": MGCMD cmd failed"}},
-        {"DFU", command("DFU"), 0, {0, 0, ": Unable to enable DFU mode"}},
+        {[&] { return stream.command("DFU") != nullptr; },
+         0,
+         {0, 0, ": Unable to enable DFU mode"}},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(c.failure.text);
         spifns_clear_last_error();
-        EXPECT_EQ(c.call(), c.status);
+        EXPECT_EQ(c.call(), c.result);
         EXPECT_EQ(lastFailure(), c.failure);
     }
     EXPECT_EQ(stream.get("SPIMUL"), "3");
@@ -124,30 +111,25 @@ TEST(Failures, WithNoAdapterSelected) {
                  "Device ID unavailable when port not open: Unable to set multipled device"}));
 }
 
-const Failure kNoDelays = {260, 0, "Error allocating shared memory for delays"};
-const Failure kNoCmdBits = {260, 0, "Error allocating shared memory for cmdbits"};
-
 TEST(Failures, WithoutSharedCaches) {
     Simulator simulator({100}, "1.9");
     const Stream stream;
     simulator.offerKernelObjects(false);
     EXPECT_EQ(stream.set("SPIPORT", "0"), 0);
-    EXPECT_EQ(outcome(stream.set("SPI_DELAY", "9")), kNoDelays);
-    EXPECT_EQ(outcome(stream.set("SPICLOCK", "500")), kNoDelays);
-    EXPECT_EQ(outcome(stream.set("QUILLMODE", "SPI")), kNoDelays);
+    for (const char* step : {"SPI_DELAY=9", "SPICLOCK=500", "QUILLMODE=SPI"})
+        EXPECT_EQ(outcome(stream.run(step)), kNoDelays) << step;
     spifns_clear_last_error();
     EXPECT_EQ(stream.get("SPI_DELAY"), "0");
     EXPECT_EQ(lastFailure(), kNoDelays);
     // Nobody can tell which bits the adapter has, so that they always travel.
     simulator.takeFrames();
-    EXPECT_EQ(stream.run({readInto(1, word), readInto(2, word)}), 0);
-    EXPECT_THAT(simulator.takeFrames(),
-                ElementsAre(Batch().bits(0, 0).read(1, 1).bits(0, 0).read(2, 1)));
+    EXPECT_EQ(stream.run("r1:1 r2:1"), 0);
+    EXPECT_EQ(simulator.takeFrames(), frames("R=0 r1:1 R=0 r2:1"));
 
     // Once the caches can be had they are used, and know nothing.
     simulator.offerKernelObjects(true);
     EXPECT_EQ(stream.get("SPI_DELAY"), "4");
-    EXPECT_THAT(simulator.takeFrames(), ElementsAre(hex("0300 0400 00 0500")));
+    EXPECT_EQ(simulator.takeFrames(), frames(kGetDelay));
 }
 
 // A region that cannot be had is missed; a mutex that cannot be had is done without.
@@ -172,8 +154,40 @@ TEST(Failures, WhenNamesAreTakenByOtherKinds) {
         const Stream stream("0");
         EXPECT_EQ(outcome(stream.set("SPI_DELAY", "9")), c.delay);
         EXPECT_EQ(outcome(stream.set("QUILLMODE", "JTAG")), c.mode);
-        EXPECT_EQ(stream.read(1, word), 0);
+        EXPECT_EQ(stream.run("r1:1"), 0);
     }
+}
+
+TEST(LastError, IsWhatWasStoredAndAppended) {
+    const std::string full(1023, 'x');
+    const std::string almostFull(1020, 'x');
+    const struct {
+        Failure stored;
+        const char* appended;
+        std::string text;
+    } cases[] = {
+        {{265, 0x12345, "cause 1"}, "", "cause 1"},
+        {{265, 0x12345, "cause 1"}, nullptr, "cause 1"},
+        {{265, 0x12345, "cause 1"}, "100%s", "cause 1: 100%s"},
+        {{0, 7, "no error"}, "late", "no error: late"},
+        {{514, 0x12345, full + "y"}, "lost", full},
+        {{514, 0x12345, almostFull}, "cut", almostFull + ": c"},
+    };
+    for (const auto& [stored, appended, text] : cases) {
+        const int result = stored.code != 0 ? 1 : 0;
+        EXPECT_EQ(Quill_SetLastError(stored.code, stored.address, "%s", stored.text.c_str()),
+                  result);
+        EXPECT_EQ(Quill_AppendToLastError(appended), result);
+        EXPECT_EQ(lastFailure(), (Failure{stored.code, stored.address, text}));
+    }
+    std::uint16_t low = 0;
+    EXPECT_EQ(spifns_get_last_error(&low, nullptr), 514);
+    EXPECT_EQ(low, 0x2345);
+    spifns_clear_last_error();
+    spifns_clear_last_error();
+    EXPECT_EQ(lastFailure(), Failure());
+    EXPECT_EQ(spifns_get_last_error(&low, nullptr), 0);
+    EXPECT_EQ(low, 0);
 }
 
 }  // namespace

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <list>
 #include <numeric>
+#include <sstream>
 #include <stdexcept>
 
 namespace wrenlink::test {
@@ -24,6 +27,52 @@ std::string big(unsigned value) {
 }
 
 std::string little(unsigned value) { return big((value & 0xFF) << 8 | (value >> 8 & 0xFF)); }
+
+// What "r10:2" or "R=40" says.
+struct Part {
+    explicit Part(const std::string& text) {
+        std::istringstream in(text);
+        in >> kind;
+        if (in.peek() == '=') in.ignore();
+        in >> std::hex >> first;
+        in.ignore();
+        in >> std::dec >> count;
+    }
+
+    char kind = 0;
+    unsigned first = 0;  // an address, or command bits
+    unsigned count = 0;
+};
+
+std::uint32_t typeOf(const Part& part) {
+    if (part.kind == 'r') return SPIFNS_READ;
+    return part.kind == 'w' ? std::uint32_t{SPIFNS_WRITE} : 7;
+}
+
+std::string entryOf(const Part& part) {
+    if (part.kind == 'R') return "0f000000" + big(part.first);
+    if (part.kind == 'W') return "0f000001" + big(part.first);
+    std::string entry = (part.kind == 'w' ? "0200" : "0100") + big(part.first) + big(part.count);
+    if (part.kind == 'w')
+        for (const std::uint16_t word : wordsAt(part.first, part.count)) entry += big(word);
+    return entry;
+}
+
+std::string frameOf(std::string text) {
+    if (text[0] <= '9') {
+        std::erase(text, ' ');
+        return text;
+    }
+    std::string entries;
+    unsigned replyLength = 0;
+    for (const std::string& word : split(text)) {
+        const Part part(word);
+        entries += (entries.empty() ? "" : "0000") + entryOf(part);
+        if (part.kind == 'r') replyLength += 6 + 2 * part.count;
+    }
+    const auto requestLength = static_cast<unsigned>(1 + entries.size() / 2);
+    return little(requestLength) + little(replyLength) + "00" + entries;
+}
 
 }  // namespace
 
@@ -65,6 +114,24 @@ int Stream::run(std::vector<SpiAction> actions) const {
     return spifns_stream_sequence(id_, actions.data(), static_cast<std::uint32_t>(actions.size()));
 }
 
+int Stream::run(const std::string& steps) const {
+    std::list<std::string> names;
+    std::list<Words> buffers;
+    std::vector<SpiAction> actions;
+    for (const std::string& step : split(steps)) {
+        const std::size_t equals = step.find('=');
+        if (equals != std::string::npos) {
+            const char* const name = names.emplace_back(step.substr(0, equals)).c_str();
+            actions.push_back(setting(name, names.emplace_back(step.substr(equals + 1)).c_str()));
+            continue;
+        }
+        const Part part(step);
+        const Words& words = buffers.emplace_back(wordsAt(part.first, part.count));
+        actions.push_back(access(typeOf(part), part.first, words));
+    }
+    return run(std::move(actions));
+}
+
 DebugTexts::DebugTexts(const Stream& stream) : stream_(stream.id()) {
     spifns_stream_set_debug_callback(
         stream_,
@@ -74,47 +141,29 @@ DebugTexts::DebugTexts(const Stream& stream) : stream_(stream.id()) {
         this);
 }
 
-std::string hex(const std::string& spaced) {
-    std::string text = spaced;
-    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-    return text;
-}
-
-Batch& Batch::entry(const Words& fields) {
-    if (!entries_.empty()) {
-        entries_ += "0000";
-        requestLength_ += 2;
+Frames frames(const std::string& text) {
+    Frames all;
+    for (std::size_t from = 0; from < text.size();) {
+        const std::size_t end = std::min(text.find(" | ", from), text.size());
+        all.push_back(frameOf(text.substr(from, end - from)));
+        from = end + 3;
     }
-    for (const std::uint16_t field : fields) entries_ += big(field);
-    requestLength_ += 2 * static_cast<unsigned>(fields.size());
-    return *this;
+    return all;
 }
 
-Batch& Batch::read(unsigned address, unsigned count) {
-    replyLength_ += 6 + 2 * count;
-    return entry({0x0100, static_cast<std::uint16_t>(address), static_cast<std::uint16_t>(count)});
-}
-
-Batch& Batch::write(unsigned address, const Words& words) {
-    Words fields = {0x0200, static_cast<std::uint16_t>(address),
-                    static_cast<std::uint16_t>(words.size())};
-    fields.insert(fields.end(), words.begin(), words.end());
-    return entry(fields);
-}
-
-Batch& Batch::bits(unsigned forWrites, unsigned value) {
-    return entry(
-        {0x0F00, static_cast<std::uint16_t>(forWrites), static_cast<std::uint16_t>(value)});
-}
-
-Batch::operator std::string() const {
-    return little(requestLength_) + little(replyLength_) + "00" + entries_;
+std::vector<std::string> split(const std::string& text) {
+    std::istringstream parts(text);
+    return {std::istream_iterator<std::string>(parts), {}};
 }
 
 Words countingWords(std::size_t count, std::uint16_t first) {
     Words words(count);
     std::iota(words.begin(), words.end(), first);
     return words;
+}
+
+Words wordsAt(std::uint32_t address, std::size_t count) {
+    return countingWords(count, static_cast<std::uint16_t>(0x1000 + address));
 }
 
 }  // namespace wrenlink::test

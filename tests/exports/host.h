@@ -46,6 +46,10 @@ class Stream {
 
     std::uint32_t id() const { return id_; }
     int run(std::vector<SpiAction> actions) const;
+    // Steps in a text: "r10:2" reads two words from address 0x10 on, "w10:2" writes two, and
+    // "?10:2" has a type that is none, "SPIMUL=3" sets a variable. What is read is dropped; what is
+    // written is wordsAt().
+    int run(const std::string& steps) const;
     int set(const char* name, const char* value) const { return run({setting(name, value)}); }
     std::string get(const char* name) const { return spifns_stream_getvar(id_, name); }
     int read(std::uint32_t address, Words& words) const { return run({readInto(address, words)}); }
@@ -73,29 +77,18 @@ class DebugTexts {
     std::vector<std::string> texts_;
 };
 
-// Hexadecimal text without its blanks, as frames are compared.
-std::string hex(const std::string& spaced);
+// Frames, as the simulator logs them, from a text that has " | " between two of them. Batch
+// commands are told by their entries: "r10:2" and "w10:2" as above, "R=40" and "W=40" for command
+// bits of reads and of writes, in hexadecimal. Other frames stand there byte by byte.
+Frames frames(const std::string& text);
 
-// A batch command's frame, built entry by entry.
-class Batch {
-   public:
-    Batch& read(unsigned address, unsigned count);
-    Batch& write(unsigned address, const Words& words);
-    Batch& bits(unsigned forWrites, unsigned value);
-
-    // In hexadecimal, with its lengths.
-    operator std::string() const;
-
-   private:
-    Batch& entry(const Words& fields);
-
-    std::string entries_;
-    unsigned requestLength_ = 1;
-    unsigned replyLength_ = 0;
-};
+// The parts of a text that blanks separate.
+std::vector<std::string> split(const std::string& text);
 
 // Words that all differ from their neighbours.
 Words countingWords(std::size_t count, std::uint16_t first = 0x1000);
+// What the steps of a text write at an address.
+Words wordsAt(std::uint32_t address, std::size_t count);
 
 }  // namespace wrenlink::test
 

@@ -24,25 +24,20 @@ Bytes seenReply(const Exchange& exchange) {
     return seen;
 }
 
-// What an operation appends to its exchange's failure.
-const char* appendedText(const Exchange& exchange) {
-    switch (exchange.code()) {
-        case 0x0300:
-            return ": Unable to set delays";
-        case 0x0500:
-            return ": Unable to get delays";
-        case 0x0600:
-            return ": Unable to enable DFU mode";
-        case 0x0E00:
-            return ": Unable to set multipled device";
-        case 0x4000:
-            return ": Unable to initialise MGCMDs";
-        case 0x4100:
-            return ": MGCMD cmd failed";
-        default:
-            return exchange.isBatch() ? ": Unable to send sequence" : "";
-    }
-}
+// Single commands whose operations say more than their replies: what they append to an exchange's
+// failure, and what they show of the command's field.
+constexpr struct Command {
+    unsigned code;
+    const char* appended;
+    const char* text;
+} kCommands[] = {
+    {0x0300, ": Unable to set delays", "Quill Set Delays "},
+    {0x0500, ": Unable to get delays", ""},
+    {0x0600, ": Unable to enable DFU mode", ""},
+    {0x0E00, ": Unable to set multipled device", "Quill mul dev "},
+    {0x4000, ": Unable to initialise MGCMDs", ""},
+    {0x4100, ": MGCMD cmd failed", ""},
+};
 
 void addWords(Told& told, const Bytes& bytes, std::size_t at, std::size_t count) {
     for (; count > 0; --count, at += 2) told.words.push_back(static_cast<int>(big(bytes, at)));
@@ -56,7 +51,10 @@ void tellBatch(Told& told, const Exchange& exchange) {
     const Bytes& frame = exchange.frame;
     const Bytes reply = seenReply(exchange);
     bool failed = exchange.failure.code != 0;
-    if (failed) told.texts.push_back("USB-SPI device fail - " + exchange.failure.text);
+    if (failed) {
+        told.texts.push_back("USB-SPI device fail - " + exchange.failure.text);
+        told.failure.text += ": Unable to send sequence";
+    }
     std::size_t part = 0;
     for (std::size_t entry = kCodeAt; entry < frame.size(); entry += 8) {
         const unsigned code = big(frame, entry);
@@ -99,36 +97,17 @@ void tellSingle(Told& told, const Exchange& exchange) {
     const bool failed = exchange.failure.code != 0;
     const Bytes reply = seenReply(exchange);
     const std::size_t field = exchange.frame.size() > 7 ? big(exchange.frame, 7) : 0;
-    switch (exchange.code()) {
-        case 0x0300:
-            told.texts.push_back("Quill Set Delays " + std::to_string(field));
-            break;
-        case 0x0400:
-            tellXapState(told, reply, failed);
-            break;
-        case 0x0500:
-            if (failed) told.texts.emplace_back("Quill Get Delays command Failed");
-            [[fallthrough]];
-        case 0x0800:
-            failed ? told.words.push_back(0) : addWords(told, reply, 2, 1);
-            break;
-        case 0x0E00:
-            told.texts.push_back("Quill mul dev " + std::to_string(field));
-            break;
-        case 0x4100:
-            tellMgcmd(told, reply, failed, field);
-            break;
-        default:
-            break;
+    const unsigned code = exchange.code();
+    for (const Command& command : kCommands) {
+        if (command.code != code) continue;
+        if (*command.text != '\0') told.texts.push_back(command.text + std::to_string(field));
+        if (failed) told.failure.text += command.appended;
     }
-}
-
-Told tellOne(const Exchange& exchange) {
-    Told told;
-    told.failure = exchange.failure;
-    exchange.isBatch() ? tellBatch(told, exchange) : tellSingle(told, exchange);
-    if (exchange.failure.code != 0) told.failure.text += appendedText(exchange);
-    return told;
+    if (code == 0x0500 && failed) told.texts.emplace_back("Quill Get Delays command Failed");
+    if (code == 0x0400) tellXapState(told, reply, failed);
+    if (code == 0x4100) tellMgcmd(told, reply, failed, field);
+    if (code == 0x0500 || code == 0x0800)
+        failed ? told.words.push_back(0) : addWords(told, reply, 2, 1);
 }
 
 template <class List>
@@ -150,7 +129,8 @@ bool Told::agreesWith(const std::vector<int>& found, int untouched) const {
 Told tell(const std::vector<Exchange>& exchanges) {
     Told all;
     for (const Exchange& exchange : exchanges) {
-        const Told told = tellOne(exchange);
+        Told told = {exchange.failure, {}, {}};
+        exchange.isBatch() ? tellBatch(told, exchange) : tellSingle(told, exchange);
         append(all.words, told.words);
         append(all.texts, told.texts);
         if (told.failure.code != 0) all.failure = told.failure;

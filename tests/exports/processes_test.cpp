@@ -19,13 +19,12 @@ namespace wrenlink::test {
 namespace {
 
 constexpr unsigned kSeed = 42;
+constexpr char kConfiguration[] = "SPI_DELAY=9 SPICMDBITS=3 r0:1 w0:1";
 
 // Gives the adapter a delay and command bits, and stays until the parent says go.
 int configure(const Arguments&) {
     const Stream stream("0");
-    Words word(1);
-    tellParent(std::to_string(stream.run({setting("SPI_DELAY", "9"), setting("SPICMDBITS", "3"),
-                                          readInto(0, word), writeFrom(0, word)})));
+    tellParent(std::to_string(stream.run(kConfiguration)));
     awaitParent();
     return 0;
 }
@@ -34,11 +33,10 @@ const ChildRole kConfigure("configure", configure);
 // Exchanges so many times.
 int exchange(const Arguments& arguments) {
     const Stream stream("0");
-    Words word(1);
     tellParent("open");
     awaitParent();
     int failed = 0;
-    for (int i = std::stoi(arguments.at(0)); i > 0; --i) failed += stream.read(0, word);
+    for (int i = std::stoi(arguments.at(0)); i > 0; --i) failed += stream.run("r0:1");
     tellParent(std::to_string(failed));
     return 0;
 }
@@ -48,12 +46,10 @@ const ChildRole kExchange("exchange", exchange);
 int change(const Arguments&) {
     const Stream stream("0");
     tellParent("open");
-    Words words(600);
     for (int i = 1; i < kUnknown; ++i) {
-        const std::string number = std::to_string(i);
-        stream.set("SPI_DELAY", number.c_str());
-        stream.set("SPICMDBITS", number.c_str());  // which old firmware does not have
-        stream.run({writeFrom(0, words), readInto(0, words)});
+        stream.run("SPI_DELAY=" + std::to_string(i));
+        stream.run("SPICMDBITS=" + std::to_string(i));  // which old firmware does not have
+        stream.run("w0:600 r0:600");
     }
     return 0;
 }
@@ -79,18 +75,26 @@ int work(const Arguments& arguments) {
 }
 const ChildRole kWork("work", work);
 
+// The caches of the adapter with the id 100.
+class Caches {
+   public:
+    DelayCache& delays() { return *reinterpret_cast<DelayCache*>(delays_.view()); }
+    CmdBitsCache& cmdBits() { return *reinterpret_cast<CmdBitsCache*>(cmdBits_.view()); }
+
+   private:
+    SharedMemory delays_{"quilldelays100", sizeof(DelayCache), kUnknownByte};
+    SharedMemory cmdBits_{"quillcmdbits100", sizeof(CmdBitsCache), kUnknownByte};
+};
+
 // Stores 50,000 random values in both caches whenever the parent says go, so many times.
 int disturb(const Arguments& arguments) {
-    SharedMemory delays("quilldelays100", sizeof(DelayCache), kUnknownByte);
-    SharedMemory cmdBits("quillcmdbits100", sizeof(CmdBitsCache), kUnknownByte);
-    auto* const delay = reinterpret_cast<DelayCache*>(delays.view());
-    auto* const bits = reinterpret_cast<CmdBitsCache*>(cmdBits.view());
+    Caches caches;
     std::mt19937 random(kSeed);
     for (unsigned long round = std::stoul(arguments.at(0)); round > 0; --round) {
         awaitParent();
         for (int i = 0; i < 50000; ++i) {
-            storeField(delay->delay, static_cast<std::uint16_t>(random()));
-            storeField(bits->both, static_cast<std::uint32_t>(random()));
+            storeField(caches.delays().delay, static_cast<std::uint16_t>(random()));
+            storeField(caches.cmdBits().both, static_cast<std::uint32_t>(random()));
         }
         tellParent("done");
     }
@@ -105,12 +109,9 @@ TEST(Processes, ShareWhatTheAdapterHas) {
         ASSERT_EQ(child.readLine(), "0");
         const Stream stream("0");
         simulator.takeFrames();
-        Words word(1);
         EXPECT_EQ(stream.get("SPI_DELAY"), "9");
-        EXPECT_EQ(stream.run({setting("SPI_DELAY", "9"), setting("SPICMDBITS", "3"),
-                              readInto(0, word), writeFrom(0, word)}),
-                  0);
-        EXPECT_EQ(simulator.takeFrames(), Frames{Batch().read(0, 1).write(0, word)});
+        EXPECT_EQ(stream.run(kConfiguration), 0);
+        EXPECT_EQ(simulator.takeFrames(), frames("r0:1 w0:1"));
         // What one forgets is forgotten by all, and what one learns is known to all.
         child.kill();
         EXPECT_EQ(stream.get("SPI_DELAY"), "9");
@@ -120,7 +121,7 @@ TEST(Processes, ShareWhatTheAdapterHas) {
     const Stream stream("0");
     simulator.takeFrames();
     EXPECT_EQ(stream.get("SPI_DELAY"), "9");
-    EXPECT_EQ(simulator.takeFrames(), Frames{hex("0300 0400 00 0500")});
+    EXPECT_EQ(simulator.takeFrames(), frames("0300 0400 00 0500"));
 }
 
 TEST(Processes, TakeTurnsAtTheAdapter) {
@@ -145,8 +146,7 @@ TEST(Processes, GiveTheirTurnBackWhenKilled) {
     child.go();
     while (simulator.control("log 0").empty()) std::this_thread::yield();
     child.kill();
-    Words word(1);
-    EXPECT_EQ(stream.read(0, word), 0);
+    EXPECT_EQ(stream.run("r0:1"), 0);
 }
 
 // Kills a host of the first adapter at a random moment, again and again, while others work.
@@ -155,10 +155,7 @@ class Kills {
     using Microseconds = std::chrono::microseconds;
 
    public:
-    Kills(unsigned workers, const char* firmware)
-        : simulator_({100}, firmware),
-          delays_("quilldelays100", sizeof(DelayCache), kUnknownByte),
-          cmdBits_("quillcmdbits100", sizeof(CmdBitsCache), kUnknownByte) {
+    Kills(unsigned workers, const char* firmware) : simulator_({100}, firmware) {
         for (unsigned i = 1; i <= workers; ++i)
             workers_.emplace_back("work",
                                   Arguments{std::to_string(1000 * i), std::to_string(count_)});
@@ -173,10 +170,9 @@ class Kills {
             std::this_thread::sleep_for(Microseconds(random_() % 5000));
             victim.kill();
             exchange();
-            check(loadField(reinterpret_cast<DelayCache*>(delays_.view())->delay), "delay");
-            auto* const bits = reinterpret_cast<CmdBitsCache*>(cmdBits_.view());
-            check(loadField(bits->half[0]), "readbits");
-            check(loadField(bits->half[1]), "writebits");
+            check(loadField(caches_.delays().delay), "delay");
+            check(loadField(caches_.cmdBits().half[0]), "readbits");
+            check(loadField(caches_.cmdBits().half[1]), "writebits");
             for (ChildProcess& worker : workers_) EXPECT_EQ(worker.readLine(), "0");
         }
         std::cout << count_ << " kills, longest exchange after one: " << longest_.count()
@@ -208,8 +204,7 @@ class Kills {
     const unsigned count_ = 50 * scale();
     Simulator simulator_;
     const Stream stream_{"0"};
-    SharedMemory delays_;
-    SharedMemory cmdBits_;
+    Caches caches_;
     std::list<ChildProcess> workers_;
     std::mt19937 random_{kSeed};
     Microseconds longest_{0};

@@ -1,9 +1,7 @@
 // Which adapters there are, and what selects them.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <map>
 
 #include "tests/exports/host.h"
 #include "tests/support/simulator.h"
@@ -31,10 +29,16 @@ std::string selected(const Stream& stream, const char* text) {
     return stream.get("SPIPORT") + " " + id;
 }
 
+// An adapter, and what selects it.
 struct Choice {
-    const char* text;
     const char* adapter;
+    std::vector<const char*> texts;
 };
+void expectChoices(const Stream& stream, const std::vector<Choice>& choices) {
+    for (const Choice& choice : choices)
+        for (const char* text : choice.texts)
+            EXPECT_EQ(selected(stream, text), choice.adapter) << text;
+}
 
 TEST(Selection, FollowsPortsAndIds) {
     const struct {
@@ -42,28 +46,19 @@ TEST(Selection, FollowsPortsAndIds) {
         Ports ports;
         std::vector<Choice> choices;
     } cases[] = {
-        {{}, {}, {{"0", ""}}},
+        {{}, {}, {{"", {"0"}}}},
         {{100, 5},
          {"0 USB SPI (100)", "1 USB SPI (1)"},
-         {{"0", "0 quill100"}, {"1", "1 quill1"}, {"100", "0 quill100"}, {"5", ""}, {"2", ""}}},
+         {{"0 quill100", {"0", "100"}}, {"1 quill1", {"1"}}, {"", {"5", "2"}}}},
         {{100, 100},
          {"0 USB SPI (100)", "1 USB SPI (1)"},
-         {{"100", "0 quill100"}, {"1", "1 quill1"}}},
+         {{"0 quill100", {"100"}}, {"1 quill1", {"1"}}}},
         {{31, 32, 4294967295},
          {"0 USB SPI (0)", "1 USB SPI (32)", "2 USB SPI (4294967295)"},
-         {{"31", ""},
-          {"32", "1 quill32"},
-          {"4294967295", "2 quill4294967295"},
-          {"-1", "2 quill4294967295"},
-          {"99999999999", "2 quill4294967295"},
-          {" \t1", "1 quill32"},
-          {"+1", "1 quill32"},
-          // What is not wholly a number selects key 0.
-          {"1x", "0 quill0"},
-          {"1 ", "0 quill0"},
-          {"0x1", "0 quill0"},
-          {"abc", "0 quill0"},
-          {"", "0 quill0"}}},
+         {{"1 quill32", {"32", " \t1", "+1"}},
+          {"2 quill4294967295", {"4294967295", "-1", "99999999999"}},
+          {"0 quill0", {"1x", "1 ", "0x1", "abc", ""}},  // what is not wholly a number
+          {"", {"31"}}}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.ids));
@@ -71,8 +66,7 @@ TEST(Selection, FollowsPortsAndIds) {
         EXPECT_EQ(ports(), Ports());
         const Stream stream;
         EXPECT_EQ(ports(), c.ports);
-        for (const Choice& choice : c.choices)
-            EXPECT_EQ(selected(stream, choice.text), choice.adapter) << choice.text;
+        expectChoices(stream, c.choices);
     }
 }
 
@@ -130,23 +124,6 @@ TEST(Selection, CountsAdaptersThatDoNotAnswer) {
     spifns_enumerate_ports(nullptr, nullptr);
 }
 
-// Writes a map file, and removes it at its end.
-class MapFile {
-   public:
-    MapFile(const std::filesystem::path& folder, const std::string& content)
-        : path_(folder / "quillmap.txt") {
-        std::ofstream(path_, std::ios::binary) << content;
-    }
-    MapFile(const MapFile&) = delete;
-    MapFile& operator=(const MapFile&) = delete;
-    ~MapFile() { std::filesystem::remove_all(path_); }
-
-    const std::filesystem::path& path() const { return path_; }
-
-   private:
-    std::filesystem::path path_;
-};
-
 class MappedSelection : public testing::Test {
    protected:
     MappedSelection() {
@@ -155,6 +132,12 @@ class MappedSelection : public testing::Test {
     }
     ~MappedSelection() override { std::filesystem::current_path("/"); }
 
+    static void write(const std::filesystem::path& folder, const char* content) {
+        std::ofstream(folder / "quillmap.txt", std::ios::binary) << content;
+    }
+    static void remove(const std::filesystem::path& folder) {
+        std::filesystem::remove(folder / "quillmap.txt");
+    }
     // What opening a stream tells.
     static Failure opening() {
         std::uint32_t id = 0;
@@ -163,6 +146,10 @@ class MappedSelection : public testing::Test {
         spifns_stream_close(id);
         EXPECT_EQ(spifns_count_streams(), 0U);
         return failure;
+    }
+    static Ports portsOfAStream() {
+        const Stream stream;
+        return ports();
     }
 
     static constexpr char kPlain0[] = "0 USB SPI (100)";
@@ -180,50 +167,44 @@ TEST_F(MappedSelection, FollowsTheMapFile) {
     } cases[] = {
         {"0=200\n1=100\n",
          {"0 USB SPI (200)", "1 USB SPI (100)"},
-         {{"0", "1 quill200"}, {"1", "0 quill100"}, {"100", "0 quill100"}}},
+         {{"1 quill200", {"0"}}, {"0 quill100", {"1", "100"}}}},
         {"9=200\n3=100",
          {kPlain0, kPlain1, "3 USB SPI (100)", "9 USB SPI (200)"},
-         {{"9", "1 quill200"}, {"3", "0 quill100"}}},
+         {{"1 quill200", {"9"}}, {"0 quill100", {"3"}}}},
         // Key 1 leads to a port that has no adapter.
-        {"5=1\n1=5\n6=1\n", {kPlain0, "6 USB SPI (200)"}, {{"1", ""}, {"6", "1 quill200"}}},
+        {"5=1\n1=5\n6=1\n", {kPlain0, "6 USB SPI (200)"}, {{"", {"1"}}, {"1 quill200", {"6"}}}},
     };
     for (const auto& c : cases) {
-        const MapFile file(shared_, c.content);
+        write(shared_, c.content);
         const Stream stream;
         EXPECT_EQ(ports(), c.ports) << c.content;
-        for (const Choice& choice : c.choices)
-            EXPECT_EQ(selected(stream, choice.text), choice.adapter) << choice.text;
+        expectChoices(stream, c.choices);
     }
 }
 
 TEST_F(MappedSelection, IsReadWithTheFirstStream) {
-    Ports swapped;
+    write(shared_, "0=200\n1=100\n");
     {
-        const MapFile file(shared_, "0=200\n1=100\n");
         const Stream first;
-        swapped = ports();
-        std::ofstream(file.path()) << "broken";
-        const Stream second;
-        EXPECT_EQ(ports(), swapped);
+        const Ports swapped = ports();
+        write(shared_, "broken");
+        EXPECT_EQ(portsOfAStream(), swapped);
     }
-    const Stream stream;
-    EXPECT_EQ(ports(), (Ports{kPlain0, kPlain1}));
+    remove(shared_);
+    EXPECT_EQ(portsOfAStream(), (Ports{kPlain0, kPlain1}));
 }
 
 TEST_F(MappedSelection, LooksInTheSharedFolderFirst) {
-    const MapFile local(local_, "0=200\n");
-    {
-        const Stream stream;
-        EXPECT_EQ(ports(), (Ports{"0 USB SPI (200)", kPlain1}));
-    }
+    const Ports local = {"0 USB SPI (200)", kPlain1};
+    write(local_, "0=200\n");
+    EXPECT_EQ(portsOfAStream(), local);
     for (const char* content : {"", "0=100\n"}) {
-        const MapFile shared(shared_, content);
-        const Stream stream;
-        EXPECT_EQ(ports(), (Ports{kPlain0, kPlain1}));
+        write(shared_, content);
+        EXPECT_EQ(portsOfAStream(), (Ports{kPlain0, kPlain1}));
     }
+    remove(shared_);
     std::filesystem::create_directory(shared_ / "quillmap.txt");  // which is no file
-    const Stream stream;
-    EXPECT_EQ(ports(), (Ports{"0 USB SPI (200)", kPlain1}));
+    EXPECT_EQ(portsOfAStream(), local);
 }
 
 TEST_F(MappedSelection, RefusesASyntaxError) {
@@ -233,18 +214,16 @@ TEST_F(MappedSelection, RefusesASyntaxError) {
                            "\n: Failed to initialise with quill map file"};
     };
     spifns_clear_last_error();
-    {
-        const MapFile file(shared_, "0=200\n\n");
-        const std::u8string path = file.path().u8string();
-        const std::string name(path.begin(), path.end());
-        EXPECT_EQ(opening(), failure(name, "2"));
-        EXPECT_EQ(outcome(spifns_init()), failure(name, "2"));
-        EXPECT_EQ(outcome(spifns_sequence(nullptr, 0)), (Failure{262, 0, "Invalid stream"}));
-    }
-    {
-        const MapFile file(local_, "0 = 200\n");
-        EXPECT_EQ(opening(), failure("<application directory>\\quillmap.txt", "1"));
-    }
+    write(shared_, "0=200\n\n");
+    const std::u8string path = (shared_ / "quillmap.txt").u8string();
+    const std::string name(path.begin(), path.end());
+    EXPECT_EQ(opening(), failure(name, "2"));
+    EXPECT_EQ(outcome(spifns_init()), failure(name, "2"));
+    EXPECT_EQ(outcome(spifns_sequence(nullptr, 0)), (Failure{262, 0, "Invalid stream"}));
+    remove(shared_);
+    write(local_, "0 = 200\n");
+    EXPECT_EQ(opening(), failure("<application directory>\\quillmap.txt", "1"));
+    remove(local_);
     EXPECT_EQ(opening(), Failure());
 }
 

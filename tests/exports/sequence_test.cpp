@@ -1,5 +1,4 @@
 // Sequences: how they are split and packed, what they carry along, and what they deliver.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -11,154 +10,57 @@
 namespace wrenlink::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 class Sequence : public testing::Test {
    protected:
+    Sequence() { simulator_.takeFrames(); }
+
     void useFirmware(const char* version) {
         simulator_.control(std::string("set 0 firmware ") + version);
         stream_.set("SPIPORT", "0");
         simulator_.takeFrames();
     }
-    // The frames that some actions make.
-    Frames framesOf(std::vector<SpiAction> actions) {
-        EXPECT_EQ(outcome(stream_.run(std::move(actions))), Failure());
-        return simulator_.takeFrames();
+
+    struct Exchange {
+        std::string steps;
+        std::string frames;
+        Failure failure = {};
+    };
+    void expectExchange(const Stream& stream, const Exchange& exchange) {
+        EXPECT_EQ(outcome(stream.run(exchange.steps)), exchange.failure) << exchange.steps;
+        EXPECT_EQ(simulator_.takeFrames(), frames(exchange.frames)) << exchange.steps;
     }
 
     Simulator simulator_;
     const Stream stream_{"0"};
 };
 
-// One action of a case: r and w with address and length, v with name and value.
-struct Step {
-    char kind;
-    unsigned address;
-    unsigned length;
-    const char* name = nullptr;
-    const char* value = nullptr;
-};
-
 TEST_F(Sequence, IsSplitAndPacked) {
-    const Words words = countingWords(2000);
-    const auto part = [&](std::size_t from, std::size_t count) {
-        return Words(words.begin() + static_cast<long>(from),
-                     words.begin() + static_cast<long>(from + count));
+    std::string reads;
+    for (int i = 0; i < 127; ++i) reads += "r7:1 ";
+    const Exchange exchanges[] = {
+        {"", ""},
+        {"r10:2", "0700 0a00 00 0100 0010 0002"},
+        {"wfffe:2", "0b00 0000 00 0200 fffe 0002 0ffe 0fff"},
+        // Long accesses are sent in pieces, whose addresses wrap.
+        {"r0:505", "r0:505"},
+        {"r100:1010", "r100:505 | r2f9:505"},
+        {"rffff:1010", "rffff:505 | r1f8:505"},
+        {"w8000:1009", "w8000:504 | w81f8:504 | w83f0:1"},
+        {"r0:506 w9:1", "r0:505 | r1f9:1 w9:1"},
+        {"w1:1 r2:1 w3:1", "w1:1 r2:1 w3:1"},
+        // Replies, requests and entries that just fit, and that do not.
+        {"r1:251 r2:251", "r1:251 r2:251"},
+        {"r1:251 r2:252", "r1:251 | r2:252"},
+        {"r1:254 r2:254", "r1:254 | r2:254"},
+        {"w1:250 w2:250", "w1:250 w2:250"},
+        {"w1:250 w2:251", "w1:250 | w2:251"},
+        {reads + "r7:1", reads + " | r7:1"},
+        {"r5:0", ""},
+        {"?5:1 r5:1", "r5:1"},
+        {"r5:1 SPICLOCK=2000 r6:1", "r5:1 | 0500 0000 00 0300 0000 | r6:1"},
+        {"r5:1 NONE=1 r6:1", "r5:1 | r6:1"},
     };
-    const auto reads = [](unsigned count) {
-        Batch batch;
-        for (unsigned i = 0; i < count; ++i) batch.read(7, 1);
-        return batch;
-    };
-    const std::string setDelay0 = hex("0500 0000 00 0300 0000");
-
-    const struct {
-        const char* what;
-        const char* firmware;
-        std::vector<Step> steps;
-        Frames frames;
-    } cases[] = {
-        {"nothing", "1.8", {}, {}},
-        {"one read", "1.8", {{'r', 0x10, 2}}, {hex("0700 0a00 00 0100 0010 0002")}},
-        {"one write", "1.8", {{'w', 0xFFFE, 2}}, {hex("0b00 0000 00 0200 fffe 0002 1000 1001")}},
-        {"longest read piece", "1.8", {{'r', 0, 505}}, {Batch().read(0, 505)}},
-        {"two read pieces",
-         "1.8",
-         {{'r', 0x100, 1010}},
-         {Batch().read(0x100, 505), Batch().read(0x2F9, 505)}},
-        {"address wraps",
-         "1.8",
-         {{'r', 0xFFFF, 1010}},
-         {Batch().read(0xFFFF, 505), Batch().read(0x01F8, 505)}},
-        {"longest write pieces",
-         "1.8",
-         {{'w', 0x8000, 1009}},
-         {Batch().write(0x8000, part(0, 504)), Batch().write(0x81F8, part(504, 504)),
-          Batch().write(0x83F0, part(1008, 1))}},
-        {"rest of a read with a write",
-         "1.8",
-         {{'r', 0, 506}, {'w', 9, 1}},
-         {Batch().read(0, 505), Batch().read(505, 1).write(9, part(0, 1))}},
-        {"order is kept",
-         "1.8",
-         {{'w', 1, 1}, {'r', 2, 1}, {'w', 3, 1}},
-         {Batch().write(1, part(0, 1)).read(2, 1).write(3, part(0, 1))}},
-        {"replies just fit",
-         "1.8",
-         {{'r', 1, 251}, {'r', 2, 251}},
-         {Batch().read(1, 251).read(2, 251)}},
-        {"replies are too long",
-         "1.8",
-         {{'r', 1, 254}, {'r', 2, 254}},
-         {Batch().read(1, 254), Batch().read(2, 254)}},
-        {"replies are just too long",
-         "1.8",
-         {{'r', 1, 251}, {'r', 2, 252}},
-         {Batch().read(1, 251), Batch().read(2, 252)}},
-        {"requests just fit",
-         "1.8",
-         {{'w', 1, 250}, {'w', 2, 250}},
-         {Batch().write(1, part(0, 250)).write(2, part(0, 250))}},
-        {"requests are just too long",
-         "1.8",
-         {{'w', 1, 250}, {'w', 2, 251}},
-         {Batch().write(1, part(0, 250)), Batch().write(2, part(0, 251))}},
-        {"most entries", "1.8", std::vector<Step>(128, {'r', 7, 1}), {reads(127), reads(1)}},
-        {"bits and a longest write",
-         "1.9",
-         {{'w', 5, 504}},
-         {Batch().bits(1, 0), Batch().write(5, part(0, 504))}},
-        {"bits and a longest read", "1.9", {{'r', 5, 505}}, {Batch().bits(0, 0).read(5, 505)}},
-        {"bits of each kind once",
-         "1.9",
-         {{'r', 5, 1}, {'w', 6, 1}, {'r', 7, 1}, {'w', 8, 1}},
-         {Batch()
-              .bits(0, 0)
-              .read(5, 1)
-              .bits(1, 0)
-              .write(6, part(0, 1))
-              .read(7, 1)
-              .write(8, part(0, 1))}},
-        {"nothing to read", "1.8", {{'r', 5, 0}}, {}},
-        {"nothing to read, with bits", "1.9", {{'r', 5, 0}}, {Batch().bits(0, 0)}},
-        {"unknown type", "1.8", {{'?', 5, 1}, {'r', 5, 1}}, {Batch().read(5, 1)}},
-        {"clock between",
-         "1.8",
-         {{'r', 5, 1}, {'v', 0, 0, "SPICLOCK", "2000"}, {'r', 6, 1}},
-         {Batch().read(5, 1), setDelay0, Batch().read(6, 1)}},
-        {"unknown variable sends",
-         "1.8",
-         {{'r', 5, 1}, {'v', 0, 0, "NONE", "1"}, {'r', 6, 1}},
-         {Batch().read(5, 1), Batch().read(6, 1)}},
-        {"bits are sent again after a change of mode",
-         "1.9",
-         {{'r', 5, 1}, {'w', 6, 1}, {'v', 0, 0, "QUILLMODE", "SPI"}, {'r', 5, 1}, {'w', 6, 1}},
-         {Batch().bits(0, 0).read(5, 1).bits(1, 0).write(6, part(0, 1)),
-          hex("0500 0000 00 0900 0000"),
-          Batch().bits(0, 0).read(5, 1).bits(1, 0).write(6, part(0, 1))}},
-        {"bits do not send",
-         "1.9",
-         {{'r', 5, 1}, {'v', 0, 0, "SPICMDREADBITS", "010"}, {'r', 6, 1}, {'r', 7, 1}},
-         {Batch().bits(0, 0).read(5, 1).bits(0, 8).read(6, 1).read(7, 1)}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        stream_.set("QUILLMODE", "SPI");  // forgets the adapter's bits and delay
-        stream_.set("SPICMDBITS", "0");
-        useFirmware(c.firmware);
-        Words target(2000);
-        std::vector<SpiAction> actions;
-        for (const Step& step : c.steps) {
-            SpiAction action =
-                step.kind == 'w' ? writeFrom(step.address, words) : readInto(step.address, target);
-            action.u.memory.length = step.length;
-            if (step.kind == 'v') action = setting(step.name, step.value);
-            if (step.kind == '?') action.type = 7;
-            actions.push_back(action);
-        }
-        EXPECT_EQ(framesOf(actions), c.frames);
-    }
+    for (const Exchange& exchange : exchanges) expectExchange(stream_, exchange);
 }
 
 TEST_F(Sequence, DeliversTheWholeMemory) {
@@ -168,8 +70,8 @@ TEST_F(Sequence, DeliversTheWholeMemory) {
     EXPECT_EQ(read, written);
     EXPECT_EQ(simulator_.control("peek 0 0xfffe 2"), "0x004b 0x0000\n");
     // 131 pieces to write and 130 to read; the last of the former and the first of the latter fit
-    // one batch command. Two requests came before.
-    EXPECT_EQ(simulator_.takeFrames().size(), 2U + 131 + 130 - 1);
+    // one batch command.
+    EXPECT_EQ(simulator_.takeFrames().size(), 131U + 130 - 1);
 }
 
 TEST_F(Sequence, TakesArraysAndBuffersAtAnyAddress) {
@@ -192,14 +94,13 @@ TEST_F(Sequence, TakesArraysAndBuffersAtAnyAddress) {
 }
 
 TEST_F(Sequence, CountsAboveTheSignedLimitAreEmpty) {
-    simulator_.takeFrames();
     Words word(1);
     SpiAction action = readInto(1, word);
     for (const std::uint32_t count : {0U, 0x80000000U, 0xFFFFFFFFU}) {
         EXPECT_EQ(spifns_stream_sequence(stream_.id(), &action, count), 0) << count;
         EXPECT_EQ(spifns_stream_sequence(stream_.id(), nullptr, count), 0) << count;
     }
-    EXPECT_THAT(simulator_.takeFrames(), IsEmpty());
+    EXPECT_EQ(simulator_.takeFrames(), Frames());
 }
 
 TEST_F(Sequence, RefusesWhatItCannotDo) {
@@ -214,88 +115,77 @@ TEST_F(Sequence, RefusesWhatItCannotDo) {
     const struct {
         SpiAction action;
         Failure failure;
-        bool sendsBefore;
+        const char* sentBefore;
     } cases[] = {
-        {readInto(0x10000, word), {265, 65536, "Invalid address"}, false},
-        {writeFrom(0x12345, word), {265, 0x12345, "Invalid address"}, false},
-        {bothWrong, {265, 0xFFFFFFFF, "Invalid address"}, false},
-        {tooLong, {266, 0, "Read or write too long"}, false},
-        {noBuffer, invalid, false},
-        {setting("SPIMUL", nullptr), invalid, true},
-        {setting("SPICMDBITS", nullptr), invalid, false},
-        {setting(nullptr, "1"), invalid, true},
-        {setting(nullptr, nullptr), invalid, true},
-        {setting("SPIMUL", "17"), {1, 0, "SPIMUL is out of range (valid value: 0 - 16)"}, true},
-        {setting("SPIPORT", "77"), {514, 0, "Couldn't find device with id (77)"}, true},
+        {readInto(0x10000, word), {265, 65536, "Invalid address"}, ""},
+        {writeFrom(0x12345, word), {265, 0x12345, "Invalid address"}, ""},
+        {bothWrong, {265, 0xFFFFFFFF, "Invalid address"}, ""},
+        {tooLong, {266, 0, "Read or write too long"}, ""},
+        {noBuffer, invalid, ""},
+        {setting("SPIMUL", nullptr), invalid, "r8:1"},
+        {setting("SPICMDBITS", nullptr), invalid, ""},
+        {setting(nullptr, "1"), invalid, "r8:1"},
+        {setting(nullptr, nullptr), invalid, "r8:1"},
+        {setting("SPIMUL", "17"), {1, 0, "SPIMUL is out of range (valid value: 0 - 16)"}, "r8:1"},
+        {setting("SPIPORT", "77"), {514, 0, "Couldn't find device with id (77)"}, "r8:1"},
     };
     useFirmware("1.9");
-    Words read(1);
-    stream_.run({readInto(9, read), writeFrom(9, word)});
+    stream_.run("r9:1 w9:1");
     simulator_.takeFrames();
     for (const auto& c : cases) {
         SCOPED_TRACE(c.failure.text);
+        Words read(1);
         EXPECT_EQ(outcome(stream_.run({readInto(8, read), c.action, writeFrom(8, word)})),
                   c.failure);
-        EXPECT_EQ(simulator_.takeFrames(), c.sendsBefore ? Frames{Batch().read(8, 1)} : Frames{});
+        EXPECT_EQ(simulator_.takeFrames(), frames(c.sentBefore));
     }
     EXPECT_EQ(outcome(spifns_stream_sequence(stream_.id(), nullptr, 1)), invalid);
 }
 
 TEST_F(Sequence, SendsCommandBitsOnlyWhenTheAdapterHasOthers) {
-    Words word(1);
-    const SpiAction read = readInto(1, word);
-    const Words zero = {0};
-    const SpiAction write = writeFrom(2, zero);
     useFirmware("1.9");
-    // Selecting again keeps what is known of the adapter.
-    EXPECT_THAT(framesOf({read}), ElementsAre(Batch().bits(0, 0).read(1, 1)));
-    stream_.set("SPIPORT", "0");
-    simulator_.takeFrames();
-    EXPECT_THAT(framesOf({read}), ElementsAre(Batch().read(1, 1)));
-    EXPECT_THAT(framesOf({write}), ElementsAre(Batch().bits(1, 0).write(2, {0})));
-
-    EXPECT_THAT(framesOf({setting("SPICMDBITS", "0x40")}), IsEmpty());
+    const Exchange known[] = {
+        {"r1:1", "R=0 r1:1"},
+        // Selecting again keeps what is known of the adapter, a change of mode does not.
+        {"SPIPORT=0 r1:1", "0300 0400 00 0800 | r1:1"},
+        {"w2:504", "W=0 | w2:504"},
+        {"QUILLMODE=SPI r5:0", "0500 0000 00 0900 0000 | R=0"},
+        {"QUILLMODE=SPI r5:505", "0500 0000 00 0900 0000 | R=0 r5:505"},
+        {"r5:1 w6:1 r7:1 w8:1", "r5:1 W=0 w6:1 r7:1 w8:1"},
+        {"r5:1 SPICMDREADBITS=010 r6:1 r7:1", "r5:1 R=8 r6:1 r7:1"},
+        {"SPICMDBITS=0x40", ""},
+    };
+    for (const Exchange& exchange : known) expectExchange(stream_, exchange);
     EXPECT_EQ(stream_.get("SPICMDBITS"), "0x40");
-    EXPECT_THAT(framesOf({read, write}),
-                ElementsAre(Batch().bits(0, 0x40).read(1, 1).bits(1, 0x40).write(2, {0})));
-    EXPECT_THAT(framesOf({setting("SPICMDWRITEBITS", "70000junk"), read, write}),
-                ElementsAre(Batch().read(1, 1).bits(1, 0x1170).write(2, {0})));
+    expectExchange(stream_, {"r1:1 w2:1", "R=40 r1:1 W=40 w2:1"});
+    expectExchange(stream_, {"SPICMDWRITEBITS=70000junk r1:1 w2:1", "r1:1 W=1170 w2:1"});
     EXPECT_EQ(stream_.get("SPICMDBITS"), "MISMATCH");
     EXPECT_EQ(stream_.get("SPICMDREADBITS"), "0x40");
     EXPECT_EQ(stream_.get("SPICMDWRITEBITS"), "0x1170");
 
     // 0xFFFF stands for unknown, and so is sent only while something else is known.
-    EXPECT_THAT(framesOf({setting("SPICMDREADBITS", "-1"), read, read}),
-                ElementsAre(Batch().bits(0, 0xFFFF).read(1, 1).read(1, 1)));
-    EXPECT_THAT(framesOf({read}), ElementsAre(Batch().read(1, 1)));
-    stream_.set("SPICMDREADBITS", "0x40");
+    expectExchange(stream_, {"SPICMDREADBITS=-1 r1:1 r1:1", "R=ffff r1:1 r1:1"});
+    expectExchange(stream_, {"r1:1", "r1:1"});
 
     // What is dropped unsent is not taken for sent, and what fails is sent again.
-    EXPECT_EQ(stream_.run({setting("SPICMDREADBITS", "7"), read, readInto(0x10000, word)}), 1);
-    EXPECT_THAT(simulator_.takeFrames(), IsEmpty());
+    const Failure invalid = {265, 0x10000, "Invalid address"};
+    expectExchange(stream_, {"SPICMDREADBITS=7 r1:1 r10000:1", "", invalid});
     simulator_.control("fault 0 refuse 5");
-    EXPECT_EQ(stream_.run({read}), 1);
+    EXPECT_EQ(stream_.run("r1:1"), 1);
     simulator_.takeFrames();
-    EXPECT_THAT(framesOf({read, write}),
-                ElementsAre(Batch().bits(0, 7).read(1, 1).bits(1, 0x1170).write(2, {0})));
+    expectExchange(stream_, {"r1:1 w2:1", "R=7 r1:1 W=1170 w2:1"});
 
     // Another stream of the adapter has its own bits, and shares what the adapter was given.
     const Stream other("100");
     simulator_.takeFrames();
-    EXPECT_EQ(other.run({setting("SPICMDREADBITS", "7"), read}), 0);
-    EXPECT_THAT(simulator_.takeFrames(), ElementsAre(Batch().read(1, 1)));
-    EXPECT_EQ(other.run({write}), 0);
-    EXPECT_THAT(simulator_.takeFrames(), ElementsAre(Batch().bits(1, 0).write(2, {0})));
-    EXPECT_THAT(framesOf({write}), ElementsAre(Batch().bits(1, 0x1170).write(2, {0})));
+    expectExchange(other, {"SPICMDREADBITS=7 r1:1", "r1:1"});
+    expectExchange(other, {"w2:1", "W=0 w2:1"});
+    expectExchange(stream_, {"w2:1", "W=1170 w2:1"});
 }
 
 TEST_F(Sequence, EndsWithAReadThatFails) {
     simulator_.control("faulty 0 0x1234 0x1234");
-    simulator_.takeFrames();
-    Words many(600);
-    EXPECT_EQ(outcome(stream_.read(0x1234, many)),
-              (Failure{517, 0x3412, "Read failed on USB-SPI"}));
-    EXPECT_THAT(simulator_.takeFrames(), ElementsAre(Batch().read(0x1234, 505)));
+    expectExchange(stream_, {"r1234:600", "r1234:505", {517, 0x3412, "Read failed on USB-SPI"}});
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <future>
 #include <thread>
 
 #include "tests/exports/host.h"
@@ -119,24 +120,15 @@ TEST(Streams, OneIsTheLegacyStream) {
 
 TEST(Streams, LiveUntilTheLastCallOnThemEnds) {
     Simulator simulator;
-    std::uint32_t id = 0;
-    ASSERT_EQ(spifns_stream_init(&id), 0);
-    SpiAction select = setting("SPIPORT", "0");
-    ASSERT_EQ(spifns_stream_sequence(id, &select, 1), 0);
+    const Stream stream("0");
     simulator.takeFrames();
     simulator.control("fault 0 delay 200");
-    Words word(1);
-    int status = -1;
-    std::thread worker([&] {
-        SpiAction read[] = {readInto(0, word), setting("SPIMUL", "1"), readInto(0, word)};
-        status = spifns_stream_sequence(id, read, 3);
-    });
+    auto result = std::async(std::launch::async, [&] { return stream.run("r0:1 SPIMUL=1 r0:1"); });
     while (simulator.control("log 0").empty()) std::this_thread::yield();
-    spifns_stream_close(id);
+    spifns_stream_close(stream.id());
     EXPECT_EQ(spifns_count_streams(), 0U);
-    expectMissing(id, false);
-    worker.join();
-    EXPECT_EQ(status, 0);
+    expectMissing(stream.id(), false);
+    EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(simulator.takeFrames().size(), 3U);
 }
 

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <functional>
 #include <iterator>
 #include <thread>
 
@@ -17,37 +18,25 @@ namespace {
 constexpr unsigned kThreads = 16;
 constexpr unsigned kRounds = 32;  // of each thread, times the scale
 
-// A mistake that a thread makes with a number of its own, and what it is told then.
-struct Mistake {
-    int (*make)(const Stream& stream, unsigned own);
-    Failure (*told)(unsigned own);
-};
-const Mistake kMistakes[] = {
-    {[](const Stream& stream, unsigned own) {
-         Words word(1);
-         return stream.read(0x10000 + own, word);
-     },
-     [](unsigned own) {
-         return Failure{265, 0x10000 + own, "Invalid address"};
-     }},
-    {[](const Stream& stream, unsigned own) {
-         return stream.set("SPIPORT", std::to_string(9000 + own).c_str());
-     },
-     [](unsigned own) {
-         return Failure{514, 0,
-                        "Couldn't find device with id (" + std::to_string(9000 + own) + ")"};
-     }},
-    {[](const Stream&, unsigned own) { return spifns_stream_mgcmd_init(32 + own, 0, 0); },
-     [](unsigned) {
-         return Failure{262, 0, "Invalid stream"};
-     }},
-    {[](const Stream& stream, unsigned own) {
-         return stream.set("SPIMUL", std::to_string(17 + own).c_str());
-     },
-     [](unsigned) {
-         return Failure{1, 0, "SPIMUL is out of range (valid value: 0 - 16)"};
-     }},
-};
+// Makes a mistake with a number of the thread's own, and returns what it should be told.
+Failure makeMistake(const Stream& stream, unsigned kind, unsigned own) {
+    const std::string number = std::to_string(9000 + own);
+    const auto address = static_cast<std::uint32_t>(std::stoul("1" + number, nullptr, 16));
+    const struct {
+        std::function<int()> make;
+        Failure told;
+    } mistakes[] = {
+        {[&] { return stream.run("r1" + number + ":1"); }, {265, address, "Invalid address"}},
+        {[&] { return stream.run("SPIPORT=" + number); },
+         {514, 0, "Couldn't find device with id (" + number + ")"}},
+        {[&] { return spifns_stream_mgcmd_init(32 + own, 0, 0); }, {262, 0, "Invalid stream"}},
+        {[&] { return stream.run("SPIMUL=" + number); },
+         {1, 0, "SPIMUL is out of range (valid value: 0 - 16)"}},
+    };
+    const auto& mistake = mistakes[kind % std::size(mistakes)];
+    EXPECT_EQ(mistake.make(), 1);
+    return mistake.told;
+}
 
 // A thread of the host. It has two streams at a time: one lives through its calls, the other is
 // offered to the next thread from inside a call, and closed there or, untaken, after the call.
@@ -74,10 +63,9 @@ class Worker {
         EXPECT_EQ(read, written);
 
         // What succeeds between a failure and the question for it takes nothing away.
-        const Mistake& mistake = kMistakes[(own + round) % std::size(kMistakes)];
-        EXPECT_EQ(mistake.make(stream, own), 1);
+        const Failure told = makeMistake(stream, own + round, own);
         EXPECT_EQ(stream.read(address, read), 0);
-        EXPECT_EQ(lastFailure(), mistake.told(own));
+        EXPECT_EQ(lastFailure(), told);
         EXPECT_EQ(read, written);
     }
 

@@ -3,298 +3,216 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <functional>
 #include <set>
 #include <string>
-#include <utility>
+#include <tuple>
 #include <vector>
 
-#include "quill/adapter_layer.h"
-#include "quill/adapter_list.h"
-#include "quill/command_bits.h"
-#include "quill/driver_exchange.h"
-#include "quill/interface_mode.h"
-#include "quill/last_error.h"
-#include "quill/map_file.h"
-#include "quill/quill_stream.h"
-#include "quill/spi_clock.h"
-#include "quill/stream_command.h"
-#include "quill/stream_variables.h"
 #include "tests/exports/host.h"
 #include "tests/support/recording_handler.h"
 #include "tests/support/simulator.h"
-#include "wrenlink/batch.h"
-#include "wrenlink/chip_command.h"
-#include "wrenlink/entries.h"
-#include "wrenlink/mgcmd.h"
-#include "wrenlink/sequence.h"
-#include "wrenlink/spifns.h"
 
-namespace wrenlink {
+namespace wrenlink::test {
 namespace {
-
-using test::Message;
-using test::MessageKind;
-
-// Exit lines, besides the text of a result.
-constexpr char kPlain[] = "plain";
-constexpr char kUntraced[] = "untraced";
-
-struct Scope {
-    const char* function;
-    std::function<void()> call;
-    std::string result;  // as the exit line shows it, or one of the above
-};
-
-// The one scope that the function opens in a call, or none.
-void checkScope(const Scope& scope) {
-    SCOPED_TRACE(scope.function);
-    test::clearMessages();
-    scope.call();
-    std::vector<std::string> lines;
-    std::set<std::pair<std::string, unsigned long>> places;
-    for (const Message& message : test::messages()) {
-        if (message.function != scope.function) continue;
-        if (message.kind == MessageKind::entry)
-            lines.emplace_back("->");
-        else if (message.kind == MessageKind::exit)
-            lines.emplace_back("<-");
-        else if (message.isResult && message.level == 0 && !message.flag)
-            lines.push_back(message.text);
-        else
-            continue;
-        EXPECT_THAT(message.file, testing::HasSubstr("spi/wrenlink/"));
-        EXPECT_GT(message.line, 0U);
-        places.emplace(message.file, message.line);
-    }
-    EXPECT_LE(places.size(), 1U);
-    std::vector<std::string> expected;
-    if (scope.result == kPlain)
-        expected = {"->", "<-"};
-    else if (scope.result != kUntraced)
-        expected = {"->",
-                    std::string("<- ") + scope.function + " [returning " + scope.result + "]"};
-    EXPECT_EQ(lines, expected);
-}
-
-// A scope that a call opens under the name of the function that is called.
-#define CALL(function, arguments, result)              \
-    {                                                  \
-#function, [&] { function arguments; }, result \
-    }
-
-class Tracing : public testing::Test {
-   protected:
-    Tracing() {
-        test::setDebugActivated(false);
-        test::clearMessages();
-    }
-
-    // No adapters, and no map file.
-    const test::TestRuntime runtime_;
-    const test::SharedDocuments documents_;
-};
-
-TEST_F(Tracing, ExportsOpenTheirScopes) {
-    const Scope exports[] = {
-        CALL(spifns_mgcmd_cmd, (nullptr, 0, 0), "1"),
-        CALL(spifns_mgcmd_init, (1, 2), "1"),
-        CALL(spifns_marigold_xap_stopped, (), "-1"),
-        CALL(spifns_chip_select, (), kPlain),
-        CALL(spifns_clear_last_error, (), kPlain),
-        CALL(spifns_close, (), kPlain),
-        CALL(spifns_command, ("DFU"), "\"(null)\""),
-        CALL(spifns_count_streams, (), "0"),
-        CALL(spifns_enumerate_ports, (nullptr, nullptr), kPlain),
-        CALL(spifns_get_last_error, (nullptr, nullptr), "262"),
-        CALL(spifns_get_last_error32, (nullptr, nullptr), kPlain),
-        CALL(spifns_get_version, (), kUntraced),
-        CALL(spifns_getvar, ("SPIMUL"), "\"\""),
-        CALL(spifns_getvarlist, (nullptr, nullptr), kPlain),
-        CALL(spifns_init, (), "0"),
-        CALL(spifns_sequence, (nullptr, 1), "1"),
-        CALL(spifns_set_debug_callback, (nullptr), kUntraced),
-        CALL(spifns_stream_mgcmd_cmd, (99, nullptr, 0, 0), "1"),
-        CALL(spifns_stream_mgcmd_init, (99, 1, 2), "1"),
-        CALL(spifns_stream_marigold_xap_stopped, (99), "-1"),
-        CALL(spifns_stream_chip_select, (), kPlain),
-        CALL(spifns_stream_close, (99), kPlain),
-        CALL(spifns_stream_command, (99, ""), "\"(null)\""),
-        CALL(spifns_stream_get_device_id, (99, nullptr, 0), "1"),
-        CALL(spifns_stream_getvar, (99, "SPIMUL"), "\"\""),
-        CALL(spifns_stream_init, (nullptr), "1"),
-        CALL(spifns_stream_sequence, (99, nullptr, 0), "1"),
-        CALL(spifns_stream_set_debug_callback, (99, nullptr, nullptr), kUntraced),
-    };
-    EXPECT_EQ(std::size(exports), 28U);
-    spifns_stream_getvar(99, "SPIMUL");  // leaves 262
-    for (const Scope& scope : exports) checkScope(scope);
-    spifns_close();
-}
-
-TEST_F(Tracing, OperationsOpenTheirScopes) {
-    std::uint8_t frame[1040] = {3, 0, 4, 0, 0, 8, 0};
-    std::uint16_t word = 0;
-    std::uint32_t size = 0;
-    std::string path;
-    SpiAction read{};
-    read.u.memory.length = 1;
-    read.u.memory.data = &word;
-    CUsbStreamData stream;
-    QuillStream* quill = stream.quill();
-    quill->firmwareVersion = 0xC803;
-    quill->spimulText[0] = '\0';
-    const auto read1 = [&] { return std::span(&read, 1); };
-
-    const Scope operations[] = {
-        CALL(Quill_SetLastError, (0, 0, "none"), kPlain),
-        CALL(Quill_AppendToLastError, ("more"), kPlain),
-        CALL(Quill_GetLastError, (nullptr, nullptr), kPlain),
-        CALL(Quill_ClearLastError, (), kPlain),
-        CALL(Quill_Initialise, (), "true"),
-        CALL(Quill_Finalise, (), kPlain),
-        CALL(Quill_Enumerate, (), kPlain),
-        CALL(Quill_EnumeratePorts, (nullptr, nullptr), kPlain),
-        CALL(Open_Common_Document_File, ("quillmap.txt", path), kPlain),
-        CALL(Quill_GetModuleId, ("absent"), kPlain),
-        CALL(Quill_Command, (frame, frame, "absent"), "false"),
-        CALL(Quill_Stream_Command, (quill, frame, frame), "false"),
-        CALL(Quill_Stream_Command, (quill, frame, 0x0800, 3, 4), "false"),
-        {"Quill_Stream_Initialise", [] { Quill_Stream_Finalise(Quill_Stream_Initialise()); },
-         kPlain},
-        CALL(Quill_Stream_Finalise, (Quill_Stream_Initialise()), kPlain),
-        CALL(Quill_Stream_SelectDevice, (quill, "7"), "1"),
-        CALL(Quill_Stream_GetDeviceId, (quill, nullptr, 0), kPlain),
-        CALL(Quill_Stream_GetVersion, (quill), "0"),
-        CALL(Quill_Stream_MajorVer, (quill), "200"),
-        CALL(Quill_Stream_MinorVer, (quill), "3"),
-        CALL(Quill_Stream_InvalidateCache, (quill), kPlain),
-        CALL(Quill_Stream_SetDebugCallback, (quill, nullptr, nullptr), kPlain),
-        CALL(Quill_Stream_Debug, (quill, "text"), kPlain),
-        CALL(Quill_Stream_Debug_Full, (quill, "text"), kPlain),
-        CALL(Quill_GetClockFromDelays, (1), kPlain),
-        CALL(Quill_Stream_SetDelays, (quill, 1), kPlain),
-        CALL(Quill_Stream_GetDelays, (quill, nullptr), kPlain),
-        CALL(Quill_GetKnownVars, (nullptr, nullptr), kPlain),
-        CALL(Quill_FindVar, ("SPIMUL"), kPlain),
-        CALL(Quill_Stream_GetVar, (quill, "SPIMUL"), "\"0\""),
-        CALL(Quill_Stream_SetVar, (quill, "SPIMUL", "17"), "1"),
-        CALL(Quill_Stream_GetCmdBitsCache, (quill, &word, false), kPlain),
-        {"Quill_Stream_Debug_Full", [&] { Quill_Stream_GetCmdBitsCache(quill, &word, false); },
-         kPlain},
-        CALL(Quill_Stream_SetCmdBitsCache, (quill, 0, false), kPlain),
-        CALL(Quill_Stream_SetMode, (quill, "JTAG"), "1"),
-        CALL(BuildRead, (nullptr, 0, 0, size, size), kPlain),
-        CALL(BuildWrite, (nullptr, 0, 0, nullptr, size, size), kPlain),
-        CALL(BuildSetVar, (nullptr, false, 0, size, size), kPlain),
-        CALL(PrintStreamDebug, (stream, frame), kPlain),
-        CALL(StreamSequence, (stream, read1()), "1"),
-        CALL(DoStreamSequence, (stream, read1(), frame), kPlain),
-        CALL(spi_sd_sequence, (stream, &read, 0), "0"),
-        CALL(spi_sd_mgcmd_init, (stream, 0, 0), kPlain),
-        CALL(spi_sd_mgcmd_cmd, (stream, &word, 1, 0), kPlain),
-        CALL(spi_sd_marigold_xap_stopped, (stream), kPlain),
-        CALL(spi_sd_command, (stream, "DFU"), kPlain),
-        {"CUsbStreamData::hasFailedMapFileInitialisation",
-         [&] { stream.hasFailedMapFileInitialisation(); }, "false"},
-        {"CUsbStreamData::~CUsbStreamData", [] { const CUsbStreamData other; }, kPlain},
-    };
-    for (const Scope& scope : operations) checkScope(scope);
-}
-
-TEST_F(Tracing, AsksForTheInstanceBeforeEachHandler) {
-    spifns_init();
-    spifns_command("DFU");
-    spifns_close();
-    const std::vector<Message> messages = test::messages();
-    std::vector<bool> constructorFlags;
-    for (std::size_t i = 1; i < messages.size(); ++i) {
-        if (messages[i].kind != MessageKind::getHandler) continue;
-        EXPECT_EQ(messages[i].group, 101);
-        EXPECT_EQ(messages[i - 1].kind, MessageKind::instance) << messages[i].function;
-        if (messages[i].function == "CUsbStreamData::CUsbStreamData")
-            constructorFlags.push_back(messages[i].flag);
-        else
-            EXPECT_FALSE(messages[i].flag) << messages[i].function;
-    }
-    EXPECT_EQ(constructorFlags, (std::vector{true, false}));
-}
-
-TEST_F(Tracing, TellsOfAMissingAdapterAndMarksAnExchangeIfItIsWanted) {
-    std::uint8_t frame[16] = {3, 0, 0, 0, 0, 6, 0};
-    CUsbStreamData stream;
-    for (const bool activated : {false, true}) {
-        test::setDebugActivated(activated);
-        test::clearMessages();
-        EXPECT_EQ(spi_sd_marigold_xap_stopped(stream), SPIFNS_XAP_ERROR);
-        const auto errors = test::messages(MessageKind::error);
-        ASSERT_EQ(errors.size(), 1U);
-        EXPECT_EQ(errors[0].code, 0);
-        EXPECT_EQ(errors[0].text, "No USB-SPI device found");
-        const auto lines = test::messages(MessageKind::output);
-        EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                                [](const Message& line) {
-                                    return line.text == "Quill - Quill XAP Stopped?Quill Fail";
-                                }),
-                  activated ? 1 : 0);
-
-        test::clearMessages();
-        EXPECT_FALSE(Quill_Command(frame, frame, "absent"));
-        std::vector<unsigned long> levels;
-        for (const Message& mark : test::messages(MessageKind::profile))
-            levels.push_back(mark.level);
-        EXPECT_EQ(levels, activated ? (std::vector{5UL, 0UL}) : std::vector<unsigned long>{});
-    }
-}
 
 using Lines = std::vector<std::string>;
 
-// The library's own debug lines since the last call.
+void useStream(std::uint32_t id) {
+    std::uint16_t word = 0;
+    spifns_stream_sequence(id, nullptr, 0);
+    spifns_stream_mgcmd_init(id, 1, 2);
+    spifns_stream_mgcmd_cmd(id, &word, 1, 0);
+    spifns_stream_marigold_xap_stopped(id);
+    spifns_stream_command(id, "SPISLOWER");
+    spifns_stream_getvar(id, "SPIMUL");
+    spifns_stream_get_device_id(id, nullptr, 0);
+    spifns_stream_set_debug_callback(id, nullptr, nullptr);
+}
+
+void useLegacyStream() {
+    std::uint16_t word = 0;
+    spifns_sequence(nullptr, 0);
+    spifns_mgcmd_init(1, 2);
+    spifns_mgcmd_cmd(&word, 1, 0);
+    spifns_marigold_xap_stopped();
+    spifns_command("DFU");
+    spifns_getvar("SPIMUL");
+    spifns_set_debug_callback(nullptr);
+    spifns_close();
+}
+
+// Calls every export, and through them every operation, also in vain.
+void callEverything() {
+    Simulator simulator({100}, "200.3");
+    clearMessages();
+    {
+        const Stream stream("0");
+        for (const char* steps :
+             {"SPICMDBITS=1 r1:1 w1:1 QUILLMODE=SPI SPICLOCK=1000", "SPIMUL=17"})
+            stream.run(steps);
+        useStream(stream.id());
+        simulator.control("fault 0 refuse 5");
+        stream.run("r1:1");
+        const Stream idle;
+        for (const char* steps : {"r1:1", "QUILLMODE=SPI", "SPIPORT=7"}) idle.run(steps);
+        useStream(SPIFNS_NO_STREAM);
+        spifns_stream_init(nullptr);
+        spifns_init();
+        useLegacyStream();
+        useLegacyStream();
+    }
+    spifns_chip_select();
+    spifns_stream_chip_select();
+    spifns_count_streams();
+    spifns_enumerate_ports(nullptr, nullptr);
+    spifns_getvarlist(nullptr, nullptr);
+    spifns_get_last_error(nullptr, nullptr);
+    spifns_get_last_error32(nullptr, nullptr);
+    spifns_clear_last_error();
+    spifns_get_version();
+}
+
+// The scopes that messages tell of, each once for its place in the code: the function's name, and
+// behind "=" what the exit line shows of the result.
+std::string scopes() {
+    std::set<std::tuple<std::string, std::string, unsigned long>> places;
+    Lines open;
+    for (const Message& message : messages()) {
+        std::string scope = message.function;
+        const std::string returning = "<- " + scope + " [returning ";
+        if (message.kind == MessageKind::entry) {
+            EXPECT_THAT(open, testing::Not(testing::Contains(scope)));
+            open.push_back(scope);
+            continue;
+        }
+        if (message.isResult) {
+            EXPECT_EQ(message.level, 0U);
+            EXPECT_FALSE(message.flag);
+            EXPECT_THAT(message.text, testing::StartsWith(returning));
+            scope += "=" + message.text.substr(returning.size());
+            EXPECT_EQ(scope.back(), ']');
+            scope.pop_back();
+        } else if (message.kind != MessageKind::exit) {
+            continue;
+        }
+        EXPECT_THAT(message.file, testing::HasSubstr("spi/wrenlink/"));
+        EXPECT_EQ(open.back(), message.function);
+        open.pop_back();
+        places.emplace(scope, message.file, message.line);
+    }
+    EXPECT_EQ(open, Lines());
+    std::string lines;
+    for (const auto& place : places) lines += std::get<0>(place) + "\n";
+    return lines;
+}
+
+// All of them, sorted.
+constexpr char kScopes[] =
+    "BuildRead BuildSetVar BuildWrite CUsbStreamData::CUsbStreamData "
+    "CUsbStreamData::hasFailedMapFileInitialisation=false CUsbStreamData::~CUsbStreamData "
+    "DoStreamSequence Open_Common_Document_File PrintStreamDebug Quill_AppendToLastError "
+    "Quill_ClearLastError Quill_Command=false Quill_Command=true Quill_Enumerate "
+    "Quill_EnumeratePorts Quill_Finalise Quill_FindVar Quill_GetClockFromDelays "
+    "Quill_GetKnownVars Quill_GetLastError Quill_GetModuleId Quill_Initialise=true "
+    "Quill_SetLastError Quill_Stream_Command=false Quill_Stream_Command=false "
+    "Quill_Stream_Command=true Quill_Stream_Command=true Quill_Stream_Debug "
+    "Quill_Stream_Debug_Full Quill_Stream_Finalise Quill_Stream_GetCmdBitsCache "
+    "Quill_Stream_GetDelays Quill_Stream_GetDeviceId Quill_Stream_GetVar=\"0\" "
+    "Quill_Stream_GetVar=\"1070\" Quill_Stream_GetVersion=51203 Quill_Stream_Initialise "
+    "Quill_Stream_InvalidateCache Quill_Stream_MajorVer=0 Quill_Stream_MajorVer=200 "
+    "Quill_Stream_MinorVer=0 Quill_Stream_MinorVer=3 Quill_Stream_SelectDevice=0 "
+    "Quill_Stream_SelectDevice=1 Quill_Stream_SetCmdBitsCache Quill_Stream_SetDebugCallback "
+    "Quill_Stream_SetDelays Quill_Stream_SetMode=0 Quill_Stream_SetMode=1 Quill_Stream_SetVar=0 "
+    "Quill_Stream_SetVar=1 StreamSequence=0 StreamSequence=1 spi_sd_command "
+    "spi_sd_marigold_xap_stopped spi_sd_mgcmd_cmd spi_sd_mgcmd_init spi_sd_sequence=0 "
+    "spi_sd_sequence=1 spifns_chip_select spifns_clear_last_error spifns_close "
+    "spifns_command=\"(null)\" spifns_count_streams=0 spifns_enumerate_ports "
+    "spifns_get_last_error32 spifns_get_last_error=0 spifns_getvar=\"\" spifns_getvar=\"0\" "
+    "spifns_getvarlist spifns_init=0 spifns_marigold_xap_stopped=-1 spifns_mgcmd_cmd=1 "
+    "spifns_mgcmd_init=1 spifns_sequence=0 spifns_sequence=1 spifns_stream_chip_select "
+    "spifns_stream_close spifns_stream_command=\"(null)\" spifns_stream_get_device_id=1 "
+    "spifns_stream_getvar=\"\" spifns_stream_getvar=\"0\" spifns_stream_init=0 "
+    "spifns_stream_init=1 spifns_stream_marigold_xap_stopped=-1 "
+    "spifns_stream_marigold_xap_stopped=0 spifns_stream_mgcmd_cmd=0 spifns_stream_mgcmd_cmd=1 "
+    "spifns_stream_mgcmd_init=0 spifns_stream_mgcmd_init=1 spifns_stream_sequence=0 "
+    "spifns_stream_sequence=1 ";
+
+TEST(Tracing, FunctionsOpenTheirScopes) {
+    callEverything();
+    std::string expected = kScopes;
+    std::replace(expected.begin(), expected.end(), ' ', '\n');
+    EXPECT_EQ(scopes(), expected);
+}
+
+TEST(Tracing, AsksForTheInstanceBeforeEachHandler) {
+    callEverything();
+    const std::vector<Message> all = messages();
+    Lines flagged;
+    for (std::size_t i = 1; i < all.size(); ++i) {
+        if (all[i].kind != MessageKind::getHandler) continue;
+        EXPECT_EQ(all[i].group, 101);
+        EXPECT_EQ(all[i - 1].kind, MessageKind::instance) << all[i].function;
+        if (all[i].flag) flagged.push_back(all[i].function);
+    }
+    // Once for each stream.
+    EXPECT_EQ(flagged, Lines(3, "CUsbStreamData::CUsbStreamData"));
+}
+
+// What was traced beside scopes since the last call.
 Lines takeLines() {
     Lines lines;
-    for (const Message& message : test::messages(MessageKind::output)) {
-        if (message.isResult) continue;
+    for (const Message& message : messages()) {
+        if (message.kind == MessageKind::error)
+            lines.push_back("error " + std::to_string(message.code) + ": " + message.text);
+        if (message.kind == MessageKind::profile)
+            lines.push_back("mark " + std::to_string(message.level));
+        if (message.kind != MessageKind::output || message.isResult) continue;
         EXPECT_EQ(message.level, 3U);
         EXPECT_FALSE(message.flag);
         lines.push_back(message.function + "|" + message.text);
     }
-    test::clearMessages();
+    clearMessages();
     return lines;
 }
 
-// Of the exchanges with an adapter.
-TEST(AdapterTrace, IsMadeWhenItIsWanted) {
-    test::Simulator simulator;
-    for (const bool activated : {false, true}) {
-        test::setDebugActivated(activated);
-        test::clearMessages();
-        const auto expected = [&](const std::string& line) {
-            return activated ? Lines{line} : Lines{};
+TEST(Tracing, TellsOfExchangesWhenItIsWanted) {
+    Simulator simulator;
+    const struct {
+        const char* state;
+        spifns_xap_state told;
+        const char* text;
+    } states[] = {{"running", SPIFNS_XAP_RUNNING, " = Running"},
+                  {"stopped", SPIFNS_XAP_STOPPED, " = Stopped"},
+                  {"0x0100", SPIFNS_XAP_STOPPED, " = Stopped"},
+                  {"failing", SPIFNS_XAP_ERROR, " = failed on quill"}};
+    const std::string xap = "spi_sd_marigold_xap_stopped|Quill - Quill XAP Stopped?";
+    for (const bool wanted : {false, true}) {
+        setDebugActivated(wanted);
+        const auto expectExchange = [&](const std::string& line) {
+            EXPECT_EQ(takeLines(), wanted ? (Lines{"mark 5", "mark 0", line}) : Lines());
         };
-        const test::Stream stream("0");
-        EXPECT_EQ(takeLines(), expected("Quill_Stream_GetVersion|Quill fw version: 264 (0x108)\n"));
-        const struct {
-            const char* state;
-            const char* text;
-        } states[] = {{"running", " = Running"},
-                      {"stopped", " = Stopped"},
-                      {"failing", " = failed on quill"}};
-        for (const auto& state : states) {
-            simulator.control(std::string("xap 0 ") + state.state);
-            spifns_stream_marigold_xap_stopped(stream.id());
-            EXPECT_EQ(
-                takeLines(),
-                expected(std::string("spi_sd_marigold_xap_stopped|Quill - Quill XAP Stopped?") +
-                         state.text));
+        const Stream stream;
+        takeLines();
+        // That there is no adapter is always told.
+        EXPECT_EQ(spifns_stream_marigold_xap_stopped(stream.id()), SPIFNS_XAP_ERROR);
+        Lines lines = {"error 0: No USB-SPI device found"};
+        if (wanted) lines.push_back(xap + "Quill Fail");
+        EXPECT_EQ(takeLines(), lines);
+
+        EXPECT_EQ(stream.set("SPIPORT", "0"), 0);
+        expectExchange("Quill_Stream_GetVersion|Quill fw version: 264 (0x108)\n");
+        for (const auto& c : states) {
+            simulator.control(std::string("xap 0 ") + c.state);
+            EXPECT_EQ(spifns_stream_marigold_xap_stopped(stream.id()), c.told);
+            expectExchange(xap + c.text);
         }
+        EXPECT_EQ(lastFailure(), (Failure{517, 0, "xap_stopped failed on USB-SPI device"}));
         simulator.control("fault 0 refuse 5");
         stream.command("DFU");
-        EXPECT_EQ(takeLines(), expected("Quill_Stream_Command|Quill Fail - " + test::textOf(5) +
-                                        ": Driver IO failed"));
+        expectExchange("Quill_Stream_Command|Quill Fail - " + textOf(5) + ": Driver IO failed");
     }
-    test::setDebugActivated(false);
+    setDebugActivated(false);
 }
 
 }  // namespace
-}  // namespace wrenlink
+}  // namespace wrenlink::test
