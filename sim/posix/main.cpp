@@ -2,21 +2,17 @@
 // command to the simulator that serves a runtime directory.
 
 #include <grp.h>
-#include <sys/socket.h>
 
 #include <CLI/CLI.hpp>
-#include <array>
-#include <cerrno>
-#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "sim/adapter_arguments.h"
 #include "sim/model/text.h"
+#include "sim/posix/control_client.h"
 #include "sim/posix/server.h"
 
 namespace {
@@ -111,27 +107,9 @@ int serve(const Arguments& arguments) {
     return 0;
 }
 
-// Prints the answer's lines, and the reason of an error on the error stream.
 int control(const Arguments& arguments) {
-    const auto socket = quillsim::connectControl(arguments.runtimeDirectory);
-    const std::string line = arguments.command + "\n";
-    const bool sent = ::send(socket.get(), line.data(), line.size(), MSG_NOSIGNAL) ==
-                          static_cast<ssize_t>(line.size()) &&
-                      ::shutdown(socket.get(), SHUT_WR) == 0;
-    if (!sent) throw std::system_error(errno, std::generic_category(), "control");
-
-    std::string answer;
-    std::array<char, 65536> buffer{};
-    for (ssize_t size = 1; size > 0;) {
-        size = ::recv(socket.get(), buffer.data(), buffer.size(), 0);
-        if (size > 0) answer.append(buffer.data(), static_cast<std::size_t>(size));
-    }
-    const std::size_t before = answer.size() < 2 ? 0 : answer.rfind('\n', answer.size() - 2) + 1;
-    const std::string outcome = answer.substr(before);
-    std::cout << answer.substr(0, before);
-    if (outcome == "ok\n") return 0;
-    std::cerr << "quillsim: " << (outcome.empty() ? "no answer\n" : outcome);
-    return 1;
+    std::cout << quillsim::ControlClient(arguments.runtimeDirectory).run(arguments.command);
+    return 0;
 }
 
 }  // namespace

@@ -60,7 +60,7 @@ TEST(Processes, WaitForOneThatIsStopped) {
 std::unique_ptr<Quillsim> startServer(const std::filesystem::path& runtime,
                                       const Arguments& arguments) {
     auto server = std::make_unique<Quillsim>(runtime, arguments);
-    EXPECT_EQ(server->readLine(), "ready\n");
+    EXPECT_EQ(server->readLine(), "ready");
     return server;
 }
 
@@ -85,7 +85,7 @@ TEST(Processes, OutliveTheServerOfTheirAdapter) {
         for (unsigned i = 0; i < kills; ++i) {
             const Stream own("0");
             EXPECT_EQ(own.set("SPI_DELAY", "9"), 0);
-            server->kill(SIGKILL);
+            server->kill();
             EXPECT_EQ(outcome(own.read(0, word)), refused);
             server = startServer(runtime.path(), {"--id", "100", "--answer-us", "200"});
             EXPECT_EQ(own.read(0, word), 0);

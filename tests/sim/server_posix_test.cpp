@@ -63,7 +63,7 @@ class ServerTest : public testing::Test {
         Quillsim client(runtime_, {"--control", command});
         std::string output;
         for (std::string line = client.readLine(); !line.empty(); line = client.readLine()) {
-            output += line;
+            output += line + '\n';
         }
         return client.wait() == 0 ? output : "failed";
     }
@@ -75,25 +75,26 @@ class ServerTest : public testing::Test {
 TEST_F(ServerTest, OffersAdaptersAndCleansUp) {
     runtime_ = folder_.path() / std::string(120, 'x');  // too long for a socket's address
     Quillsim server(runtime_, {"--adapters", "11", "--mode", "0750"});
-    ASSERT_EQ(server.readLine(), "ready\n");
+    ASSERT_EQ(server.readLine(), "ready");
     EXPECT_EQ(adapterNames().front(), "quill00");
     EXPECT_EQ(adapterNames().back(), "quill10");
     EXPECT_THAT(control("count 10"), HasSubstr("requests=0 "));
     struct stat status {};
     ASSERT_EQ(::stat((runtime_ / "objects").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 02750U);
-    EXPECT_EQ(server.kill(SIGTERM), 0);
+    server.interrupt();
+    EXPECT_EQ(server.wait(), 0);
     EXPECT_THAT(adapterNames(), IsEmpty());
     EXPECT_FALSE(exists(runtime_ / "quillsim.control"));
 }
 
 TEST_F(ServerTest, TakesOverFromADeadServerButNotFromALiveOne) {
     Quillsim killed(runtime_, {"--adapters", "3"});
-    ASSERT_EQ(killed.readLine(), "ready\n");
-    EXPECT_EQ(killed.kill(SIGKILL), -SIGKILL);
+    ASSERT_EQ(killed.readLine(), "ready");
+    killed.kill();
 
     Quillsim server(runtime_, {"--adapters", "2"});
-    ASSERT_EQ(server.readLine(), "ready\n");
+    ASSERT_EQ(server.readLine(), "ready");
     EXPECT_THAT(adapterNames(), ElementsAre("quill0", "quill1"));
 
     Quillsim second(runtime_, {"--adapters", "1"});
@@ -106,7 +107,7 @@ TEST_F(ServerTest, TakesOverFromADeadServerButNotFromALiveOne) {
 
 TEST_F(ServerTest, SilentAndDelayedRequestsHoldNobodyUp) {
     Quillsim server(runtime_, {"--adapters", "2"});
-    ASSERT_EQ(server.readLine(), "ready\n");
+    ASSERT_EQ(server.readLine(), "ready");
     EXPECT_EQ(control("fault 0 silence 1"), "");
     EXPECT_EQ(control("fault 1 delay 400 1"), "");
     Host silent(adapterPath("quill0"));
@@ -124,7 +125,7 @@ TEST_F(ServerTest, SilentAndDelayedRequestsHoldNobodyUp) {
 
 TEST_F(ServerTest, UnpluggingCutsHostsOffUntilItIsPluggedAgain) {
     Quillsim server(runtime_, {"--adapters", "2"});
-    ASSERT_EQ(server.readLine(), "ready\n");
+    ASSERT_EQ(server.readLine(), "ready");
     Host host(adapterPath("quill0"));
     ASSERT_TRUE(host.isOpen());
     EXPECT_EQ(control("fault 0 silence"), "");
@@ -142,7 +143,7 @@ TEST_F(ServerTest, StartsWithItsOptionsAndLogsRequests) {
     const std::string logFile = folder_.path() / "log";
     Quillsim server(runtime_, {"--adapters", "2", "--id", "7", "--firmware", "1.4", "--memory",
                                folder_.path() / "image", "--xap", "stopped", "--log", logFile});
-    ASSERT_EQ(server.readLine(), "ready\n");
+    ASSERT_EQ(server.readLine(), "ready");
     EXPECT_THAT(control("state 0"), HasSubstr(" id=7 firmware=1.4 "));
     EXPECT_THAT(control("state 1"), HasSubstr(" id=200 firmware=1.4 "));
     EXPECT_THAT(control("state 1"), HasSubstr(" xap=0x0001 "));

@@ -3,16 +3,23 @@
 #include <cstring>
 #include <iostream>
 #include <map>
-#include <string>
 
 #include "tests/support/child_process.h"
 
 namespace wrenlink::test {
 namespace {
 
+std::filesystem::path ownProgram;
+
 std::map<std::string, ChildRole::Play>& roles() {
     static std::map<std::string, ChildRole::Play> theRoles;
     return theRoles;
+}
+
+Arguments childWords(const std::string& role, const Arguments& arguments) {
+    Arguments words = {ownProgram.string(), "--child", role};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
 }
 
 }  // namespace
@@ -26,26 +33,16 @@ void awaitParent() {
     std::getline(std::cin, line);
 }
 
-std::string ChildProcess::readLine() {
-    std::string line;
-    for (int next = std::fgetc(fromChild_); next != EOF && next != '\n';
-         next = std::fgetc(fromChild_)) {
-        line.push_back(static_cast<char>(next));
-    }
-    return line;
-}
-
-void ChildProcess::go() {
-    std::fputs("go\n", toChild_);
-    std::fflush(toChild_);
-}
+ChildProcess::ChildProcess(const std::string& role, const Arguments& arguments)
+    : Program(childWords(role, arguments)) {}
 
 }  // namespace wrenlink::test
 
 int main(int argc, char** argv) {
-    if (argc >= 3 && std::strcmp(argv[1], "--child") == 0) {
-        return wrenlink::test::roles().at(argv[2])({argv + 3, argv + argc});
-    }
+    using namespace wrenlink::test;
+    if (argc >= 3 && std::strcmp(argv[1], "--child") == 0)
+        return roles().at(argv[2])({argv + 3, argv + argc});
+    ownProgram = std::filesystem::absolute(argv[0]);
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

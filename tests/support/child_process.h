@@ -5,9 +5,7 @@
 #ifndef WRENLINK_TESTS_SUPPORT_CHILD_PROCESS_H
 #define WRENLINK_TESTS_SUPPORT_CHILD_PROCESS_H
 
-#include <cstdio>
-#include <string>
-#include <vector>
+#include "tests/support/program.h"
 
 namespace wrenlink::test {
 
@@ -26,26 +24,12 @@ void tellParent(const std::string& line);
 void awaitParent();
 
 // In the parent.
-class ChildProcess {
+class ChildProcess : public Program {
    public:
-    // Throws std::system_error when the child cannot be started.
     explicit ChildProcess(const std::string& role, const Arguments& arguments = {});
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
-    ~ChildProcess() { kill(); }
 
-    // The next line that the child tells, without its end; empty when the child has ended.
-    std::string readLine();
     // Ends one awaitParent() of the child.
-    void go();
-    // Ends the child as it stands, without any clean-up of its own, and waits until it is gone.
-    void kill();
-
-   private:
-    struct Native;
-    Native* native_ = nullptr;
-    std::FILE* fromChild_ = nullptr;
-    std::FILE* toChild_ = nullptr;
+    void go() { tell("go"); }
 };
 
 }  // namespace wrenlink::test

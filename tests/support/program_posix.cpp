@@ -1,8 +1,9 @@
 #include <fcntl.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <system_error>
 #include <utility>
@@ -10,31 +11,62 @@
 #include "tests/support/program.h"
 
 namespace wrenlink::test {
+namespace {
+
+struct Pipe {
+    int ends[2];  // to read from, to write to
+
+    Pipe() {
+        if (::pipe2(ends, O_CLOEXEC) != 0)
+            throw std::system_error(errno, std::generic_category(), "pipe2");
+    }
+};
+
+// In the child.
+void writeTo(int stream, const std::filesystem::path& file) {
+    if (!file.empty()) ::dup2(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), stream);
+}
+
+}  // namespace
 
 Program::Program(std::vector<std::string> words, const std::filesystem::path& output,
                  const std::filesystem::path& errors) {
     std::vector<char*> pointers;
     for (std::string& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
-    posix_spawn_file_actions_t files;
-    ::posix_spawn_file_actions_init(&files);
-    const int flags = O_WRONLY | O_CREAT | O_TRUNC;
-    ::posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, output.c_str(), flags, 0600);
-    ::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, errors.c_str(), flags, 0600);
-    pid_t id = 0;
-    const int error = ::posix_spawnp(&id, pointers[0], &files, nullptr, pointers.data(), environ);
-    ::posix_spawn_file_actions_destroy(&files);
-    if (error != 0) throw std::system_error(error, std::generic_category(), words[0]);
+    const Pipe up;
+    const Pipe down;
+    const pid_t id = ::fork();
+    if (id < 0) throw std::system_error(errno, std::generic_category(), words[0]);
+    if (id == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);  // not to outlive a test that crashes
+        ::dup2(down.ends[0], STDIN_FILENO);
+        ::dup2(up.ends[1], STDOUT_FILENO);
+        writeTo(STDOUT_FILENO, output);
+        writeTo(STDERR_FILENO, errors);
+        ::execvp(pointers[0], pointers.data());
+        ::_exit(127);
+    }
+    ::close(down.ends[0]);
+    ::close(up.ends[1]);
     process_ = id;
+    output_ = ::fdopen(up.ends[0], "r");
+    input_ = ::fdopen(down.ends[1], "w");
 }
 
 void Program::interrupt() const { ::kill(static_cast<pid_t>(process_), SIGINT); }
 
 int Program::wait() {
-    int status = 0;
     const auto id = static_cast<pid_t>(std::exchange(process_, 0));
+    int status = 0;
+    if (input_ != nullptr) std::fclose(std::exchange(input_, nullptr));
     if (id == 0 || ::waitpid(id, &status, 0) != id) return -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+void Program::kill() {
+    if (process_ != 0) ::kill(static_cast<pid_t>(process_), SIGKILL);
+    wait();
 }
 
 }  // namespace wrenlink::test

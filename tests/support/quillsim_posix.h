@@ -3,34 +3,22 @@
 #ifndef WRENLINK_TESTS_SUPPORT_QUILLSIM_POSIX_H
 #define WRENLINK_TESTS_SUPPORT_QUILLSIM_POSIX_H
 
-#include <sys/types.h>
-
-#include <csignal>
-#include <cstdio>
-#include <filesystem>
-#include <string>
-#include <vector>
+#include "tests/support/program.h"
 
 namespace wrenlink::test {
 
-class Quillsim {
+class Quillsim : public Program {
    public:
-    // Starts it. Throws std::system_error when that fails.
-    Quillsim(const std::filesystem::path& runtime, std::vector<std::string> arguments);
-    Quillsim(const Quillsim&) = delete;
-    Quillsim& operator=(const Quillsim&) = delete;
-    ~Quillsim();
-
-    // What it prints, up to a line's end, which is included; empty when it has ended. A server says
-    // "ready" first.
-    std::string readLine();
-    // The exit code, once it ends by itself, or minus the signal. Counts once.
-    int wait();
-    int kill(int signal);
+    // A server says "ready" first.
+    Quillsim(const std::filesystem::path& runtime, std::vector<std::string> arguments)
+        : Program(words(runtime, std::move(arguments))) {}
 
    private:
-    pid_t id_ = 0;
-    std::FILE* output_ = nullptr;
+    static std::vector<std::string> words(const std::filesystem::path& runtime,
+                                          std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {QUILLSIM, "--runtime-dir", runtime});
+        return arguments;
+    }
 };
 
 }  // namespace wrenlink::test

@@ -1,14 +1,25 @@
 #include "tests/support/simulator.h"
 
 #include <sstream>
+#include <stdexcept>
 
 namespace wrenlink::test {
+
+std::string textOf(NativeError error) { return textOf(kNativeErrors[static_cast<int>(error)]); }
 
 std::string field(const std::string& line, const std::string& name) {
     std::istringstream words(line);
     for (std::string word; words >> word;)
         if (word.compare(0, name.size() + 1, name + "=") == 0) return word.substr(name.size() + 1);
     return "";
+}
+
+std::string Simulator::control(const std::string& line) {
+    try {
+        return run(line);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(line + ": " + error.what());
+    }
 }
 
 std::vector<std::string> Simulator::takeLog(unsigned adapter) {

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/machine.h"
 #include "tests/support/test_runtime.h"
 
 namespace wrenlink::test {
 
 // What the operating system calls an exchange's failure.
 enum class NativeError { noAdapter, notOpenable, closed, cutOff, stillPending };
+extern const int kNativeErrors[];  // the codes, in this order
 std::string textOf(NativeError error);
 std::string textOf(int nativeCode);
 
@@ -53,6 +53,8 @@ class Simulator {
 
    private:
     struct Native;
+
+    std::string run(const std::string& line);
 
     const TestRuntime runtime_;
     const SharedDocuments documents_;

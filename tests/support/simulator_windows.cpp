@@ -32,10 +32,6 @@ std::size_t countOf(const std::string& part, const std::string& text) {
     return count;
 }
 
-bool startsWith(const std::string& text, const std::string& start) {
-    return text.compare(0, start.size(), start) == 0;
-}
-
 // Adapters come and go some time after the command.
 void awaitPlugged(quillsim::ControlClient& client) {
     const std::size_t plugged = countOf(" plugged=1 ", client.run("list"));
@@ -55,28 +51,15 @@ struct Simulator::Native {
     std::map<std::string, Handle> occupants;  // by the name that each keeps from others
 };
 
+const int kNativeErrors[] = {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_DEVICE_NOT_CONNECTED,
+                             ERROR_IO_DEVICE, ERROR_IO_PENDING};
+
 std::string textOf(int nativeCode) {
     std::array<char, 1024> text;
     const DWORD length = ::FormatMessageA(
         FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
         static_cast<DWORD>(nativeCode), 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
     return {text.data(), length};
-}
-
-std::string textOf(NativeError error) {
-    switch (error) {
-        case NativeError::noAdapter:
-            return textOf(ERROR_FILE_NOT_FOUND);
-        case NativeError::notOpenable:
-            return textOf(ERROR_PATH_NOT_FOUND);
-        case NativeError::closed:
-            return textOf(ERROR_DEVICE_NOT_CONNECTED);
-        case NativeError::cutOff:
-            return textOf(ERROR_IO_DEVICE);
-        case NativeError::stillPending:
-            break;
-    }
-    return textOf(ERROR_IO_PENDING);
 }
 
 Simulator::Simulator(const AdapterIds& ids, const std::string& firmware) {
@@ -103,14 +86,9 @@ Simulator::~Simulator() {
     delete native_;
 }
 
-std::string Simulator::control(const std::string& line) {
-    std::string answer;
-    try {
-        answer = native_->client.run(line);
-    } catch (const std::runtime_error& error) {
-        throw std::runtime_error(line + ": " + error.what());
-    }
-    if (startsWith(line, "plug ") || startsWith(line, "unplug ")) awaitPlugged(native_->client);
+std::string Simulator::run(const std::string& line) {
+    std::string answer = native_->client.run(line);
+    if (line.starts_with("plug ") || line.starts_with("unplug ")) awaitPlugged(native_->client);
     return answer;
 }
 

@@ -1,29 +1,17 @@
-#include <unistd.h>
-
 #include <cstdlib>
-#include <system_error>
 
 #include "tests/support/test_runtime.h"
 
 namespace wrenlink::test {
 
-TestRuntime::TestRuntime() {
-    std::string pattern = std::filesystem::temp_directory_path() / "wrenlink-test-XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), pattern);
-    }
-    path_ = std::filesystem::canonical(pattern);
-    std::filesystem::create_directory(path_ / "adapters");
-    std::filesystem::create_directory(path_ / "objects");
-    ::setenv("WRENLINK_RUNTIME_DIR", path_.c_str(), 1);
+void setEnvironment(const std::string& name, const std::string& value) {
+    value.empty() ? ::unsetenv(name.c_str()) : ::setenv(name.c_str(), value.c_str(), 1);
 }
 
-TestRuntime::~TestRuntime() {
-    ::unsetenv("WRENLINK_RUNTIME_DIR");
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+SharedDocuments::SharedDocuments() : TestFolder(u8"wrenlink-d\u00f6cuments-\u2602-") {
+    setEnvironment("WRENLINK_DOCUMENTS_DIR", path());
 }
 
-std::string TestRuntime::name(const std::string& base) const { return base; }
+SharedDocuments::~SharedDocuments() { setEnvironment("WRENLINK_DOCUMENTS_DIR", ""); }
 
 }  // namespace wrenlink::test
