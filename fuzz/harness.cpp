@@ -25,6 +25,11 @@ Ending ending = Ending::completed;
 
 }  // namespace
 
+std::string textFrom(FuzzedDataProvider& input, std::size_t longest) {
+    const std::string bytes = input.ConsumeRandomLengthString(longest);
+    return bytes.substr(0, bytes.find('\0'));
+}
+
 void require(bool good, const char* what) {
     if (good) return;
     std::fprintf(stderr, "not so: %s\n", what);
@@ -53,6 +58,12 @@ Bytes Wire::serve(const Bytes& frame, std::size_t capacity) {
 }
 
 }  // namespace wrenlink::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    FuzzedDataProvider input(data, size);
+    wrenlink::fuzz::run(input);
+    return 0;
+}
 
 namespace wrenlink::os {
 

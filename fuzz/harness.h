@@ -3,8 +3,11 @@
 #ifndef WRENLINK_FUZZ_HARNESS_H
 #define WRENLINK_FUZZ_HARNESS_H
 
+#include <fuzzer/FuzzedDataProvider.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "sim/model/adapter.h"
 #include "tests/exports/oracle.h"
@@ -12,6 +15,12 @@
 namespace wrenlink::fuzz {
 
 using test::Bytes;
+
+// What a target does with one input. Each target defines it.
+void run(FuzzedDataProvider& input);
+
+// A text as C has it, up to its first NUL.
+std::string textFrom(FuzzedDataProvider& input, std::size_t longest);
 
 // Ends the program, which makes the input a finding, unless `good`.
 void require(bool good, const char* what);

@@ -2,8 +2,6 @@
 // table as the rules say, and a faulty line leaves it as it is.
 #include "quill/map_file.h"
 
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <algorithm>
 #include <optional>
 
@@ -49,11 +47,8 @@ int expect(std::string text, SelectionTable& table) {
 }
 
 }  // namespace
-}  // namespace wrenlink::fuzz
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    using namespace wrenlink;
-    FuzzedDataProvider input(data, size);
+void run(FuzzedDataProvider& input) {
     SelectionTable table;
     for (std::uint64_t port = input.ConsumeIntegralInRange(0U, 4U); port-- > 0;) {
         table.try_emplace(input.ConsumeIntegralInRange(0U, 99U), port);
@@ -61,10 +56,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     SelectionTable expected = table;
     std::string text = input.ConsumeRemainingBytesAsString();
-    if (text.empty()) return 0;
+    if (text.empty()) return;
     const TextFile file(::fmemopen(text.data(), text.size(), "r"));
     const int faultyLine = applyMapFile(file.get(), table);
-    fuzz::require(faultyLine == fuzz::expect(text, expected), "the first faulty line is found");
-    fuzz::require(table == expected, "the lines change the table as the rules say");
-    return 0;
+    require(faultyLine == expect(text, expected), "the first faulty line is found");
+    require(table == expected, "the lines change the table as the rules say");
 }
+
+}  // namespace wrenlink::fuzz

@@ -1,6 +1,4 @@
 // Replies of an adapter that may do anything: what the host is told is what the bytes say.
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <cerrno>
 #include <cstring>
 
@@ -155,20 +153,18 @@ void check(const Seen& seen, const std::vector<Exchange>& exchanges) {
 }
 
 }  // namespace
-}  // namespace wrenlink::fuzz
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    using namespace wrenlink;
-    FuzzedDataProvider input(data, size);
-    fuzz::LyingWire wire(input);
+void run(FuzzedDataProvider& input) {
+    LyingWire wire(input);
     const test::Stream stream;
     stream.set("SPIPORT", "0");
     const test::DebugTexts texts(stream);
     for (int i = 0; i < 24 && input.remaining_bytes() > 0; ++i) {
         spifns_clear_last_error();
         wire.take();
-        const fuzz::Seen seen = fuzz::call(stream, input);
-        fuzz::check(seen, wire.take());
+        const Seen seen = call(stream, input);
+        check(seen, wire.take());
     }
-    return 0;
 }
+
+}  // namespace wrenlink::fuzz

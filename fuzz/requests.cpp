@@ -1,32 +1,22 @@
 // The simulator's own parsers: requests of a hostile host and lines of its control language. What
 // is refused changes nothing, and what is carried out has the reply that was asked for.
-#include <fuzzer/FuzzedDataProvider.h>
-
-#include <string>
-
 #include "fuzz/harness.h"
 #include "sim/model/command.h"
+#include "sim/posix/text_sink.h"
 
 namespace wrenlink::fuzz {
 namespace {
 
 using quillsim::Adapter;
 
-// All that a request may change but the memory.
-std::string stateOf(Adapter& adapter);
-
 bool control(Adapter& adapter, std::string_view line, std::string& answer) {
     Adapter* const adapters[] = {&adapter};
-    quillsim::TextWriter writer(
-        [](void* text, std::string_view piece) {
-            static_cast<std::string*>(text)->append(piece);
-            return true;
-        },
-        &answer);
+    quillsim::TextWriter writer = quillsim::writerTo(answer);
     return quillsim::runCommand({adapters, [](void*, std::size_t, bool) { return true; }, nullptr},
                                 line, writer);
 }
 
+// All that a request may change but the memory.
 std::string stateOf(Adapter& adapter) {
     std::string state;
     control(adapter, "state 0", state);
@@ -78,17 +68,15 @@ void tryFrame(Wire& wire, FuzzedDataProvider& input) {
 }
 
 }  // namespace
-}  // namespace wrenlink::fuzz
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    using namespace wrenlink;
-    FuzzedDataProvider input(data, size);
-    fuzz::Wire wire;
+void run(FuzzedDataProvider& input) {
+    Wire wire;
     while (input.remaining_bytes() > 0) {
         if (input.ConsumeIntegralInRange(0, 2) == 0)
-            fuzz::tryLine(wire.adapter(), input);
+            tryLine(wire.adapter(), input);
         else
-            fuzz::tryFrame(wire, input);
+            tryFrame(wire, input);
     }
-    return 0;
 }
+
+}  // namespace wrenlink::fuzz

@@ -1,10 +1,9 @@
 // Sequences of any records: the frames carry what the records ask for, word by word and in their
 // order, reads give what the chip holds, and a record that is refused ends the sequence.
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <algorithm>
 #include <cstring>
 #include <deque>
+#include <tuple>
 
 #include "fuzz/harness.h"
 #include "sim/model/wire.h"
@@ -19,20 +18,9 @@ constexpr std::uint16_t kSentinel = 0x5A5A;
 constexpr std::uint16_t kFirmwares[] = {0x0109, 0x0108, 0x0004, 0x0200};
 constexpr std::size_t kMostWords = 20000;
 
-// The traffic of words, folded: what travelled how, with which command bits, in which order.
-class Traffic {
-   public:
-    void add(quillsim::Code code, std::uint32_t address, std::uint16_t word, std::uint16_t bits) {
-        for (const std::uint64_t part :
-             {std::uint64_t{static_cast<std::uint16_t>(code)}, std::uint64_t{address & 0xFFFF},
-              std::uint64_t{word}, std::uint64_t{bits}})
-            digest_ = (digest_ ^ part) * 0x100000001B3;
-    }
-    friend bool operator==(const Traffic&, const Traffic&) = default;
-
-   private:
-    std::uint64_t digest_ = 0xCBF29CE484222325;
-};
+// The words that travelled, in their order: how, where, what, and with which command bits.
+using Traffic =
+    std::vector<std::tuple<quillsim::Code, std::uint16_t, std::uint16_t, std::uint16_t>>;
 
 class ListeningWire : public Wire {
    public:
@@ -47,11 +35,10 @@ class ListeningWire : public Wire {
                 continue;
             }
             const bool writes = entry.code == quillsim::Code::write;
-            for (std::uint32_t i = 0; i < entry.second; ++i)
-                traffic.add(
-                    entry.code, entry.first + i,
-                    writes ? quillsim::loadBig(entry.words, 2 * std::size_t{i}) : std::uint16_t{0},
-                    bits_[writes ? 1 : 0]);
+            for (std::size_t i = 0; i < entry.second; ++i)
+                traffic.emplace_back(entry.code, entry.first + i,
+                                     writes ? quillsim::loadBig(entry.words, 2 * i) : 0,
+                                     bits_[writes ? 1 : 0]);
         }
         return Ending::completed;
     }
@@ -212,8 +199,8 @@ class Expectation {
             const std::uint32_t address = (record.action.u.memory.address + i) & 0xFFFF;
             std::uint16_t& word = record.expected[i];
             writes ? memory_[address] = word : word = memory_[address];
-            traffic.add(writes ? quillsim::Code::write : quillsim::Code::read, address,
-                        writes ? word : std::uint16_t{0}, bits);
+            traffic.emplace_back(writes ? quillsim::Code::write : quillsim::Code::read, address,
+                                 writes ? word : 0, bits);
         }
     }
 
@@ -233,26 +220,24 @@ int submit(const test::Stream& stream, const std::deque<Record>& records, std::s
 }
 
 }  // namespace
-}  // namespace wrenlink::fuzz
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    using namespace wrenlink;
-    FuzzedDataProvider input(data, size);
-    fuzz::ListeningWire wire;
-    const std::uint16_t firmware = input.PickValueInArray(fuzz::kFirmwares);
+void run(FuzzedDataProvider& input) {
+    ListeningWire wire;
+    const std::uint16_t firmware = input.PickValueInArray(kFirmwares);
     wire.adapter().settings.firmware = firmware;
     const test::Stream stream("0");
     const auto offset = input.ConsumeIntegralInRange<std::size_t>(0, 7);
-    fuzz::Host host(input);
+    Host host(input);
     while (input.remaining_bytes() > 0 && host.records.size() < 40) host.addRecord();
 
-    fuzz::Expectation expectation(firmware);
+    Expectation expectation(firmware);
     const test::Failure expected = expectation.run(host.records);
-    const int status = fuzz::submit(stream, host.records, offset);
-    fuzz::require(test::outcome(status) == expected, "the sequence ends as it should");
-    fuzz::require(wire.allGood(), "every frame is well formed");
-    fuzz::require(wire.traffic == expectation.traffic, "the frames carry what the records ask for");
-    for (const fuzz::Record& record : host.records)
-        fuzz::require(record.buffer == record.expected, "reads give what the chip holds");
-    return 0;
+    const int status = submit(stream, host.records, offset);
+    require(test::outcome(status) == expected, "the sequence ends as it should");
+    require(wire.allGood(), "every frame is well formed");
+    require(wire.traffic == expectation.traffic, "the frames carry what the records ask for");
+    for (const Record& record : host.records)
+        require(record.buffer == record.expected, "reads give what the chip holds");
 }
+
+}  // namespace wrenlink::fuzz

@@ -1,10 +1,9 @@
 // Names and values of variables: values are read as the C library reads them, reach the adapter,
 // and can be read back; a name that is none does nothing.
-#include <fuzzer/FuzzedDataProvider.h>
 #include <strings.h>
 
 #include <cmath>
-#include <cstdio>
+#include <sstream>
 
 #include "fuzz/c_numbers.h"
 #include "fuzz/harness.h"
@@ -21,16 +20,8 @@ constexpr const char* kNames[] = {"SPIPORT",   "QUILLMODE",  "SPI_DELAY",      "
 constexpr std::size_t kLongestName = 300;
 constexpr std::size_t kLongestValue = 1200;
 
-std::string print(double number) {
-    char text[400];
-    std::snprintf(text, sizeof text, "%lf", number);
-    return text;
-}
-
 std::string hexadecimal(unsigned number) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%x", number);
-    return text;
+    return (std::ostringstream() << "0x" << std::hex << number).str();
 }
 
 double clockOf(unsigned delay) { return delay == 0 ? 4000 : 1000000.0 / (126 * delay + 434); }
@@ -77,7 +68,7 @@ Failure Variables::set(const std::string& name, const std::string& value) {
         held_.device = number < 0 ? 0 : static_cast<std::uint32_t>(number);
     } else if (is(name, "SPIMAXCLOCK")) {
         const double clock = std::strtod(value.c_str(), nullptr);
-        held_.maxClock = print(clock > 1 ? clock : 1).substr(0, 19);
+        held_.maxClock = std::to_string(clock > 1 ? clock : 1).substr(0, 19);
     }
     if (is(name, "SPICMDBITS") || is(name, "SPICMDREADBITS")) held_.readBits = bits;
     if (is(name, "SPICMDBITS") || is(name, "SPICMDWRITEBITS")) held_.writeBits = bits;
@@ -117,7 +108,7 @@ std::string Variables::get(const std::string& name) const {
     const unsigned delay = adapter_.settings.spi.delay;
     if (is(name, "SPIPORT")) return "0";
     if (is(name, "SPI_DELAY")) return std::to_string(delay);
-    if (is(name, "SPICLOCK")) return print(clockOf(delay));
+    if (is(name, "SPICLOCK")) return std::to_string(clockOf(delay));
     if (is(name, "SPIMUL")) return std::to_string(held_.device);
     if (is(name, "SPIMAXCLOCK")) return held_.maxClock;
     if (is(name, "QUILLVERSION")) return "0109";
@@ -126,12 +117,6 @@ std::string Variables::get(const std::string& name) const {
     if (is(name, "SPICMDWRITEBITS")) return hexadecimal(held_.writeBits);
     if (!is(name, "SPICMDBITS")) return "";
     return held_.readBits == held_.writeBits ? hexadecimal(held_.readBits) : "MISMATCH";
-}
-
-// A text as C has it, up to its first NUL.
-std::string textFrom(FuzzedDataProvider& input, std::size_t longest) {
-    const std::string bytes = input.ConsumeRandomLengthString(longest);
-    return bytes.substr(0, bytes.find('\0'));
 }
 
 // A name that a variable has, in any case, or one that it may have.
@@ -168,16 +153,14 @@ void step(const test::Stream& stream, Variables& variables, FuzzedDataProvider& 
 }
 
 }  // namespace
-}  // namespace wrenlink::fuzz
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    using namespace wrenlink;
-    FuzzedDataProvider input(data, size);
-    fuzz::Wire wire;
+void run(FuzzedDataProvider& input) {
+    Wire wire;
     const test::Stream stream("0");
     const test::DebugTexts texts(stream);
-    fuzz::Variables variables(wire.adapter());
-    while (input.remaining_bytes() > 0) fuzz::step(stream, variables, input);
-    fuzz::require(wire.allGood(), "every frame is well formed");
-    return 0;
+    Variables variables(wire.adapter());
+    while (input.remaining_bytes() > 0) step(stream, variables, input);
+    require(wire.allGood(), "every frame is well formed");
 }
+
+}  // namespace wrenlink::fuzz
