@@ -7,6 +7,20 @@
 namespace wrenlink {
 namespace {
 
+// Each exchange asks for every character of a device's path: this calls nothing.
+constexpr bool isReplaced(char character) {
+    switch (character) {
+        case '.':
+        case '\\':
+        case '/':
+        case '"':
+        case '*':
+            return true;
+        default:
+            return false;
+    }
+}
+
 // Names of usual lengths take no memory from the heap: each exchange makes one.
 os::KernelMutex openMutex(std::string_view name) {
     std::array<std::byte, 512> room;
@@ -19,14 +33,10 @@ os::KernelMutex openMutex(std::string_view name) {
 
 std::pmr::string mutexKernelName(std::string_view name, std::pmr::memory_resource* memory) {
     constexpr std::string_view kPrefix = "kvs_mutex_";
-    constexpr std::string_view kReplaced = ".\\/\"*";
     std::pmr::string kernelName(memory);
     kernelName.reserve(kPrefix.size() + name.size());
     kernelName.append(kPrefix).append(name);
-    std::replace_if(
-        kernelName.begin(), kernelName.end(),
-        [kReplaced](char character) { return kReplaced.find(character) != std::string_view::npos; },
-        '-');
+    std::replace_if(kernelName.begin(), kernelName.end(), isReplaced, '-');
     return kernelName;
 }
 

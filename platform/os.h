@@ -214,6 +214,8 @@ class Device {
     void close() noexcept;
 
    private:
+    // Takes the completion, with recvmsg's flags; false when there is none yet (POSIX).
+    bool receive(int flags) noexcept;
     void cancelAndWait() noexcept;
 
     NativeHandle device_ = kNoHandle;
@@ -221,6 +223,7 @@ class Device {
     bool inFlight_ = false;
     void* reply_ = nullptr;
     std::size_t replyCapacity_ = 0;
+    [[maybe_unused]] ErrorCode completion_ = 0;                  // POSIX
     [[maybe_unused]] alignas(8) std::byte overlapped_[32] = {};  // Windows
 };
 

@@ -4,13 +4,13 @@
 //     request:    u32 control code | u32 reply capacity | the request's bytes
 //     completion: u32 status, 0 or the errno with which the request failed | the reply's bytes
 //
-// each one message, numbers little-endian. A reply is copied by outcome() and by nothing else, so
-// an abandoned request leaves nothing behind that could write to the caller's buffers.
+// each one message, numbers little-endian. A reply is copied by wait() and outcome() and by nothing
+// else, so an abandoned request leaves nothing behind that could write to the caller's buffers.
 #include <dirent.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 #include <algorithm>
@@ -27,7 +27,7 @@ namespace wrenlink::os {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
+using std::chrono::microseconds;
 
 constexpr std::size_t kStatusBytes = 4;
 
@@ -82,25 +82,18 @@ int connectToFar(int socket, const char* path) noexcept {
     return connectTo(socket, link);
 }
 
-// poll's time limit: rounded up, so that it never ends early.
-int millisecondsUntil(Clock::time_point deadline) noexcept {
-    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
-    return static_cast<int>(std::clamp<decltype(left)>(left, 0, INT_MAX));
+// Lets receiving wait, so long. Until then the socket does not wait for anything.
+bool limitReceiving(int socket, microseconds limit) noexcept {
+    const timeval time{limit.count() / 1'000'000, limit.count() % 1'000'000};
+    return ::fcntl(socket, F_SETFL, 0) == 0 &&
+           ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time) == 0;
 }
 
-// Whether a received completion tells success; errno tells why not. An ended connection and an
-// empty message both have no bytes, but only a message has a sender.
-bool readCompletion(std::size_t received, bool hasSender, const std::byte* status) noexcept {
-    if (received == 0 && !hasSender) {
-        errno = ECONNRESET;
-    } else if (received < kStatusBytes) {
-        errno = EPROTO;
-    } else {
-        const std::uint32_t code = getLittleEndian(status);
-        if (code == 0) return true;
-        errno = static_cast<int>(code);
-    }
-    return false;
+// The errno that a received completion tells, 0 for success. An ended connection and an empty
+// message both have no bytes, but only a message has a sender.
+ErrorCode completionCode(std::size_t received, bool hasSender, const std::byte* status) noexcept {
+    if (received == 0 && !hasSender) return ECONNRESET;
+    return received < kStatusBytes ? EPROTO : getLittleEndian(status);
 }
 
 }  // namespace
@@ -169,19 +162,27 @@ WaitResult Device::wait(std::uint32_t milliseconds) noexcept {
         errno = EBADF;
         return WaitResult::failed;
     }
-    const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
-    pollfd poll{static_cast<int>(device_), POLLIN, 0};
-    int ready = 0;
-    do {
-        ready = ::poll(&poll, 1, milliseconds == kInfinite ? -1 : millisecondsUntil(deadline));
-    } while (ready < 0 && errno == EINTR);
-    if (ready > 0) return WaitResult::acquired;
-    if (ready < 0) return WaitResult::failed;
+    const microseconds limit = std::chrono::milliseconds(milliseconds);
+    const auto deadline =
+        milliseconds == kInfinite ? Clock::time_point::max() : Clock::now() + limit;
+    // A signal ends receiving early, and so may the coarse clock of its limit.
+    for (microseconds left = limit; left > microseconds::zero();
+         left = std::chrono::ceil<microseconds>(deadline - Clock::now())) {
+        if (!limitReceiving(static_cast<int>(device_), left)) return WaitResult::failed;
+        if (receive(0)) return WaitResult::acquired;
+    }
+    if (receive(MSG_DONTWAIT)) return WaitResult::acquired;
     errno = EINPROGRESS;
     return WaitResult::timedOut;
 }
 
 bool Device::outcome() noexcept {
+    if (inFlight_ && !receive(MSG_DONTWAIT)) return false;
+    if (completion_ != 0) errno = static_cast<int>(completion_);
+    return completion_ == 0;
+}
+
+bool Device::receive(int flags) noexcept {
     std::array<std::byte, kStatusBytes> status{};
     iovec pieces[] = {{status.data(), status.size()}, {reply_, replyCapacity_}};
     sockaddr_un sender{};
@@ -190,14 +191,17 @@ bool Device::outcome() noexcept {
     message.msg_namelen = sizeof sender;
     message.msg_iov = pieces;
     message.msg_iovlen = std::size(pieces);
-    ssize_t received = 0;
-    do {
-        received = ::recvmsg(static_cast<int>(device_), &message, MSG_DONTWAIT);
-    } while (received < 0 && errno == EINTR);
-    if (received < 0) return false;
-    inFlight_ = false;
-    return readCompletion(static_cast<std::size_t>(received), message.msg_namelen > 0,
-                          status.data());
+    const ssize_t received = ::recvmsg(static_cast<int>(device_), &message, flags);
+    if (received >= 0) {
+        completion_ = completionCode(static_cast<std::size_t>(received), message.msg_namelen > 0,
+                                     status.data());
+        inFlight_ = false;
+        return true;
+    }
+    if (errno == EAGAIN || errno == EINTR) return false;
+    completion_ = static_cast<ErrorCode>(errno);
+    cancelAndWait();
+    return true;
 }
 
 // Tells the server, even when a child made by fork shares the connection.

@@ -56,8 +56,8 @@ bool fails(FaultPlan::Among kind, Call call, int code) {
     return true;
 }
 
-PrimitiveScope::PrimitiveScope(Call call) { primitive = call; }
-PrimitiveScope::~PrimitiveScope() { primitive.reset(); }
+PrimitiveScope::PrimitiveScope(Call call) : around_(std::exchange(primitive, call)) {}
+PrimitiveScope::~PrimitiveScope() { primitive = around_; }
 
 bool systemCallFails(FaultPlan::Among kind, int code) {
     return primitive && fails(kind, *primitive, code);

@@ -8,6 +8,7 @@
 #define WRENLINK_TESTS_FAULTS_FAULTS_H
 
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 namespace wrenlink::test {
@@ -99,6 +100,9 @@ class PrimitiveScope {
     PrimitiveScope(const PrimitiveScope&) = delete;
     PrimitiveScope& operator=(const PrimitiveScope&) = delete;
     ~PrimitiveScope();
+
+   private:
+    std::optional<Call> around_;
 };
 bool systemCallFails(FaultPlan::Among kind, int code);
 

@@ -2,7 +2,6 @@
 // hands over what the backend's files call, not what the system's own libraries do.
 #include <dirent.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -13,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
 
 #include "tests/faults/faults.h"
@@ -23,7 +23,10 @@ namespace {
 bool shortCuts = false;
 
 bool strikes(std::string_view call, int code) {
-    for (const std::string_view repeated : {"flock", "poll", "pwrite", "recvmsg", "sendmsg"})
+    // Who waits for a completion receives it, but what is wrong with it is the outcome.
+    std::optional<PrimitiveScope> outcome;
+    if (call == "recvmsg") outcome.emplace(Call::deviceOutcome);
+    for (const std::string_view repeated : {"flock", "pwrite", "recvmsg", "sendmsg"})
         if (call == repeated && systemCallFails(FaultPlan::Among::interruptions, EINTR))
             code = EINTR;
     if (code != EINTR && !systemCallFails(FaultPlan::Among::systemCalls, code)) return false;
@@ -44,6 +47,7 @@ bool strikes(std::string_view call, int code) {
 DECORATE(connect, int, (int file, const sockaddr* name, socklen_t size), (file, name, size),
          ECONNREFUSED, -1)
 DECORATE(fchmod, int, (int file, mode_t mode), (file, mode), EPERM, -1)
+DECORATE(fcntl, int, (int file, int command, long value), (file, command, value), EDEADLK, -1)
 DECORATE(fdopen, std::FILE*, (int file, const char* mode), (file, mode), EINVAL, nullptr)
 DECORATE(fdopendir, DIR*, (int file), (file), ENOTDIR, nullptr)
 DECORATE(flock, int, (int file, int operation), (file, operation), ENOLCK, -1)
@@ -57,8 +61,6 @@ DECORATE(mmap, void*, (void* at, std::size_t size, int access, int flags, int fi
 DECORATE(open, int, (const char* path, int flags, mode_t mode), (path, flags, mode), EMFILE, -1)
 DECORATE(openat, int, (int folder, const char* path, int flags, mode_t mode),
          (folder, path, flags, mode), ENFILE, -1)
-DECORATE(poll, int, (pollfd * files, nfds_t count, int timeout), (files, count, timeout), ENOMEM,
-         -1)
 DECORATE(pthread_key_create, int, (pthread_key_t * key, void (*end)(void*)), (key, end), EAGAIN,
          EAGAIN)
 DECORATE(pthread_setspecific, int, (pthread_key_t key, const void* value), (key, value), ENOBUFS,
@@ -70,6 +72,8 @@ DECORATE(realpath, char*, (const char* path, char* resolved), (path, resolved), 
 DECORATE(recvmsg, ssize_t, (int file, msghdr* message, int flags), (file, message, flags), EIO, -1)
 DECORATE(sendmsg, ssize_t, (int file, const msghdr* message, int flags), (file, message, flags),
          EMSGSIZE, -1)
+DECORATE(setsockopt, int, (int file, int level, int name, const void* value, socklen_t size),
+         (file, level, name, value, size), ENOMEM, -1)
 DECORATE(socket, int, (int domain, int type, int protocol), (domain, type, protocol), EAFNOSUPPORT,
          -1)
 

@@ -1,11 +1,14 @@
 // What the simulator does not do: servers that end in between, refuse with long codes, or are slow
-// to accept.
+// to accept; and hosts that get signals.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 
 #include "platform/descriptor_posix.h"
 #include "platform/os.h"
@@ -67,6 +70,27 @@ TEST_F(DeviceTest, RefusalCarriesItsWholeCode) {
     EXPECT_EQ(device_.wait(kInfinite), WaitResult::acquired);
     EXPECT_FALSE(device_.outcome());
     EXPECT_EQ(lastError(), 0x10DU);
+}
+
+// Signals that come all the time neither end a wait early nor let it go on for ever.
+TEST_F(DeviceTest, SignalsDoNotChangeTheTimeLimit) {
+    using std::chrono::milliseconds;
+    const Server server(path_);
+    ASSERT_TRUE(device_.open(path_.c_str()));
+    EXPECT_EQ(start(), RequestStart::pending);
+    struct sigaction former {};
+    struct sigaction handling {};
+    handling.sa_handler = [](int) {};
+    ::sigaction(SIGALRM, &handling, &former);
+    const itimerval everyFiveMilliseconds{{0, 5000}, {0, 5000}};
+    ::setitimer(ITIMER_REAL, &everyFiveMilliseconds, nullptr);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(device_.wait(100), WaitResult::timedOut);
+    EXPECT_EQ(lastError(), static_cast<ErrorCode>(EINPROGRESS));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(100));
+    const itimerval never{};
+    ::setitimer(ITIMER_REAL, &never, nullptr);
+    ::sigaction(SIGALRM, &former, nullptr);
 }
 
 TEST_F(DeviceTest, OpenFailsAtOnceWithoutAServerThatListens) {
