@@ -1,0 +1,37 @@
+"""What the tests share: simulated adapters, in a folder that is gone when the test ends.
+
+The environment variable QUILLSIM names the simulator; PYTHONPATH and WRENLINK_LIBRARY lead to the
+Python package and to the library.
+"""
+import os
+import pathlib
+import subprocess
+import tempfile
+import unittest
+
+
+def quillsim(*words):
+    return subprocess.run([os.environ["QUILLSIM"], *words], check=False, capture_output=True,
+                          text=True)
+
+
+def control(line):
+    """Sends a command to the running simulator and returns its answer."""
+    return quillsim("--control", line).stdout
+
+
+class Simulated(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        os.environ.update(WRENLINK_RUNTIME_DIR=folder.name, WRENLINK_DOCUMENTS_DIR=folder.name)
+
+    def start(self, *words, **options):
+        """Starts adapters 100 and 200, whose chips have zeros at first."""
+        simulator = subprocess.Popen([os.environ["QUILLSIM"], "--adapters", "2", *words],
+                                     stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
+        self.addCleanup(simulator.communicate)
+        self.addCleanup(simulator.terminate)
+        self.assertEqual(simulator.stdout.readline(), b"ready\n")
+        return simulator
