@@ -285,7 +285,8 @@ TEST(LateAdapter, IsNotHeard) {
     for (unsigned i = 0; i < kAdapters; ++i)
         threads.emplace_back([i, &simulator, &late] {
             const bool isSilent = i % 8 == 7;
-            const std::string fault = isSilent ? "silence" : "delay " + std::to_string(1001 + i);
+            const std::string fault =
+                isSilent ? "silence" : "delay " + std::to_string(1010 + 10 * i);
             Bench bench(simulator, i);
             const Outcome clean = bench.run();
             EXPECT_FALSE(clean.failed);
