@@ -45,7 +45,7 @@ Program start(const std::string& line) {
     std::istringstream text(line);
     std::vector<std::string> words(std::istream_iterator<std::string>(text), {});
     words[0] = words[0] == "wren" ? WREN : FIRST_HOST;
-    return {words, "../output", "../errors"};
+    return Program(words, "../output", "../errors");
 }
 
 // What a program printed and then, behind its exit code unless that is 0, its errors.
