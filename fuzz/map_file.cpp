@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "fuzz/c_numbers.h"
 #include "fuzz/harness.h"
+#include "tests/support/c_numbers.h"
 
 namespace wrenlink::fuzz {
 namespace {
@@ -15,9 +15,9 @@ constexpr std::size_t kLongestLine = 63;
 
 std::optional<Mapping> readLine(const std::string& line) {
     char* end = nullptr;
-    const std::uint32_t key = readUnsigned(line.c_str(), &end);
+    const std::uint32_t key = test::readUnsigned(line.c_str(), &end);
     if (key > 31 || *end != '=') return {};
-    return Mapping{key, readUnsigned(end + 1, &end)};
+    return Mapping{key, test::readUnsigned(end + 1, &end)};
 }
 
 void apply(const Mapping& line, const SelectionTable& enumerated, SelectionTable& table) {

@@ -5,9 +5,9 @@
 #include <cmath>
 #include <sstream>
 
-#include "fuzz/c_numbers.h"
 #include "fuzz/harness.h"
 #include "quill/number_text.h"
+#include "tests/support/c_numbers.h"
 
 namespace wrenlink::fuzz {
 namespace {
@@ -55,11 +55,11 @@ class Variables {
 };
 
 Failure Variables::set(const std::string& name, const std::string& value) {
-    const std::int32_t number = readSigned(value.c_str());
+    const std::int32_t number = test::readSigned(value.c_str());
     const auto bits = static_cast<std::uint16_t>(number);
     if (is(name, "SPIPORT")) {
         char* end = nullptr;
-        const std::uint32_t key = readUnsigned(value.c_str(), &end);
+        const std::uint32_t key = test::readUnsigned(value.c_str(), &end);
         if (*end == '\0' && key != 0 && key != 100)
             return {514, 0, ("Couldn't find device with id (" + value + ")").substr(0, 1023)};
     } else if (is(name, "SPIMUL")) {
@@ -90,7 +90,7 @@ void Variables::checkAdapter(const std::string& name, const std::string& value) 
     } else if (is(name, "SPIMUL")) {
         require(spi.device == held_.device, "the adapter has the device");
     } else if (is(name, "SPI_DELAY")) {
-        const auto delay = static_cast<std::uint16_t>(readSigned(value.c_str()));
+        const auto delay = static_cast<std::uint16_t>(test::readSigned(value.c_str()));
         require(spi.delay == delay || delay == kUnknown, "the adapter has the delay");
     } else if (is(name, "SPICLOCK")) {
         const double clock = std::strtod(value.c_str(), nullptr);
@@ -129,10 +129,10 @@ std::string nameFrom(FuzzedDataProvider& input) {
 
 void checkNumbers(const std::string& text) {
     char* end = nullptr;
-    const std::uint32_t number = readUnsigned(text.c_str(), &end);
+    const std::uint32_t number = test::readUnsigned(text.c_str(), &end);
     const ParsedUnsigned parsed = parseUnsigned(text.c_str());
     require(parsed.value == number && parsed.end == end, "as strtoul");
-    require(parseSigned(text.c_str()) == readSigned(text.c_str()), "as strtol");
+    require(parseSigned(text.c_str()) == test::readSigned(text.c_str()), "as strtol");
     const double real = std::strtod(text.c_str(), nullptr);
     const double parsedReal = parseDouble(text.c_str());
     require(parsedReal == real || (std::isnan(parsedReal) && std::isnan(real)), "as strtod");

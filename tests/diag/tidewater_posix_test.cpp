@@ -1,6 +1,5 @@
 // The log that tidewater writes. Its switch is read when the module that carries it is loaded, so
 // each case loads the module in a child process of its own.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,6 +21,7 @@
 #include <vector>
 
 #include "tests/diag/trace_probe.h"
+#include "tests/support/loaded_module.h"
 #include "tests/support/test_runtime.h"
 
 namespace {
@@ -30,27 +30,13 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::SizeIs;
 
-// The module, loaded for as long as this lives. A failure to load it ends the process.
-class Probe {
+class Probe : public wrenlink::test::LoadedModule {
    public:
-    Probe() : module_(dlopen(TRACE_PROBE, RTLD_NOW | RTLD_LOCAL)) {
-        if (module_ == nullptr) _exit(111);
-    }
-    Probe(const Probe&) = delete;
-    Probe& operator=(const Probe&) = delete;
-    ~Probe() { dlclose(module_); }
+    Probe() : LoadedModule(TRACE_PROBE) {}
 
     int traced() { return find<decltype(probeTraced)>("probeTraced")(); }
     void text(const char* text) { find<decltype(probeText)>("probeText")(text); }
     bool activated() { return find<decltype(probeActivated)>("probeActivated")(); }
-
-   private:
-    template <class Function>
-    Function* find(const char* name) {
-        return reinterpret_cast<Function*>(dlsym(module_, name));
-    }
-
-    void* module_;
 };
 
 struct Line {
@@ -218,7 +204,7 @@ TEST_F(Tidewater, IsUnloadedWithItsModuleAndClosesItsFile) {
         const auto before = openFiles();
         for (int i = 0; i < 100; ++i) {
             if (Probe().traced() != 7) return 1;
-            if (dlopen(TRACE_PROBE, RTLD_NOW | RTLD_NOLOAD) != nullptr) return 2;
+            if (wrenlink::test::isLoaded(TRACE_PROBE)) return 2;
         }
         return openFiles() == before ? 0 : 3;
     };

@@ -14,6 +14,7 @@
 
 #include "sim/model/command.h"
 #include "sim/model/faults.h"
+#include "sim/posix/text_sink.h"
 
 namespace quillsim::test {
 namespace {
@@ -38,14 +39,6 @@ std::vector<std::uint8_t> fromHex(std::string_view text) {
         digits.clear();
     }
     return bytes;
-}
-
-TextWriter writerTo(std::string& text) {
-    return {[](void* context, std::string_view piece) {
-                static_cast<std::string*>(context)->append(piece);
-                return true;
-            },
-            &text};
 }
 
 // An adapter on the test's own bench: frames and replies as lower-case hexadecimal text.

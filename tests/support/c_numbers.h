@@ -1,6 +1,6 @@
 // Numbers as the C library reads them, where `long` has 32 bits.
-#ifndef WRENLINK_FUZZ_C_NUMBERS_H
-#define WRENLINK_FUZZ_C_NUMBERS_H
+#ifndef WRENLINK_TESTS_SUPPORT_C_NUMBERS_H
+#define WRENLINK_TESTS_SUPPORT_C_NUMBERS_H
 
 #include <algorithm>
 #include <cerrno>
@@ -9,7 +9,7 @@
 #include <cstring>
 #include <limits>
 
-namespace wrenlink::fuzz {
+namespace wrenlink::test {
 
 // strtoul in base 10.
 inline std::uint32_t readUnsigned(const char* text, char** end) {
@@ -28,6 +28,6 @@ inline std::int32_t readSigned(const char* text) {
         std::clamp<long long>(std::strtoll(text, nullptr, 0), Limits::min(), Limits::max()));
 }
 
-}  // namespace wrenlink::fuzz
+}  // namespace wrenlink::test
 
 #endif
