@@ -16,11 +16,6 @@
 namespace wrenlink {
 namespace {
 
-class KernelObjects : public testing::Test {
-   protected:
-    test::TestRuntime runtime_;
-};
-
 struct HandleCloser {
     void operator()(HANDLE handle) const noexcept { ::CloseHandle(handle); }
 };
@@ -50,8 +45,9 @@ const test::ChildRole keeper("keep objects", [](const test::Arguments& arguments
     return 0;
 });
 
-TEST_F(KernelObjects, NamesAreThoseThatOtherProgramsExpect) {
-    const std::string name = runtime_.name("");
+TEST(KernelObjects, HaveTheNamesThatOtherProgramsExpect) {
+    const test::TestRuntime runtime;
+    const std::string name = runtime.name("");
     const std::wstring base = widened(name);
     test::ChildProcess child("keep objects", {name});
     const std::wstring id = widened(child.readLine());

@@ -1,11 +1,9 @@
 // What every backend of the operating-system contract must do.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -118,20 +116,6 @@ TEST_F(OsContract, MutexExcludesProcesses) {
     EXPECT_TRUE(mutex.release());
 }
 
-TEST_F(OsContract, MutexMovesWithItsHold) {
-    const std::string name = runtime_.name("moved");
-    KernelMutex first(name);
-    ASSERT_EQ(first.wait(0), WaitResult::acquired);
-    KernelMutex second(std::move(first));
-    EXPECT_TRUE(second.release());
-    first = std::move(second);
-    EXPECT_TRUE(first.valid());
-    KernelMutex none;
-    EXPECT_FALSE(none.valid());
-    EXPECT_EQ(none.wait(kInfinite), WaitResult::failed);
-    EXPECT_FALSE(none.release());
-}
-
 // ---- File mapping ------------------------------------------------------------------------------
 
 constexpr std::size_t kBlockSize = 6000;
@@ -176,79 +160,13 @@ TEST_F(OsContract, MappingIsSharedUntilItsLastHolderGoes) {
             const Block again(name);
             EXPECT_TRUE(again.existed);
             EXPECT_EQ(again.view[kBlockSize - 1], 'c');
+            EXPECT_EQ(Block(name, 2 * kBlockSize).view, nullptr) << "another size";
         }
         const Block afresh(name);
         ASSERT_NE(afresh.view, nullptr);
         EXPECT_FALSE(afresh.existed);
         EXPECT_TRUE(afresh.isZero());
     }
-}
-
-TEST_F(OsContract, MappingRefusesAnotherSize) {
-    const std::string name = runtime_.name("size");
-    const Block block(name);
-    ASSERT_NE(block.view, nullptr);
-    EXPECT_EQ(Block(name, 2 * kBlockSize).view, nullptr);
-}
-
-TEST_F(OsContract, MappingHasOneCreatorUnderAMutex) {
-    for (int round = 0; round < 50; ++round) {
-        std::atomic<int> creators{0};
-        std::atomic<std::size_t> next{0};
-        std::array<std::unique_ptr<Block>, 4> blocks;  // each outlives the race
-        inThreads(blocks.size(), [&] {
-            KernelMutex mutex(runtime_.name("race mutex"));
-            EXPECT_TRUE(holds(mutex.wait(kInfinite)));
-            const auto& block = blocks.at(next++) = std::make_unique<Block>(runtime_.name("race"));
-            EXPECT_NE(block->view, nullptr);
-            if (!block->existed) ++creators;
-            EXPECT_TRUE(mutex.release());
-        });
-        ASSERT_EQ(creators, 1);
-    }
-}
-
-// ---- What the modules of a process share -------------------------------------------------------
-
-TEST_F(OsContract, ProcessBlockLivesWithItsUsers) {
-    ProcessBlock first = openProcessBlock("contract", 64);
-    ASSERT_NE(first.view, nullptr);
-    EXPECT_FALSE(first.existed);
-    EXPECT_EQ(std::string(static_cast<char*>(first.view), 64), std::string(64, '\0'));
-    ProcessBlock second = openProcessBlock("contract", 64);
-    EXPECT_TRUE(second.existed);
-    std::memset(first.view, 'x', 64);
-    EXPECT_EQ(static_cast<char*>(second.view)[63], 'x');
-
-    closeProcessBlock(first);
-    EXPECT_EQ(first.view, nullptr);
-    closeProcessBlock(first);
-    EXPECT_EQ(static_cast<char*>(second.view)[63], 'x');
-    closeProcessBlock(second);
-    ProcessBlock third = openProcessBlock("contract", 64);
-    EXPECT_FALSE(third.existed);
-    EXPECT_EQ(static_cast<char*>(third.view)[63], '\0');
-    closeProcessBlock(third);
-}
-
-TEST_F(OsContract, ThreadIndexKeepsAPointerForEachThread) {
-    ThreadIndex index = 0;
-    ASSERT_TRUE(makeThreadIndex(index));
-    int mine = 0;
-    ASSERT_TRUE(setThreadValue(index, &mine));
-    inThreads(2, [index] {
-        int own = 0;
-        EXPECT_EQ(threadValue(index), nullptr);
-        EXPECT_TRUE(setThreadValue(index, &own));
-        EXPECT_EQ(threadValue(index), &own);
-    });
-    setLastError(7);
-    EXPECT_EQ(threadValue(index), &mine);
-    EXPECT_EQ(lastError(), 7U);
-    freeThreadIndex(index);
-    ASSERT_TRUE(makeThreadIndex(index));
-    EXPECT_EQ(threadValue(index), nullptr) << "left from the index's former life";
-    freeThreadIndex(index);
 }
 
 // ---- System ------------------------------------------------------------------------------------

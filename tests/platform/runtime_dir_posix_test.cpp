@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -17,7 +16,6 @@
 
 #include "platform/os.h"
 #include "platform/shared_memory.h"
-#include "tests/support/child_process.h"
 #include "tests/support/test_runtime.h"
 
 namespace wrenlink::os {
@@ -134,29 +132,6 @@ TEST_F(RuntimeDir, ForeignFilesAreRefusedAndLeftAlone) {
     EXPECT_EQ(fs::file_size(objects_ / "short"), kSize - 1);
     EXPECT_EQ(fs::file_size(objects_ / "long"), kSize + 1);
     EXPECT_FALSE(fs::exists(objects_ / "nowhere"));
-}
-
-// Becomes another user, and tells which of the objects it can have.
-int openAs(const test::Arguments& arguments) {
-    if (::setgroups(0, nullptr) != 0 || ::setgid(60001) != 0 || ::setuid(60001) != 0) return 1;
-    for (const std::string& name : arguments)
-        test::tellParent(KernelMutex(name).valid() ? name : "-");
-    return 0;
-}
-const test::ChildRole kOpenAs("open as", openAs);
-
-TEST_F(RuntimeDir, FilesOfOthersAreUsedIfTheirAccessPermits) {
-    if (::geteuid() != 0) GTEST_SKIP() << "only root can become other users";
-    fs::permissions(runtime_.path(), fs::perms(0755));
-    fs::permissions(objects_, fs::perms(01777));
-    const std::pair<const char*, unsigned> files[] = {
-        {"shared", 0666}, {"private", 0600}, {"readable", 0644}};
-    for (const auto& [name, access] : files) {
-        makeFile(objects_ / name, 0);
-        fs::permissions(objects_ / name, fs::perms(access));
-    }
-    test::ChildProcess child("open as", {"own", files[0].first, files[1].first, files[2].first});
-    for (const char* told : {"own", "shared", "-", "-"}) EXPECT_EQ(child.readLine(), told);
 }
 
 TEST_F(RuntimeDir, FolderThatIsALinkIsRefused) {

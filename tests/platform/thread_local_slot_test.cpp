@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/os.h"
+
 namespace wrenlink {
 namespace {
 
@@ -69,7 +71,9 @@ TEST_F(ThreadLocalSlotTest, ThreadEndDiscardsOneThreadsValuesOfAllSlots) {
         first.set(&values_[3]);
     });
     EXPECT_EQ(discarded, (std::map<void*, int>{{&values_[1], 1}, {&values_[2], 1}}));
+    os::setLastError(7);
     EXPECT_EQ(first.get(), &values_[0]);
+    EXPECT_EQ(os::lastError(), 7U);
 }
 
 TEST_F(ThreadLocalSlotTest, SlotsOfAThreadLeaveInAnyOrder) {
