@@ -41,9 +41,7 @@ class Package(Simulated):
             ((ctypes.c_uint16 * 2)(7, 8), [7, 8]),
             (grid, list(range(12))),
             (grid[::2, ::2], [0, 2, 8, 10]),
-            (numpy.array([9, 10]), [9, 10]),
             (numpy.array([11, 12], ">u2"), [11, 12]),
-            (numpy.array([13], numpy.int16), [13]),
             ([], []),
         ]:
             with self.subTest(arrived[:4]):
