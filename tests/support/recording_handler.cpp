@@ -1,31 +1,21 @@
 #include "tests/support/recording_handler.h"
 
-#include <atomic>
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
 #include <utility>
 
 namespace wrenlink::test {
 namespace {
 
-struct Record {
-    std::mutex lock;
-    std::vector<Message> messages;
-    std::atomic<bool> activated{false};
-};
-
 // Never destroyed: the library still traces while the process's static objects go.
-Record& record() {
-    static auto& instance = *new Record;
-    return instance;
+std::vector<Message>& record() {
+    static auto& messages = *new std::vector<Message>;
+    return messages;
 }
 
-void keep(Message message) {
-    message.thread = std::this_thread::get_id();
-    const std::lock_guard guard(record().lock);
-    record().messages.push_back(std::move(message));
-}
+bool activated = false;
+
+void keep(Message message) { record().push_back(std::move(message)); }
 
 std::string orEmpty(const char* text) { return text == nullptr ? "" : text; }
 
@@ -46,23 +36,9 @@ Message scopeMessage(MessageKind kind, const char* function, const char* file, u
 
 }  // namespace
 
-std::vector<Message> messages() {
-    const std::lock_guard guard(record().lock);
-    return record().messages;
-}
-
-std::vector<Message> messages(MessageKind kind) {
-    std::vector<Message> found = messages();
-    std::erase_if(found, [kind](const Message& message) { return message.kind != kind; });
-    return found;
-}
-
-void clearMessages() {
-    const std::lock_guard guard(record().lock);
-    record().messages.clear();
-}
-
-void setDebugActivated(bool activated) { record().activated = activated; }
+const std::vector<Message>& messages() { return record(); }
+void clearMessages() { record().clear(); }
+void setDebugActivated(bool wanted) { activated = wanted; }
 
 }  // namespace wrenlink::test
 
@@ -116,7 +92,7 @@ CMessageHandler& CTheMsgHnd::ListeningHandler(CMessageHandler::GroupEnum group, 
     return theHandler;
 }
 
-bool CTheMsgHnd::DebugActivated() { return wrenlink::test::record().activated; }
+bool CTheMsgHnd::DebugActivated() { return wrenlink::test::activated; }
 
 void CMessageHandler::PrintEntryLine(const char* function, const char* file, unsigned long line) {
     keep(scopeMessage(MessageKind::entry, function, file, line));

@@ -1,10 +1,9 @@
-// A message handler that keeps what it is told, for tests; they link it in tidewater's place. Any
-// thread may call anything here.
+// A message handler that keeps what it is told, for tests; they link it in tidewater's place. One
+// thread traces and looks.
 #ifndef WRENLINK_TESTS_SUPPORT_RECORDING_HANDLER_H
 #define WRENLINK_TESTS_SUPPORT_RECORDING_HANDLER_H
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "diag/message_handler.h"
@@ -24,7 +23,6 @@ enum class MessageKind {
 // One call; members that its kind does not have keep these values.
 struct Message {
     MessageKind kind{};
-    std::thread::id thread{};
     int group = 0;
     unsigned long level = 0;
     bool flag = false;
@@ -38,8 +36,7 @@ struct Message {
 
 // What was recorded since the start or the last clearMessages(), in order. Consultations of
 // DebugActivated() are not recorded.
-std::vector<Message> messages();
-std::vector<Message> messages(MessageKind kind);
+const std::vector<Message>& messages();
 void clearMessages();
 
 // What DebugActivated() answers: false at first.
