@@ -42,10 +42,8 @@ unsigned countedCalls() { return state.counted; }
 
 std::vector<FailedCall> takeFailedCalls() { return std::exchange(state.failed, {}); }
 
-FaultWindow::FaultWindow() { state.windowOpen = true; }
-FaultWindow::~FaultWindow() { state.windowOpen = false; }
-FaultPause::FaultPause() { state.windowOpen = false; }
-FaultPause::~FaultPause() { state.windowOpen = true; }
+FaultWindow::FaultWindow(bool open) : before_(std::exchange(state.windowOpen, open)) {}
+FaultWindow::~FaultWindow() { state.windowOpen = before_; }
 
 bool fails(FaultPlan::Among kind, Call call, int code) {
     if (!state.windowOpen || kind != state.plan.among) return false;

@@ -67,18 +67,17 @@ std::vector<FailedCall> takeFailedCalls();
 
 class FaultWindow {
    public:
-    FaultWindow();
+    explicit FaultWindow(bool open = true);
     FaultWindow(const FaultWindow&) = delete;
     FaultWindow& operator=(const FaultWindow&) = delete;
     ~FaultWindow();
+
+   private:
+    const bool before_;
 };
 // Closes the window around a host's function that the library calls back.
-class FaultPause {
-   public:
-    FaultPause();
-    FaultPause(const FaultPause&) = delete;
-    FaultPause& operator=(const FaultPause&) = delete;
-    ~FaultPause();
+struct FaultPause : FaultWindow {
+    FaultPause() : FaultWindow(false) {}
 };
 
 // POSIX: whether there are the calls that only newer systems know. At first there are none: the

@@ -28,16 +28,11 @@ constexpr const char* kSetDelay = "05 00 00 00 00 03 00 00 09";
 constexpr std::uint32_t kRefusal = 22;
 
 // Ignores spaces.
-std::vector<std::uint8_t> fromHex(std::string_view text) {
+std::vector<std::uint8_t> fromHex(std::string text) {
+    std::erase(text, ' ');
     std::vector<std::uint8_t> bytes;
-    std::string digits;
-    for (const char character : text) {
-        if (character == ' ') continue;
-        digits += character;
-        if (digits.size() < 2) continue;
-        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits, nullptr, 16)));
-        digits.clear();
-    }
+    for (std::size_t at = 0; at < text.size(); at += 2)
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
     return bytes;
 }
 
@@ -46,14 +41,13 @@ class Bench {
    public:
     Answer exchange(const std::vector<std::uint8_t>& frame, std::uint32_t capacity = 1020,
                     std::uint32_t controlCode = kControlCode) {
-        // Exactly as long as the frame, so that a read beyond its end is found.
-        const std::unique_ptr<std::uint8_t[]> copy(new std::uint8_t[frame.size()]);
-        for (std::size_t i = 0; i < frame.size(); ++i) copy[i] = frame[i];
-        return adapter->handle({controlCode, capacity, {copy.get(), frame.size()}}, reply);
+        // Has no room beyond the frame's end, so that a read there is found.
+        const std::vector<std::uint8_t> copy = frame;
+        return adapter->handle({controlCode, capacity, copy}, reply);
     }
 
     // The reply to a frame, or "error " and the status.
-    std::string ask(std::string_view frame, std::uint32_t capacity = 1020) {
+    std::string ask(const std::string& frame, std::uint32_t capacity = 1020) {
         const Answer answer = exchange(fromHex(frame), capacity);
         if (answer.status != 0) return "error " + std::to_string(answer.status);
         std::string text;
