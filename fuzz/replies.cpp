@@ -129,10 +129,10 @@ Seen call(const test::Stream& stream, FuzzedDataProvider& input) {
         case 8:
             return {0, false, {spifns_stream_marigold_xap_stopped(stream.id())}};
         case 9:
-            stream.command("DFU");
+            stream.ask("!DFU");
             return {0, false};
         case 10:
-            stream.command("SPISLOWER");
+            stream.ask("!SPISLOWER");
             return {0, false, {}, ": Unable to slow down SPI"};
         default:
             return accesses(stream, input);

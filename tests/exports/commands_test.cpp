@@ -18,15 +18,6 @@ using testing::StartsWith;
 const std::string kGetDelay = "0300 0400 00 0500";
 const std::string kGetVersion = "0300 0400 00 0800";
 
-// What "?NAME" tells of a variable, "!NAME" of a command, and a setting of its failure.
-std::string answer(const Stream& stream, const std::string& request) {
-    const char* const name = request.c_str() + 1;
-    if (request[0] == '?') return stream.get(name);
-    if (request[0] != '!') return outcome(stream.run(request)).text;
-    const char* const text = stream.command(name);
-    return text == nullptr ? "" : text;
-}
-
 TEST(Commands, HaveTheirFrames) {
     Simulator simulator;
     const Stream stream("0");
@@ -38,41 +29,41 @@ TEST(Commands, HaveTheirFrames) {
     } steps[] = {
         {"?SPI_DELAY", "4", kGetDelay},
         {"?spiclock", "1066.098081", ""},
-        {"SPI_DELAY=300", "", "0500 0000 00 0300 012c"},
-        {"spi_delay=0x12C", "", ""},
-        {"SPI_DELAY=70000", "", "0500 0000 00 0300 1170"},
+        {"SPI_DELAY=300", "0", "0500 0000 00 0300 012c"},
+        {"spi_delay=0x12C", "0", ""},
+        {"SPI_DELAY=70000", "0", "0500 0000 00 0300 1170"},
         // The nearest limit, which reads as unknown and then is not sent.
-        {"SPI_DELAY=3000000000", "", "0500 0000 00 0300 ffff"},
+        {"SPI_DELAY=3000000000", "0", "0500 0000 00 0300 ffff"},
         {"?SPI_DELAY", "65535", kGetDelay},
-        {"SPI_DELAY=-1", "", ""},
-        {"SPICLOCK=500", "", "0500 0000 00 0300 000c"},
-        {"SPICLOCK=1999", "", "0500 0000 00 0300 0004"},
-        {"SPICLOCK=2e3", "", "0500 0000 00 0300 0000"},
-        {"SPICLOCK=-5", "", "0500 0000 00 0300 fffe"},
-        {"SPIMAXCLOCK=900", "", ""},
-        {"SPICLOCK=1000", "", "0500 0000 00 0300 0006"},
-        {"SPIMUL=16", "", "0500 0000 00 0e00 0010"},
-        {"SPIMUL=-1", "", "0500 0000 00 0e00 0000"},
-        {"QUILLMODE=jTag", "", "0500 0000 00 0900 0001"},
+        {"SPI_DELAY=-1", "0", ""},
+        {"SPICLOCK=500", "0", "0500 0000 00 0300 000c"},
+        {"SPICLOCK=1999", "0", "0500 0000 00 0300 0004"},
+        {"SPICLOCK=2e3", "0", "0500 0000 00 0300 0000"},
+        {"SPICLOCK=-5", "0", "0500 0000 00 0300 fffe"},
+        {"SPIMAXCLOCK=900", "0", ""},
+        {"SPICLOCK=1000", "0", "0500 0000 00 0300 0006"},
+        {"SPIMUL=16", "0", "0500 0000 00 0e00 0010"},
+        {"SPIMUL=-1", "0", "0500 0000 00 0e00 0000"},
+        {"QUILLMODE=jTag", "0", "0500 0000 00 0900 0001"},
         {"?SPI_DELAY", "6", kGetDelay},
-        {"QUILLMODE=", "", "0500 0000 00 0900 0000"},
-        {"SPIPORT=100", "", kGetVersion},
-        {"SPIFOO=1", "", ""},
+        {"QUILLMODE=", "0", "0500 0000 00 0900 0000"},
+        {"SPIPORT=100", "0", kGetVersion},
+        {"SPIFOO=1", "0", ""},
         {"!dfu", "", "0300 0000 00 0600"},
         {"!DFUX", "", ""},
+        {"MGCMD start", "0", "0700 0000 00 4000 0001 0002"},
+        {"MGCMD", "0", "0700 0600 00 4100 0001 0001"},
+        {"XAP", "0", "0300 0400 00 0400"},
     };
     for (const auto& step : steps) {
         SCOPED_TRACE(step.request);
-        EXPECT_EQ(answer(stream, step.request), step.answer);
+        EXPECT_EQ(stream.ask(step.request), step.answer);
         EXPECT_EQ(simulator.takeFrames(), frames(step.frames));
     }
-    EXPECT_EQ(stream.command(nullptr), nullptr);
+    EXPECT_EQ(spifns_stream_command(stream.id(), nullptr), nullptr);
     spifns_stream_chip_select();
-    EXPECT_EQ(spifns_stream_mgcmd_init(stream.id(), 0x1234, 2), 0);
     EXPECT_EQ(spifns_stream_mgcmd_cmd(stream.id(), nullptr, 0, 1), 0);
-    EXPECT_EQ(spifns_stream_marigold_xap_stopped(stream.id()), SPIFNS_XAP_RUNNING);
-    EXPECT_EQ(simulator.takeFrames(), frames("0700 0000 00 4000 1234 0002 | "
-                                             "0500 0400 00 4100 0000 | 0300 0400 00 0400"));
+    EXPECT_EQ(simulator.takeFrames(), frames("0500 0400 00 4100 0000"));
     EXPECT_EQ(lastFailure(), Failure());
 }
 
@@ -121,7 +112,7 @@ TEST(Commands, SlowerLengthensTheDelayByAQuarterAndOne) {
     for (const auto& c : cases) {
         EXPECT_EQ(stream.set("SPI_DELAY", c.before), 0);
         texts.take();
-        EXPECT_EQ(answer(stream, "!sPiSlower"), "");
+        EXPECT_EQ(stream.ask("!sPiSlower"), "");
         EXPECT_EQ(texts.take(), c.texts);
         EXPECT_EQ(stream.get("SPI_DELAY"), c.after);
     }
@@ -129,7 +120,7 @@ TEST(Commands, SlowerLengthensTheDelayByAQuarterAndOne) {
     stream.set("QUILLMODE", "SPI");
     simulator.control("fault 0 refuse 5 code=0x0500");
     simulator.takeFrames();
-    EXPECT_EQ(answer(stream, "!SPISLOWER"), "");
+    EXPECT_EQ(stream.ask("!SPISLOWER"), "");
     EXPECT_EQ(simulator.takeFrames(), frames(kGetDelay + " | 0500 0000 00 0300 0001"));
 }
 
@@ -195,19 +186,17 @@ TEST(Commands, FirmwareGatesThem) {
         EXPECT_EQ(stream.get("QuillVersion"), c.text);
         simulator.takeFrames();
 
-        const auto gated = [](bool permitted, const char* text) {
-            return permitted ? Failure{} : Failure{520, 0, text};
+        const auto expectGated = [&](const char* request, bool permitted, const char* text) {
+            spifns_clear_last_error();
+            EXPECT_EQ(stream.ask(request), permitted ? "0" : "1") << request;
+            EXPECT_EQ(lastFailure(), permitted ? Failure() : (Failure{520, 0, text}));
         };
-        Words words = {1};
-        EXPECT_EQ(outcome(spifns_stream_mgcmd_init(stream.id(), 1, 2)),
-                  gated(c.mgcmd, "Unable to initialise MGCMDs, USB-SPI firmware too old"));
-        EXPECT_EQ(outcome(spifns_stream_mgcmd_cmd(stream.id(), words.data(), 1, 1)),
-                  gated(c.mgcmd, "Unable to send MGCMD, USB-SPI firmware too old"));
+        expectGated("MGCMD start", c.mgcmd,
+                    "Unable to initialise MGCMDs, USB-SPI firmware too old");
+        expectGated("MGCMD", c.mgcmd, "Unable to send MGCMD, USB-SPI firmware too old");
         EXPECT_EQ(simulator.takeFrames().size(), c.mgcmd ? 2U : 0U);
-        for (const char* name : {"SPICMDBITS", "SPICMDREADBITS", "spicmdwritebits"})
-            EXPECT_EQ(outcome(stream.set(name, "0x20")),
-                      gated(c.cmdBits, "Unable to set command bits, USB-SPI firmware too old"))
-                << name;
+        for (const char* request : {"SPICMDBITS=32", "SPICMDREADBITS=32", "spicmdwritebits=0x20"})
+            expectGated(request, c.cmdBits, "Unable to set command bits, USB-SPI firmware too old");
         EXPECT_EQ(stream.get("SPICMDBITS"), c.cmdBits ? "0x20" : "0x0");
         EXPECT_EQ(stream.run("r1:1"), 0);
         EXPECT_EQ(simulator.takeFrames(), frames(c.cmdBitsSent ? "R=20 r1:1" : "r1:1"));

@@ -21,18 +21,13 @@ int debugged(const Arguments&) {
     const Stream stream;
     spifns_stream_set_debug_callback(
         stream.id(), [](const char* text, void*) { tell(text); }, nullptr);
-    std::uint16_t word = 0;
-    stream.run("SPIPORT=0 SPICMDREADBITS=0x40 r7c:2 w10:5 r2b:0 SPI_DELAY=414");
-    stream.run("r7c:1");
-    for (const char* name : {"SPI_DELAY", "SPICMDBITS", "nonesuch"}) stream.get(name);
+    for (const char* request : {"SPIPORT=0 SPICMDREADBITS=0x40 r7c:2 w10:5 r2b:0 SPI_DELAY=414",
+                                "r7c:1", "?SPI_DELAY", "?SPICMDBITS", "?nonesuch"})
+        stream.ask(request);
     spifns_stream_getvar(stream.id(), nullptr);
-    stream.set("QUILLMODE", "SPI");
-    stream.get("SPI_DELAY");
-    stream.set("SPICLOCK", "1000");
-    stream.command("DFU");
-    spifns_stream_mgcmd_init(stream.id(), 0, 0);
-    spifns_stream_mgcmd_cmd(stream.id(), &word, 1, 0);
-    stream.run("SPIPORT=1 r7c:1 r7c:1");
+    for (const char* request : {"QUILLMODE=SPI", "?SPI_DELAY", "SPICLOCK=1000", "!DFU",
+                                "MGCMD start", "MGCMD", "SPIPORT=1 r7c:1 r7c:1"})
+        stream.ask(request);
     stream.get(std::string(3000, 'v').c_str());
     tell("end");
     return 0;

@@ -77,15 +77,11 @@ struct Sight {
 };
 using Sights = std::vector<Sight>;
 
-const Promise& promiseOf(Call call) {
-    return *std::find_if(std::begin(kPromises), std::end(kPromises),
-                         [call](const Promise& promise) { return promise.call == call; });
-}
+const Promise& promiseOf(Call call) { return *std::ranges::find(kPromises, call, &Promise::call); }
 
 bool include(Effect effect, const Calls& calls) {
-    return std::any_of(calls.begin(), calls.end(), [effect](const FailedCall& failed) {
-        return promiseOf(failed.call).effect == effect;
-    });
+    return std::ranges::any_of(
+        calls, [=](const FailedCall& failed) { return promiseOf(failed.call).effect == effect; });
 }
 
 Sight notFound(const FaultScenario& scenario) {

@@ -2,8 +2,6 @@
 // of the thread's last error.
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "platform/named_mutex.h"
 #include "platform/os.h"
 #include "quill/last_error.h"
@@ -47,10 +45,8 @@ TEST(Failures, WhileTheAdapterIsOutOfReach) {
                  {"openable 0 no", "openable 0 yes", NativeError::notOpenable}};
     for (const auto& c : cases) {
         simulator.control(c.begin);
-        EXPECT_EQ(
-            outcome(stream.run("r1:1")),
-            (Failure{515, 0,
-                     textOf(c.error) + ": Unable to open USB driver: Unable to send sequence"}));
+        const std::string text = ": Unable to open USB driver: Unable to send sequence";
+        EXPECT_EQ(outcome(stream.run("r1:1")), (Failure{515, 0, textOf(c.error) + text}));
         simulator.control(c.end);
         EXPECT_EQ(stream.run("r1:1"), 0);
     }
@@ -64,51 +60,33 @@ TEST(Failures, WithNoAdapterSelected) {
     const Stream stream;
     const std::string none = "Cannot Set Delays with no device selected";
     const struct {
-        const char* steps;
-        Failure failure;
-    } settings[] = {
-        {"SPI_DELAY=9", {258, 0, none}},
-        {"QUILLMODE=SPI", kNoDelays},
-        {"r1:1", {514, 0, "No Quill device found: Unable to send sequence"}},
-    };
-    for (const auto& c : settings) EXPECT_EQ(outcome(stream.run(c.steps)), c.failure);
-
-    std::uint16_t word = 0;
-    const struct {
-        std::function<int()> call;
-        int result;
+        const char* request;
+        const char* answer;
         Failure failure;
     } cases[] = {
-        {[&] { return std::stoi(stream.get("SPI_DELAY")); }, 0, {258, 0, none}},
-        {[&] { return std::stoi(stream.get("SPICLOCK")); }, 4000, {258, 0, none}},
-        {[&] { return stream.command("SPISLOWER") != nullptr; },
-         0,
-         {258, 0, none + ": Unable to slow down SPI"}},
-        {[&] { return spifns_stream_marigold_xap_stopped(stream.id()); }, SPIFNS_XAP_ERROR, {}},
+        {"SPI_DELAY=9", "1", {258, 0, none}},
+        {"QUILLMODE=SPI", "1", kNoDelays},
+        {"r1:1", "1", {514, 0, "No Quill device found: Unable to send sequence"}},
+        {"?SPI_DELAY", "0", {258, 0, none}},
+        {"?SPICLOCK", "4000.000000", {258, 0, none}},
+        {"!SPISLOWER", "", {258, 0, none + ": Unable to slow down SPI"}},
+        {"XAP", "-1", {}},
         // These store no error of their own, so that their words stand alone.
-        {[&] { return stream.set("SPIMUL", "3"); }, 0, {0, 0, ": Unable to set multipled device"}},
-        {[&] { return spifns_stream_mgcmd_init(stream.id(), 1, 2); },
-         0,
-         {0, 0, ": Unable to initialise MGCMDs"}},
-        {[&] { return spifns_stream_mgcmd_cmd(stream.id(), &word, 1, 1); },
-         0,
-         {0, 0, ": MGCMD cmd failed"}},
-        {[&] { return stream.command("DFU") != nullptr; },
-         0,
-         {0, 0, ": Unable to enable DFU mode"}},
+        {"SPIMUL=3", "0", {0, 0, ": Unable to set multipled device"}},
+        {"MGCMD start", "0", {0, 0, ": Unable to initialise MGCMDs"}},
+        {"MGCMD", "0", {0, 0, ": MGCMD cmd failed"}},
+        {"!DFU", "", {0, 0, ": Unable to enable DFU mode"}},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.failure.text);
+        SCOPED_TRACE(c.request);
         spifns_clear_last_error();
-        EXPECT_EQ(c.call(), c.result);
+        EXPECT_EQ(stream.ask(c.request), c.answer);
         EXPECT_EQ(lastFailure(), c.failure);
     }
     EXPECT_EQ(stream.get("SPIMUL"), "3");
     spifns_stream_get_device_id(stream.id(), nullptr, 0);
-    EXPECT_EQ(
-        outcome(stream.set("SPIMUL", "4")),
-        (Failure{1, 0,
-                 "Device ID unavailable when port not open: Unable to set multipled device"}));
+    const char* text = "Device ID unavailable when port not open: Unable to set multipled device";
+    EXPECT_EQ(outcome(stream.set("SPIMUL", "4")), (Failure{1, 0, text}));
 }
 
 TEST(Failures, WithoutSharedCaches) {

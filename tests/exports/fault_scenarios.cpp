@@ -29,14 +29,12 @@ int run(const FaultyHost& host, std::vector<SpiAction> actions) {
 }
 
 // Sets a variable; once it is set, the adapter must hold what a host takes it to.
-std::string set(FaultyHost& host, const char* name, const std::string& value, const char* held,
-                const std::string& expected) {
-    if (run(host, {setting(name, value.c_str())}) != 0) return "1";
+std::string set(FaultyHost& host, const char* name, const std::string& value,
+                const char* held = nullptr, const std::string& expected = "") {
+    const int status = run(host, {setting(name, value.c_str())});
+    if (status != 0 || held == nullptr) return std::to_string(status);
     const std::string found = std::to_string(host.simulator.number(held));
     return found == expected ? "0" : "0, but the adapter has " + found;
-}
-std::string set(FaultyHost& host, const char* name, const std::string& value) {
-    return std::to_string(run(host, {setting(name, value.c_str())}));
 }
 
 // Command bits, as variables show them.
@@ -113,11 +111,8 @@ std::string setMode(FaultyHost& host) {
 }
 
 std::string setListener(FaultyHost& host) {
-    const FaultWindow window;
-    if (host.legacy)
-        spifns_set_debug_callback(&legacyListener);
-    else
-        spifns_stream_set_debug_callback(host.id, listen, nullptr);
+    host.legacy ? call(spifns_set_debug_callback, &legacyListener)
+                : call(spifns_stream_set_debug_callback, host.id, listen, nullptr);
     return "";
 }
 
@@ -227,75 +222,49 @@ std::string unload(FaultyHost& host) {
 const Step kLoad = {"load", load, ""};
 const Step kOpen = {"open", open, "0, 1 open", "0, 1 open", "1, 0 open"};
 const Step kSelect = {"select", select, "0", "0", "1", "", Needs::adapter};
+const Step kNoStream = {"no stream", needNoStream, "SPIPORT9 260"};
+const Step kPorts = {"ports", listPorts, "0 USB SPI (100), 7 USB SPI (100), ", "", ""};
+const Step kError = {"error", makeError, "262 Invalid stream", "257 Out of memory",
+                     "0 ",    "",        Needs::errorStore};
+const Step kGetDelay = {"get delay", getDelay, "the adapter's", "0", "", "Unable to get delays"};
 const Step kSetDelay = {"set delay",  setDelay, "0", "1", "1", "Unable to set delays",
                         Needs::delays};
-const Step kGetDelay = {"get delay", getDelay, "the adapter's", "0", "", "Unable to get delays"};
+const Step kLimitClock = {"limit clock", limitClock, "0"};
+const Step kSetClock = {"set clock", setClock, "0", "1", "1", "Unable to set delays"};
+const Step kGetClock = {"get clock",   getClock, "513.874615",
+                        "4000.000000", "",       "Unable to get delays"};
+const Step kSetMode = {"set mode", setMode, "0"};
+const Step kListen = {"listen", setListener, ""};
+const Step kSetDevice = {"set device", setDevice, "Quill mul dev 3",
+                         "1",          "1",       "Unable to set multipled device"};
+const Step kSetBits = {"set bits", setBits, "0"};
+const Step kGetOthers = {"get others", getOthers, "0 0109 800.000000 usbspi_mutex_0 3 "};
+const Step kGetId = {"get id", getDeviceId, "quill100"};
+const Step kWrite = {"write", write, "0", "1", "1", "Unable to send sequence"};
+const Step kRead = {"read", read, "0", "1", "1", "Unable to send sequence"};
+const Step kStartMgcmd = {"MGCMD start", startMgcmd, "0", "1", "1", "Unable to initialise MGCMDs"};
+const Step kMgcmd = {"MGCMD", sendMgcmd, "0", "1", "1", "MGCMD cmd failed"};
+const Step kXap = {"XAP", queryXap, "1", "-1", "-1"};
+const Step kDfu = {"DFU", enterDfu, "", "", "", "Unable to enable DFU mode"};
+const Step kSlower = {"slower", slowDown, "",
+                      "",       "",       "Unable to set delays: Unable to slow down SPI"};
 const Step kClose = {.what = "close", .run = close, .right = "0 open", .always = true};
 const Step kUnload = {.what = "unload", .run = unload, .right = "", .always = true};
 
 }  // namespace
 
 const std::vector<FaultScenario> kFaultScenarios = {
-    {"life",
-     0,
-     {kLoad,
-      kOpen,
-      kSelect,
-      kSetDelay,
-      {"no stream", needNoStream, "SPIPORT9 260"},
-      kClose,
-      kUnload}},
-    {"mapFile",
-     0,
-     {kLoad,
-      kOpen,
-      kSelect,
-      {"ports", listPorts, "0 USB SPI (100), 7 USB SPI (100), ", "", ""},
-      kClose,
-      kUnload},
-     "7=100\n",
-     "7"},
-    {"firstError",
-     0,
-     {kLoad,
-      {"error", makeError, "262 Invalid stream", "257 Out of memory", "0 ", "", Needs::errorStore},
-      kUnload}},
+    {"life", 0, {kLoad, kOpen, kSelect, kSetDelay, kNoStream, kClose, kUnload}},
+    {"mapFile", 0, {kLoad, kOpen, kSelect, kPorts, kClose, kUnload}, "7=100\n", "7"},
+    {"firstError", 0, {kLoad, kError, kUnload}},
     {"settings",
      3,
-     {kLoad,
-      kOpen,
-      kSelect,
-      kGetDelay,
-      kSetDelay,
-      {"limit clock", limitClock, "0"},
-      {"set clock", setClock, "0", "1", "1", "Unable to set delays"},
-      {"set mode", setMode, "0"},
-      {"get clock", getClock, "513.874615", "4000.000000", "", "Unable to get delays"},
-      {"listen", setListener, ""},
-      {"set device", setDevice, "Quill mul dev 3", "1", "1", "Unable to set multipled device"},
-      {"set bits", setBits, "0"},
-      {"get others", getOthers, "0 0109 800.000000 usbspi_mutex_0 3 "},
-      {"get id", getDeviceId, "quill100"}}},
-    {"memory",
-     3,
-     {kLoad,
-      kOpen,
-      kSelect,
-      {"set bits", setBits, "0"},
-      {"write", write, "0", "1", "1", "Unable to send sequence"},
-      {"read", read, "0", "1", "1", "Unable to send sequence"}}},
+     {kLoad, kOpen, kSelect, kGetDelay, kSetDelay, kLimitClock, kSetClock, kSetMode, kGetClock,
+      kListen, kSetDevice, kSetBits, kGetOthers, kGetId}},
+    {"memory", 3, {kLoad, kOpen, kSelect, kSetBits, kWrite, kRead}},
     {"chip",
      3,
-     {kLoad,
-      kOpen,
-      kSelect,
-      {"MGCMD start", startMgcmd, "0", "1", "1", "Unable to initialise MGCMDs"},
-      {"MGCMD", sendMgcmd, "0", "1", "1", "MGCMD cmd failed"},
-      {"XAP", queryXap, "1", "-1", "-1"},
-      {"DFU", enterDfu, "", "", "", "Unable to enable DFU mode"},
-      kSetDelay,
-      {"slower", slowDown, "", "", "", "Unable to set delays: Unable to slow down SPI"},
-      kGetDelay}},
+     {kLoad, kOpen, kSelect, kStartMgcmd, kMgcmd, kXap, kDfu, kSetDelay, kSlower, kGetDelay}},
 };
 
 void FaultyHost::end() {

@@ -12,12 +12,8 @@ namespace wrenlink::test {
 namespace {
 
 SpiAction access(std::uint32_t type, std::uint32_t address, const Words& words) {
-    SpiAction action{};
-    action.type = type;
-    action.u.memory.address = address;
-    action.u.memory.length = static_cast<std::uint32_t>(words.size());
-    action.u.memory.data = const_cast<std::uint16_t*>(words.data());
-    return action;
+    const auto length = static_cast<std::uint32_t>(words.size());
+    return {type, 0, {.memory = {0, address, length, 0, const_cast<std::uint16_t*>(words.data())}}};
 }
 
 std::string big(unsigned value) {
@@ -99,11 +95,7 @@ SpiAction writeFrom(std::uint32_t address, const Words& words) {
 }
 
 SpiAction setting(const char* name, const char* value) {
-    SpiAction action{};
-    action.type = SPIFNS_SETVAR;
-    action.u.variable.var = name;
-    action.u.variable.value = value;
-    return action;
+    return {SPIFNS_SETVAR, 0, {.variable = {name, value, nullptr}}};
 }
 
 Stream::Stream() {
@@ -130,6 +122,18 @@ int Stream::run(const std::string& steps) const {
         actions.push_back(access(typeOf(part), part.first, words));
     }
     return run(std::move(actions));
+}
+
+std::string Stream::ask(const std::string& request) const {
+    const char* const name = request.c_str() + 1;
+    std::uint16_t word = 1;
+    if (request[0] == '?') return get(name);
+    if (request == "XAP") return std::to_string(spifns_stream_marigold_xap_stopped(id_));
+    if (request == "MGCMD start") return std::to_string(spifns_stream_mgcmd_init(id_, 1, 2));
+    if (request == "MGCMD") return std::to_string(spifns_stream_mgcmd_cmd(id_, &word, 1, 1));
+    if (request[0] != '!') return std::to_string(run(request));
+    const char* const answer = spifns_stream_command(id_, name);
+    return answer == nullptr ? "" : answer;
 }
 
 DebugTexts::DebugTexts(const Stream& stream) : stream_(stream.id()) {

@@ -56,7 +56,9 @@ class Stream {
     int write(std::uint32_t address, const Words& words) const {
         return run({writeFrom(address, words)});
     }
-    const char* command(const char* name) const { return spifns_stream_command(id_, name); }
+    // What a call returns, as a text: "?NAME" gets a variable, "!NAME" gives a command, "XAP" asks
+    // for the state, "MGCMD start" and "MGCMD" exchange 1 and 2, or a 1; others are steps as above.
+    std::string ask(const std::string& request) const;
 
    private:
     std::uint32_t id_ = SPIFNS_NO_STREAM;

@@ -32,13 +32,9 @@ std::uint32_t openStream(const LoadedLibrary& library) {
     std::uint32_t id = 0;
     EXPECT_EQ(library.init(&id), 0);
     EXPECT_EQ(id, 1U);
-    SpiAction actions[2] = {};
-    actions[0].type = SPIFNS_SETVAR;
-    actions[0].u.variable.var = "SPIPORT";
-    actions[0].u.variable.value = "0";
     std::uint16_t words[4] = {};
-    actions[1].u.memory.length = 4;
-    actions[1].u.memory.data = words;
+    SpiAction actions[] = {{SPIFNS_SETVAR, 0, {.variable = {"SPIPORT", "0", nullptr}}},
+                           {SPIFNS_READ, 0, {.memory = {0, 0, 4, 0, words}}}};
     EXPECT_EQ(library.run(id, actions, 2), 0);
     EXPECT_EQ(words[3], 0xABCD);
     return id;

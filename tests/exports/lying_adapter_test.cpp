@@ -37,19 +37,21 @@ void show(Host& host, const Words& words) {
     host.words.insert(host.words.end(), words.begin(), words.end());
 }
 
-std::function<int(Host&)> run(const char* steps) {
-    return [=](Host& host) { return host.stream.run(steps); };
+// Has the answer among the words if it is one, else as the status.
+std::function<int(Host&)> ask(const std::string& request) {
+    return [=](Host& host) {
+        const std::string answer = host.stream.ask(request);
+        if (request[0] == '!') return answer.empty() ? 0 : -1;
+        if (request[0] != '?' && request != "XAP") return std::stoi(answer);
+        host.words.push_back(std::stoi(answer));
+        return 0;
+    };
 }
 
 int select(Host& host) {
     const int status = host.stream.set("SPIPORT", host.port.c_str());
     host.words.push_back(std::stoi(host.stream.get("QUILLVERSION"), nullptr, 16));
     return status;
-}
-
-int getDelay(Host& host) {
-    host.words.push_back(std::stoi(host.stream.get("SPI_DELAY")));
-    return 0;
 }
 
 int readSome(Host& host) {
@@ -61,22 +63,11 @@ int readSome(Host& host) {
     return status;
 }
 
-int startMgcmd(Host& host) { return spifns_stream_mgcmd_init(host.stream.id(), 1, 2); }
-
 int mgcmd(Host& host) {
     Words words(5, kSentinel);
     const int status = spifns_stream_mgcmd_cmd(host.stream.id(), words.data(), 5, 1);
     show(host, words);
     return status;
-}
-
-int xapState(Host& host) {
-    host.words.push_back(spifns_stream_marigold_xap_stopped(host.stream.id()));
-    return 0;
-}
-
-std::function<int(Host&)> command(const char* name) {
-    return [=](Host& host) { return host.stream.command(name) == nullptr ? 0 : -1; };
 }
 
 struct Step {
@@ -89,19 +80,19 @@ struct Step {
 // 21 exchanges, with the one that opening the first stream makes.
 const Step kSteps[] = {
     {"select", select, 0},
-    {"set delay", run("SPI_DELAY=9"), 1},
-    {"mode", run("QUILLMODE=SPI"), 1},
-    {"get delay", getDelay, 0},
-    {"device", run("SPIMUL=3"), 1},
-    {"write", run("SPICMDBITS=5 w100:600"), 1},
+    {"set delay", ask("SPI_DELAY=9"), 1},
+    {"mode", ask("QUILLMODE=SPI"), 1},
+    {"get delay", ask("?SPI_DELAY"), 0},
+    {"device", ask("SPIMUL=3"), 1},
+    {"write", ask("SPICMDBITS=5 w100:600"), 1},
     {"read", readSome, 1},
-    {"MGCMD start", startMgcmd, 1},
+    {"MGCMD start", ask("MGCMD start"), 1},
     {"MGCMD", mgcmd, 1},
-    {"XAP state", xapState, 0},
-    {"DFU", command("DFU"), 0},
-    {"no delay", run("SPI_DELAY=0"), 1},
-    {"mode again", run("QUILLMODE=SPI"), 1},
-    {"slower", command("SPISLOWER"), 0, ": Unable to slow down SPI"},
+    {"XAP state", ask("XAP"), 0},
+    {"DFU", ask("!DFU"), 0},
+    {"no delay", ask("SPI_DELAY=0"), 1},
+    {"mode again", ask("QUILLMODE=SPI"), 1},
+    {"slower", ask("!SPISLOWER"), 0, ": Unable to slow down SPI"},
 };
 
 Bytes fromHex(const std::string& digits) {

@@ -26,10 +26,9 @@ namespace {
 // Tells its process id, and reads a word when the parent says go.
 int readOnce(const Arguments&) {
     const Stream stream("0");
-    Words word(1);
     tellParent(std::to_string(::getpid()));
     awaitParent();
-    tellParent(std::to_string(stream.read(0, word)));
+    tellParent(stream.ask("r0:1"));
     return 0;
 }
 const ChildRole kReadOnce("read once", readOnce);
@@ -39,8 +38,6 @@ TEST(Processes, WaitForOneThatIsStopped) {
     Simulator simulator({100, 200});
     const Stream waiting("0");
     const Stream elsewhere("200");
-    Words word(1);
-    Words otherWord(1);
     ChildProcess holder("read once");
     const pid_t id = std::stoi(holder.readLine());
     simulator.takeFrames();
@@ -48,8 +45,8 @@ TEST(Processes, WaitForOneThatIsStopped) {
     holder.go();
     while (simulator.control("log 0").empty()) std::this_thread::yield();
     ASSERT_EQ(::kill(id, SIGSTOP), 0);
-    auto result = std::async(std::launch::async, [&] { return waiting.read(0, word); });
-    EXPECT_EQ(elsewhere.read(0, otherWord), 0);
+    auto result = std::async(std::launch::async, [&] { return waiting.run("r0:1"); });
+    EXPECT_EQ(elsewhere.run("r0:1"), 0);
     EXPECT_EQ(result.wait_for(milliseconds(600)), std::future_status::timeout);
     ASSERT_EQ(::kill(id, SIGCONT), 0);
     EXPECT_EQ(result.get(), 0);
@@ -75,20 +72,18 @@ TEST(Processes, OutliveTheServerOfTheirAdapter) {
     std::set<std::string> failures;
     {
         const Stream stream("0");
-        Words word(1);
         std::atomic<bool> done = false;
         std::thread other([&] {
-            Words words(600);
             while (!done)
-                if (stream.read(0, words) != 0) failures.insert(lastFailure().text);
+                if (stream.run("r0:600") != 0) failures.insert(lastFailure().text);
         });
         for (unsigned i = 0; i < kills; ++i) {
             const Stream own("0");
             EXPECT_EQ(own.set("SPI_DELAY", "9"), 0);
             server->kill();
-            EXPECT_EQ(outcome(own.read(0, word)), refused);
+            EXPECT_EQ(outcome(own.run("r0:1")), refused);
             server = startServer(runtime.path(), {"--id", "100", "--answer-us", "200"});
-            EXPECT_EQ(own.read(0, word), 0);
+            EXPECT_EQ(own.run("r0:1"), 0);
             EXPECT_EQ(own.get("SPI_DELAY"), "4") << "as at power-on";
         }
         done = true;
@@ -96,7 +91,7 @@ TEST(Processes, OutliveTheServerOfTheirAdapter) {
         // Another adapter in its place works, under the name that the hosts know.
         server = nullptr;
         server = startServer(runtime.path(), {"--id", "200"});
-        EXPECT_EQ(stream.read(0, word), 0);
+        EXPECT_EQ(stream.run("r0:1"), 0);
         char name[16];
         EXPECT_EQ(spifns_stream_get_device_id(stream.id(), name, sizeof name), 0);
         EXPECT_STREQ(name, "quill100");

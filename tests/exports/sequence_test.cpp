@@ -77,17 +77,12 @@ TEST_F(Sequence, DeliversTheWholeMemory) {
 TEST_F(Sequence, TakesArraysAndBuffersAtAnyAddress) {
     alignas(8) char array[2 * sizeof(SpiAction) + 1];
     alignas(8) char buffer[9] = "\x11\x22\x33\x44";
-    auto* const words = reinterpret_cast<std::uint16_t*>(buffer + 1);
-    SpiAction actions[2] = {};
-    for (SpiAction& action : actions) {
-        action.u.memory.address = 0x40;
-        action.u.memory.length = 1;
-        action.u.memory.data = words;
-    }
-    actions[0].type = SPIFNS_WRITE;
-    actions[0].reserved = actions[1].reserved = 0xEEEEEEEE;
-    actions[1].u.memory.reserved0 = actions[1].u.memory.reserved1 = 0xEEEEEEEE;
-    actions[1].u.memory.data = reinterpret_cast<std::uint16_t*>(buffer + 5);
+    auto* const written = reinterpret_cast<std::uint16_t*>(buffer + 1);
+    auto* const read = reinterpret_cast<std::uint16_t*>(buffer + 5);
+    constexpr std::uint32_t kReserved = 0xEEEEEEEE;
+    const SpiAction actions[] = {
+        {SPIFNS_WRITE, kReserved, {.memory = {kReserved, 0x40, 1, kReserved, written}}},
+        {SPIFNS_READ, kReserved, {.memory = {kReserved, 0x40, 1, kReserved, read}}}};
     std::memcpy(array + 1, actions, sizeof actions);
     EXPECT_EQ(spifns_stream_sequence(stream_.id(), reinterpret_cast<SpiAction*>(array + 1), 2), 0);
     EXPECT_EQ(std::string(buffer + 5, 2), "\x22\x33");
@@ -105,12 +100,11 @@ TEST_F(Sequence, CountsAboveTheSignedLimitAreEmpty) {
 
 TEST_F(Sequence, RefusesWhatItCannotDo) {
     Words word = {0xABCD};
-    SpiAction noBuffer = readInto(5, word);
-    noBuffer.u.memory.data = nullptr;
-    SpiAction tooLong = writeFrom(5, word);
-    tooLong.u.memory.length = 0x10000;
-    SpiAction bothWrong = readInto(0xFFFFFFFF, word);
-    bothWrong.u.memory.length = 0x10000;
+    const auto read = [](std::uint32_t address, std::uint32_t length, std::uint16_t* data) {
+        return SpiAction{SPIFNS_READ, 0, {.memory = {0, address, length, 0, data}}};
+    };
+    SpiAction tooLong = read(5, 0x10000, word.data());
+    tooLong.type = SPIFNS_WRITE;
     const Failure invalid = {1, 0, "Invalid variable or value"};
     const struct {
         SpiAction action;
@@ -119,9 +113,9 @@ TEST_F(Sequence, RefusesWhatItCannotDo) {
     } cases[] = {
         {readInto(0x10000, word), {265, 65536, "Invalid address"}, ""},
         {writeFrom(0x12345, word), {265, 0x12345, "Invalid address"}, ""},
-        {bothWrong, {265, 0xFFFFFFFF, "Invalid address"}, ""},
+        {read(0xFFFFFFFF, 0x10000, word.data()), {265, 0xFFFFFFFF, "Invalid address"}, ""},
         {tooLong, {266, 0, "Read or write too long"}, ""},
-        {noBuffer, invalid, ""},
+        {read(5, 1, nullptr), invalid, ""},
         {setting("SPIMUL", nullptr), invalid, "r8:1"},
         {setting("SPICMDBITS", nullptr), invalid, ""},
         {setting(nullptr, "1"), invalid, "r8:1"},
@@ -134,9 +128,8 @@ TEST_F(Sequence, RefusesWhatItCannotDo) {
     simulator_.takeFrames();
     for (const auto& c : cases) {
         SCOPED_TRACE(c.failure.text);
-        Words read(1);
-        EXPECT_EQ(outcome(stream_.run({readInto(8, read), c.action, writeFrom(8, word)})),
-                  c.failure);
+        const SpiAction before = read(8, 1, word.data());
+        EXPECT_EQ(outcome(stream_.run({before, c.action, writeFrom(8, word)})), c.failure);
         EXPECT_EQ(simulator_.takeFrames(), frames(c.sentBefore));
     }
     EXPECT_EQ(outcome(spifns_stream_sequence(stream_.id(), nullptr, 1)), invalid);

@@ -208,7 +208,7 @@ TEST(Tracing, TellsOfExchangesWhenItIsWanted) {
         }
         EXPECT_EQ(lastFailure(), (Failure{517, 0, "xap_stopped failed on USB-SPI device"}));
         simulator.control("fault 0 refuse 5");
-        stream.command("DFU");
+        stream.ask("!DFU");
         expectExchange("Quill_Stream_Command|Quill Fail - " + textOf(5) + ": Driver IO failed");
     }
     setDebugActivated(false);
