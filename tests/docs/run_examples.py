@@ -4,8 +4,7 @@ Runs the examples of a Markdown document, in their order and in one shell, as a 
 wrenlink installed in the folder KIT, from an empty home folder in which the project's examples lie:
 
     ```sh        commands that have to succeed
-    ```console   commands after "$ ", and what they print; "..." stands for anything, a blank
-                 for some
+    ```console   commands after "$ ", and what they print; "..." stands for anything
     `FILE`: and a block in any language: that file; one in a folder is the project's own
     ```text      no example
 """
@@ -68,7 +67,7 @@ def scripted(command, expected):
 
 def fits(found, expected):
     pattern = re.escape("..." if expected is None else expected).replace(r"\.\.\.", ".*")
-    return re.fullmatch(re.sub(r"(\\ )+", " +", pattern), found, re.DOTALL)
+    return re.fullmatch(pattern, found, re.DOTALL)
 
 
 sources, kit, document = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
