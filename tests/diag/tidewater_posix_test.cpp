@@ -20,7 +20,6 @@
 #include <thread>
 #include <vector>
 
-#include "tests/diag/trace_probe.h"
 #include "tests/support/loaded_module.h"
 #include "tests/support/test_runtime.h"
 
@@ -34,9 +33,9 @@ class Probe : public wrenlink::test::LoadedModule {
    public:
     Probe() : LoadedModule(TRACE_PROBE) {}
 
-    int traced() { return find<decltype(probeTraced)>("probeTraced")(); }
-    void text(const char* text) { find<decltype(probeText)>("probeText")(text); }
-    bool activated() { return find<decltype(probeActivated)>("probeActivated")(); }
+    int traced() { return find<int()>("probeTraced")(); }
+    void text(const char* text) { find<void(const char*)>("probeText")(text); }
+    bool activated() { return find<bool()>("probeActivated")(); }
 };
 
 struct Line {

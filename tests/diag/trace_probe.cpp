@@ -1,6 +1,8 @@
-#include "tests/diag/trace_probe.h"
-
+// A module that calls the message handler as traced functions do. While its static objects are
+// destroyed, one more function puts out "the module goes".
 #include "diag/result_sentry.h"
+
+#define PROBE_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
@@ -17,9 +19,8 @@ struct Farewell {
 
 }  // namespace
 
-extern "C" {
-
-int probeTraced() {
+// Returns 7, with a debug line, two profile marks and an error.
+PROBE_EXPORT int probeTraced() {
     int result = 0;
     const wrenlink::ResultTrace<int> trace(result);
     CMessageHandler& handler = wrenlink::messageHandler(__func__);
@@ -30,11 +31,11 @@ int probeTraced() {
     return result = 7;
 }
 
-void probeText(const char* text) {
+// Puts out one debug line with this text, which may be null.
+PROBE_EXPORT void probeText(const char* text) {
     const wrenlink::Trace trace;
     putOut(wrenlink::messageHandler(__func__), __func__, __LINE__, text);
 }
 
-bool probeActivated() { return CTheMsgHnd::DebugActivated(); }
-
-}  // extern "C"
+// Whether debug output is wanted.
+PROBE_EXPORT bool probeActivated() { return CTheMsgHnd::DebugActivated(); }
