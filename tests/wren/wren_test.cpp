@@ -19,16 +19,6 @@ namespace fs = std::filesystem;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
-// The folder in which a test's files are and its programs start.
-class Folder {
-   public:
-    explicit Folder(const fs::path& runtime) {
-        fs::create_directory(runtime / "files");
-        fs::current_path(runtime / "files");
-    }
-    ~Folder() { fs::current_path(fs::temp_directory_path()); }
-};
-
 void makeFile(const char* name, const std::string& contents) {
     std::ofstream(name, std::ios::binary) << contents;
 }
@@ -57,6 +47,14 @@ std::string outcome(Program&& program) {
 
 class WrenTest : public testing::Test {
    protected:
+    // Files are in a folder of the test's own, in which programs start.
+    WrenTest() {
+        const fs::path folder = simulator_.runtime().path() / "files";
+        fs::create_directory(folder);
+        fs::current_path(folder);
+    }
+    ~WrenTest() override { fs::current_path(fs::temp_directory_path()); }
+
     struct Case {
         std::string line, outcome;
     };
@@ -74,7 +72,6 @@ class WrenTest : public testing::Test {
     }
 
     Simulator simulator_{{100, 200}};
-    const Folder folder_{simulator_.runtime().path()};
 };
 
 TEST_F(WrenTest, TellsScriptsHowItEnded) {
@@ -121,6 +118,8 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
          R"({"command":"","exit":2,"result":{},"error":{"code":0,"text":"no command",)"
          R"("progress":"","hint":"'wren --help' lists them"}})"
          "\n[2] wren: error: no command; 'wren --help' lists them\n"},
+        {"wren xap --capture file",
+         "[2] wren: error: --capture requires --simulate; --help tells what there is\n"},
         {"wren read 0 1 --region 0:1",
          "[2] wren: error: give ADDR and COUNT, or --region, not both\n"},
         {"wren --port 1x xap",
@@ -222,11 +221,10 @@ TEST_F(WrenTest, ShowsWhatChangesUnderAWatch) {
         HasSubstr("|\n0008:  0000 4142*0000 0000 0000 0000 0000 0000  |..BA............|\n[130] "));
 }
 
-TEST(WrenSimulation, LastsAsLongAsTheCommand) {
-    const TestRuntime runtime;
-    const Folder folder(runtime.path());
-    EXPECT_EQ(outcome(start("wren --simulate xap")), "running\n");
-    EXPECT_THAT(outcome(start("wren xap --capture file")), testing::StartsWith("[2] "));
+TEST_F(WrenTest, SimulatesAdaptersForOneCommand) {
+    expect({{"quillsim unplug 0", ""},
+            {"quillsim unplug 1", ""},
+            {"wren --simulate xap", "running\n"}});
     EXPECT_THAT(outcome(start("wren --json ports")), HasSubstr(R"("ports":[],"reason":)"));
 }
 
