@@ -24,7 +24,7 @@ TEST(Failures, MakeEveryStreamForgetWhatTheAdapterHas) {
         SCOPED_TRACE(step);
         simulator.control("fault 0 refuse 5");
         EXPECT_EQ(failing.run(step), 1);
-        for (const unsigned adapter : {0, 1}) simulator.takeFrames(adapter);
+        for (const unsigned adapter : {0U, 1U}) simulator.takeFrames(adapter);
         for (const Stream* stream : {&other, &elsewhere}) {
             EXPECT_EQ(stream->get("SPI_DELAY"), "9");
             EXPECT_EQ(stream->run("r1:1 w1:1"), 0);
