@@ -76,5 +76,12 @@ TEST(Formats, AreReadStrictly) {
         EXPECT_EQ(read(test.file, test.contents, test.endian), test.expected) << test.contents;
 }
 
+TEST(Formats, IntelHexRecordsEndWithTheirBase) {
+    const ImageFormat& hex = formatOfFile("a.hex");
+    const Segments image = formatByName("text")->parse("7ffe: 1 2 3", Endian::little);
+    EXPECT_EQ(hex.print(image, Endian::little),
+              ":04FFFC0001000200FE\n:020000040001F9\n:020000000300FB\n:00000001FF\n");
+}
+
 }  // namespace
 }  // namespace wren
