@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <regex>
 #include <string>
@@ -197,9 +196,7 @@ TEST_F(Tidewater, LinesOfThreadsAndProcessesDoNotMix) {
 
 TEST_F(Tidewater, IsUnloadedWithItsModuleAndClosesItsFile) {
     const auto reload = [] {
-        const auto openFiles = [] {
-            return std::distance(fs::directory_iterator("/proc/self/fd"), {});
-        };
+        const auto openFiles = [] { return wrenlink::test::takeStock().handles; };
         const auto before = openFiles();
         for (int i = 0; i < 100; ++i) {
             if (Probe().traced() != 7) return 1;
