@@ -1,6 +1,7 @@
 // Replies of an adapter that may do anything: what the host is told is what the bytes say.
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "fuzz/harness.h"
 
@@ -64,15 +65,10 @@ class LyingWire : public Wire {
 
 // What a call showed.
 struct Seen {
-    int status = 0;
-    bool hasStatus = true;
+    std::optional<int> status = std::nullopt;
     std::vector<int> words = {};
     const char* appended = "";  // to a failed setting of the delay
 };
-
-void show(Seen& seen, const Words& words) {
-    seen.words.insert(seen.words.end(), words.begin(), words.end());
-}
 
 Seen accesses(const test::Stream& stream, FuzzedDataProvider& input) {
     std::vector<Words> buffers(input.ConsumeIntegralInRange<std::size_t>(1, 4));
@@ -85,20 +81,17 @@ Seen accesses(const test::Stream& stream, FuzzedDataProvider& input) {
         actions.push_back(reads[i] ? test::readInto(address, buffers[i])
                                    : test::writeFrom(address, buffers[i]));
     }
-    Seen seen;
-    seen.status = stream.run(actions);
+    Seen seen = {stream.run(actions)};
     for (std::size_t i = 0; i < buffers.size(); ++i)
-        if (reads[i]) show(seen, buffers[i]);
+        if (reads[i]) seen.words.insert(seen.words.end(), buffers[i].begin(), buffers[i].end());
     return seen;
 }
 
 Seen mgcmd(const test::Stream& stream, FuzzedDataProvider& input) {
     Words words(input.ConsumeIntegralInRange<std::uint16_t>(0, 508), kSentinel);
-    Seen seen;
-    seen.status = spifns_stream_mgcmd_cmd(stream.id(), words.data(),
-                                          static_cast<std::uint16_t>(words.size()), 1);
-    show(seen, words);
-    return seen;
+    const int status = spifns_stream_mgcmd_cmd(stream.id(), words.data(),
+                                               static_cast<std::uint16_t>(words.size()), 1);
+    return {status, {words.begin(), words.end()}};
 }
 
 Seen setting(const test::Stream& stream, FuzzedDataProvider& input, const char* name,
@@ -111,7 +104,7 @@ Seen call(const test::Stream& stream, FuzzedDataProvider& input) {
     switch (input.ConsumeIntegralInRange(0, 11)) {
         case 0:
             stream.set("SPIPORT", "100");
-            return {0, false, {std::stoi(stream.get("QUILLVERSION"), nullptr, 16)}};
+            return {{}, {std::stoi(stream.get("QUILLVERSION"), nullptr, 16)}};
         case 1:
             return setting(stream, input, "SPI_DELAY", 0xFFFF);
         case 2:
@@ -121,19 +114,19 @@ Seen call(const test::Stream& stream, FuzzedDataProvider& input) {
         case 4:
             return {stream.set("QUILLMODE", "JTAG")};
         case 5:
-            return {0, false, {std::stoi(stream.get("SPI_DELAY"))}};
+            return {{}, {std::stoi(stream.get("SPI_DELAY"))}};
         case 6:
             return {spifns_stream_mgcmd_init(stream.id(), 1, 2)};
         case 7:
             return mgcmd(stream, input);
         case 8:
-            return {0, false, {spifns_stream_marigold_xap_stopped(stream.id())}};
+            return {{}, {spifns_stream_marigold_xap_stopped(stream.id())}};
         case 9:
             stream.ask("!DFU");
-            return {0, false};
+            return {};
         case 10:
             stream.ask("!SPISLOWER");
-            return {0, false, {}, ": Unable to slow down SPI"};
+            return {{}, {}, ": Unable to slow down SPI"};
         default:
             return accesses(stream, input);
     }
@@ -146,7 +139,7 @@ void check(const Seen& seen, const std::vector<Exchange>& exchanges) {
     const Exchange& last = exchanges.back();
     if (last.failure.code != 0 && last.code() == 0x0300) told.failure.text += seen.appended;
     require(test::lastFailure() == told.failure, "the error is the exchange's");
-    require(!seen.hasStatus || seen.status == (told.failure.code == 0 ? 0 : 1),
+    require(!seen.status || seen.status == (told.failure.code == 0 ? 0 : 1),
             "the status tells of the error");
     require(seen.words.empty() || told.agreesWith(seen.words, kSentinel),
             "the host has the words of the reply");
