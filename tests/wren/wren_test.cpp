@@ -83,6 +83,10 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
     makeFile("bad", "read 0 1\nwrite 0xffff 1 2\n");
     expect({
         {"first_host", "clock 1066.098081 kHz\nthe words came back\n"},
+        {"wren --port 200 info",
+         "adapter         quill200\nid              200\nport            1\nfirmware        1.8\n"
+         "delay           4\nclock           1066.098081 kHz\nmax clock       1070 kHz\n"
+         "mux device      0\nread bits       0x0\nwrite bits      0x0\nXAP             running\n"},
         {"wren set spi_delay=300 SPIMUL=2", "SPI_DELAY=300\nSPIMUL=2\n"},
         {"wren get spi_delay --json",
          R"({"command":"get","exit":0,"result":{"variables":{"SPI_DELAY":"300"}}})"
@@ -120,6 +124,7 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
          "\n[2] wren: error: no command; 'wren --help' lists them\n"},
         {"wren xap --capture file",
          "[2] wren: error: --capture requires --simulate; --help tells what there is\n"},
+        {"wren read 5", "[2] wren: error: give ADDR and COUNT, or --region START:COUNT\n"},
         {"wren read 0 1 --region 0:1",
          "[2] wren: error: give ADDR and COUNT, or --region, not both\n"},
         {"wren --port 1x xap",
