@@ -2,6 +2,7 @@
 // hands over what the backend's files call, not what the system's own libraries do.
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -26,7 +27,7 @@ bool strikes(std::string_view call, int code) {
     // Who waits for a completion receives it, but what is wrong with it is the outcome.
     std::optional<PrimitiveScope> outcome;
     if (call == "recvmsg") outcome.emplace(Call::deviceOutcome);
-    for (const std::string_view repeated : {"flock", "pwrite", "recvmsg", "sendmsg"})
+    for (const std::string_view repeated : {"flock", "poll", "pwrite", "recvmsg", "sendmsg"})
         if (call == repeated && systemCallFails(FaultPlan::Among::interruptions, EINTR))
             code = EINTR;
     if (code != EINTR && !systemCallFails(FaultPlan::Among::systemCalls, code)) return false;
@@ -61,6 +62,8 @@ DECORATE(mmap, void*, (void* at, std::size_t size, int access, int flags, int fi
 DECORATE(open, int, (const char* path, int flags, mode_t mode), (path, flags, mode), EMFILE, -1)
 DECORATE(openat, int, (int folder, const char* path, int flags, mode_t mode),
          (folder, path, flags, mode), ENFILE, -1)
+DECORATE(poll, int, (pollfd * files, nfds_t count, int timeout), (files, count, timeout), ENOMEM,
+         -1)
 DECORATE(pthread_key_create, int, (pthread_key_t * key, void (*end)(void*)), (key, end), EAGAIN,
          EAGAIN)
 DECORATE(pthread_setspecific, int, (pthread_key_t key, const void* value), (key, value), ENOBUFS,

@@ -76,7 +76,11 @@ class SystemCalls : public testing::Test {
         return mutex.wait(0) == WaitResult::acquired && mutex.release() &&
                mutex.wait(kInfinite) == WaitResult::acquired && mutex.release();
     }
-    bool exchangeFarAway() {
+    bool exchangeFarAway() { return exchange(true); }
+    bool waitInVain() { return exchange(false); }
+
+   private:
+    bool exchange(bool isAnswered) {
         const FaultWindow window;
         Device device;
         std::array<char, 4> reply{};
@@ -85,11 +89,12 @@ class SystemCalls : public testing::Test {
         if (device.start(0x220000, "request", 7, reply.data(), reply.size()) !=
             RequestStart::pending)
             return false;
+        if (!isAnswered)
+            return device.wait(40) == WaitResult::timedOut && lastError() == ErrorCode{EINPROGRESS};
         EXPECT_EQ(::send(connection.get(), "\0\0\0\0word", 8, MSG_NOSIGNAL), 8);
         return device.wait(kInfinite) == WaitResult::acquired && device.outcome();
     }
 
-   private:
     static bool useBlock(const std::string& name) {
         const FaultWindow window;
         bool existed = false;
@@ -109,9 +114,9 @@ class SystemCalls : public testing::Test {
 
 TEST_F(SystemCalls, ThatFailLeaveNothingBehindAndThoseInterruptedAreRepeated) {
     using Operation = bool (SystemCalls::*)();
-    const Operation operations[] = {&SystemCalls::makeBlock, &SystemCalls::joinBlock,
-                                    &SystemCalls::takeBlockOver, &SystemCalls::useMutex,
-                                    &SystemCalls::exchangeFarAway};
+    const Operation operations[] = {&SystemCalls::makeBlock,       &SystemCalls::joinBlock,
+                                    &SystemCalls::takeBlockOver,   &SystemCalls::useMutex,
+                                    &SystemCalls::exchangeFarAway, &SystemCalls::waitInVain};
     const struct {
         bool shortCuts;
         FaultPlan::Among among;
