@@ -133,12 +133,15 @@ TEST(Processes, OfAllUsersWhoMayShareAnAdapter) {
     const struct {
         const char* access;
         mode_t objects;
+        mode_t cache;  // of the delay, when the outsider comes
         const char* ofOutsider;
         const char* delay;  // in the end
     } cases[] = {
-        {"0770", 02770,
+        {"0770", 02770, 0660,
          "Couldn't find device with id (0)/Cannot Set Delays with no device selected", "7"},
-        {"0777", 01777, "/", "5"},  // a folder as for temporary files, which kernels guard more
+        // A folder as for temporary files, which kernels guard more.
+        {"0777", 01777, 0666, "/", "5"},
+        {"0777", 01777, 0600, "/Error allocating shared memory for delays", "7"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.access);
@@ -153,6 +156,7 @@ TEST(Processes, OfAllUsersWhoMayShareAnAdapter) {
         EXPECT_EQ(settingsOf(first), "/");
         ChildProcess second("visit", {"60002", member, "7"});
         EXPECT_EQ(settingsOf(second), "/");
+        ASSERT_EQ(::chmod((folder / "objects/kvs_shm_quilldelays100").c_str(), c.cache), 0);
         ChildProcess outsider("visit", {"60003", "60003", "5"});
         EXPECT_EQ(settingsOf(outsider), c.ofOutsider);
         first.go();
