@@ -127,6 +127,9 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
         {"wren read 5", "[2] wren: error: give ADDR and COUNT, or --region START:COUNT\n"},
         {"wren read 0 1 --region 0:1",
          "[2] wren: error: give ADDR and COUNT, or --region, not both\n"},
+        {"wren --port 999 xap",
+         "[3] wren: error 514: Couldn't find device with id (999); there are 0: USB SPI (100), "
+         "1: USB SPI (200)\n"},
         {"wren --port 1x xap",
          "[3] wren: error: no adapter '1x'; there are 0: USB SPI (100), 1: USB SPI (200)\n"},
         {"quillsim fault 0 close code=0x0400", ""},
