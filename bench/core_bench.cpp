@@ -9,6 +9,7 @@
 #include "bench/bare_file_posix.h"
 #include "bench/stream.h"
 #include "platform/named_mutex.h"
+#include "platform/os.h"
 #include "quill/driver_exchange.h"
 
 namespace wrenlink::bench {
@@ -127,8 +128,12 @@ BENCHMARK(cachedDelay)->Name("cached_delay/calls")->Iterations(1'000);
 BENCHMARK(cachedDelay)->Name("cached_delay/calls")->Iterations(100'000);
 
 void mappedWord(benchmark::State& state) {
-    const volatile std::uint16_t word = 7;
-    for (auto _ : state) benchmark::DoNotOptimize(static_cast<std::uint16_t>(word));
+    constexpr std::size_t kSize = sizeof(std::uint16_t);
+    bool existed = false;
+    os::FileMapping mapping = os::FileMapping::open("bench word", kSize, existed);
+    auto* const word = static_cast<const volatile std::uint16_t*>(mapping.map(kSize));
+    if (word == nullptr) return state.SkipWithError("cannot map");
+    for (auto _ : state) benchmark::DoNotOptimize(static_cast<std::uint16_t>(*word));
 }
 BENCHMARK(mappedWord)->Name("cached_delay/word");
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <random>
 
 #include "bench/instant_device.h"
@@ -14,21 +15,39 @@ namespace {
 
 constexpr unsigned kSequences = 100'000;
 
-// The least traffic for accesses in this order: each exchange takes as many pieces as fit it.
+// What settings of the command bits are called, and whether they are for reads, for writes, or
+// both.
+constexpr struct {
+    const char* name;
+    bool isFor[2];
+} kSettings[] = {{"SPICMDREADBITS", {true, false}},
+                 {"SPICMDWRITEBITS", {false, true}},
+                 {"SPICMDBITS", {true, true}}};
+constexpr const char* kBits[] = {"0", "1", "2"};
+
+// The least traffic for sequences in this order: each exchange takes as many pieces as fit it, and
+// an access is preceded by its command bits only when the adapter has others.
 class LeastTraffic {
    public:
+    void set(unsigned setting, unsigned bits) {
+        for (const unsigned way : {0, 1})
+            if (kSettings[setting].isFor[way]) wanted_[way] = bits;
+    }
     void access(const SpiAction& action) {
         const bool isRead = action.type == SpiAction::Read;
+        const unsigned way = isRead ? 0 : 1;
+        if (wanted_[way] != adapters_[way]) piece(6, 0);
+        adapters_[way] = wanted_[way];
         const unsigned longest = isRead ? 505 : 504;
         for (unsigned left = action.u.memory.length; left > 0; left -= std::min(left, longest)) {
             const unsigned words = std::min(left, longest);
             piece(isRead ? 6 : 6 + 2 * words, isRead ? 6 + 2 * words : 0);
         }
     }
-    Traffic end() {
+    void endSequence() {
         if (request_ > kHeader) send();
-        return total_;
     }
+    const Traffic& total() const { return total_; }
 
    private:
     static constexpr unsigned kHeader = 1;
@@ -52,18 +71,33 @@ class LeastTraffic {
 
     unsigned request_ = kHeader;
     unsigned reply_ = 0;
+    unsigned wanted_[2] = {0, 0};
+    unsigned adapters_[2] = {0, 0};
     Traffic total_;
 };
 
-// Mostly short accesses, some of several exchanges.
-SpiAction randomAccess(std::mt19937& random, Words& words) {
-    const auto below = [&random](unsigned limit) {
-        return static_cast<unsigned>(random() % limit);
-    };
+unsigned below(std::mt19937& random, unsigned limit) {
+    return static_cast<unsigned>(random() % limit);
+}
+
+// Mostly short accesses, some of several exchanges, and settings between them.
+SpiAction randomAction(std::mt19937& random, Words& words, LeastTraffic& least) {
+    if (below(random, 8) == 0) {
+        const unsigned setting = below(random, std::size(kSettings));
+        const unsigned bits = below(random, std::size(kBits));
+        least.set(setting, bits);
+        SpiAction action{};
+        action.type = SpiAction::SetVar;
+        action.u.variable = {kSettings[setting].name, kBits[bits], nullptr};
+        return action;
+    }
     const unsigned limits[] = {4, 60, 600, 2000};
-    const auto type = below(2) == 0 ? SpiAction::Read : SpiAction::Write;
-    const unsigned address = below(0x10000);
-    return access(type, address, below(limits[below(4)]), words.data());
+    const auto type = below(random, 2) == 0 ? SpiAction::Read : SpiAction::Write;
+    const unsigned address = below(random, 0x10000);
+    const unsigned count = below(random, limits[below(random, std::size(limits))]);
+    const SpiAction action = access(type, address, count, words.data());
+    least.access(action);
+    return action;
 }
 
 Traffic sentSince(const Traffic& before) {
@@ -78,23 +112,18 @@ void print(const char* what, std::uint64_t sent, std::uint64_t least) {
 // 100,000 random sequences, against the least.
 void compareTraffic(const Stream& stream, Words& words) {
     std::mt19937 random(20261123);
-    Traffic least;
+    LeastTraffic least;
     const Traffic start = traffic();
     for (unsigned i = 0; i < kSequences; ++i) {
         Actions actions;
-        LeastTraffic sequence;
-        for (auto left = random() % 40; left > 0; --left) {
-            actions.push_back(randomAccess(random, words));
-            sequence.access(actions.back());
-        }
-        const Traffic traffic = sequence.end();
-        least.requests += traffic.requests;
-        least.bytes += traffic.bytes;
+        for (auto left = random() % 40; left > 0; --left)
+            actions.push_back(randomAction(random, words, least));
+        least.endSequence();
         stream.run(actions);
     }
     const Traffic sent = sentSince(start);
-    print("requests", sent.requests, least.requests);
-    print("bytes", sent.bytes, least.bytes);
+    print("requests", sent.requests, least.total().requests);
+    print("bytes", sent.bytes, least.total().bytes);
 }
 
 // Settings that the adapter has, which should take no request.
@@ -111,7 +140,7 @@ void repeatSettings(const Stream& stream) {
 void run() {
     const Stream stream;
     Words words(2000);
-    // From here on the adapter has its command bits.
+    // From here on the adapter has its command bits, 0.
     SpiAction first[] = {access(SpiAction::Read, 0, 1, words.data()),
                          access(SpiAction::Write, 0, 1, words.data())};
     stream.run(first);
