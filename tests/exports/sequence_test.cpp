@@ -144,7 +144,9 @@ TEST_F(Sequence, SendsCommandBitsOnlyWhenTheAdapterHasOthers) {
         {"w2:504", "W=0 | w2:504"},
         {"QUILLMODE=SPI r5:0", "0500 0000 00 0900 0000 | R=0"},
         {"QUILLMODE=SPI r5:505", "0500 0000 00 0900 0000 | R=0 r5:505"},
-        {"r5:1 w6:1 r7:1 w8:1", "r5:1 W=0 w6:1 r7:1 w8:1"},
+        {"QUILLMODE=SPI r5:1 w6:1 r7:1 w8:1 QUILLMODE=SPI r5:1 w6:1",
+         "0500 0000 00 0900 0000 | R=0 r5:1 W=0 w6:1 r7:1 w8:1 | 0500 0000 00 0900 0000 | "
+         "R=0 r5:1 W=0 w6:1"},
         {"r5:1 SPICMDREADBITS=010 r6:1 r7:1", "r5:1 R=8 r6:1 r7:1"},
         {"SPICMDBITS=0x40", ""},
     };
