@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/c_numbers.h"
+#include "tests/support/test_runtime.h"
 
 namespace wrenlink {
 namespace {
@@ -58,13 +59,17 @@ Reading readByTheCLibrary(const char* text) {
 TEST(NumberText, ReadsNumbersAsTheCLibraryDoesButTheSameInEveryLocale) {
     std::vector<Reading> expected;
     for (const std::string& text : kTexts) expected.push_back(readByTheCLibrary(text.c_str()));
-    for (const char* locale : {"C", "C.UTF-8", "de_DE.UTF-8", "fr_FR.UTF-8", "tr_TR.UTF-8"}) {
-        if (std::setlocale(LC_ALL, locale) == nullptr) continue;  // not on this machine
+    test::setEnvironment("LOCPATH", LOCALES);
+    bool comma = false;
+    for (const char* locale : {"C", "C.UTF-8", "tr_TR", "German"}) {
+        if (std::setlocale(LC_ALL, locale) == nullptr) continue;  // the other system's
+        comma = comma || *std::localeconv()->decimal_point == ',';
         SCOPED_TRACE(locale);
         for (std::size_t i = 0; i < std::size(kTexts); ++i)
             EXPECT_EQ(read(kTexts[i].c_str()), expected[i]) << kTexts[i];
         EXPECT_TRUE(equalsIgnoringCase("SPICLOCK", "spiclock"));
     }
+    EXPECT_TRUE(comma) << "one of them writes numbers otherwise";
     std::setlocale(LC_ALL, "C");
 }
 
