@@ -146,7 +146,7 @@ TEST(Tracing, FunctionsOpenTheirScopes) {
 
 TEST(Tracing, AsksForTheInstanceBeforeEachHandler) {
     callEverything();
-    const std::vector<Message> all = messages();
+    const std::vector<Message>& all = messages();
     Lines flagged;
     for (std::size_t i = 1; i < all.size(); ++i) {
         if (all[i].kind != MessageKind::getHandler) continue;

@@ -42,7 +42,7 @@ class Bench {
     Answer exchange(const std::vector<std::uint8_t>& frame, std::uint32_t capacity = 1020,
                     std::uint32_t controlCode = kControlCode) {
         // Has no room beyond the frame's end, so that a read there is found.
-        const std::vector<std::uint8_t> copy = frame;
+        const std::vector<std::uint8_t> copy(frame.begin(), frame.end());
         return adapter->handle({controlCode, capacity, copy}, reply);
     }
 
