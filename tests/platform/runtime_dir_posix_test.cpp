@@ -9,10 +9,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <barrier>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 #include "platform/os.h"
 #include "platform/shared_memory.h"
@@ -161,6 +164,21 @@ TEST_F(RuntimeDir, AdaptersAreTheSocketsInByteOrder) {
                                           prefix + "\xC3\xBC"};
     EXPECT_EQ(presentAdapters(32), all);
     EXPECT_THAT(presentAdapters(2), testing::ElementsAre(all[0], all[1]));
+}
+
+// Whoever comes second opens what the first one has just made.
+TEST_F(RuntimeDir, ManyMayMakeOneObjectAtOnce) {
+    constexpr int kObjects = 500;
+    std::barrier together(2);
+    const auto make = [&together] {
+        for (int i = 0; i < kObjects; ++i) {
+            together.arrive_and_wait();
+            EXPECT_TRUE(KernelMutex(std::to_string(i)).valid()) << std::strerror(errno);
+        }
+    };
+    std::thread other(make);
+    make();
+    other.join();
 }
 
 TEST_F(RuntimeDir, MayItselfBeReachedByALink) {
