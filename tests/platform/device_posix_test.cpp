@@ -1,7 +1,6 @@
 // What the simulator does not do: servers that end in between, refuse with long codes, or are slow
 // to accept; and hosts that get signals.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -9,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 
 #include "platform/descriptor_posix.h"
 #include "platform/os.h"
@@ -75,23 +75,19 @@ TEST_F(DeviceTest, RefusalCarriesItsWholeCode) {
 
 // Signals that come all the time neither end a wait early nor let it go on for ever.
 TEST_F(DeviceTest, SignalsDoNotChangeTheTimeLimit) {
-    using std::chrono::milliseconds;
     const Server server(path_);
     ASSERT_TRUE(device_.open(path_.c_str()));
     EXPECT_EQ(start(), RequestStart::pending);
-    struct sigaction former {};
-    struct sigaction handling {};
-    handling.sa_handler = [](int) {};
-    ::sigaction(SIGALRM, &handling, &former);
+    std::signal(SIGALRM, [](int) {});
     const itimerval everyFiveMilliseconds{{0, 5000}, {0, 5000}};
     ::setitimer(ITIMER_REAL, &everyFiveMilliseconds, nullptr);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(device_.wait(100), WaitResult::timedOut);
     EXPECT_EQ(lastError(), static_cast<ErrorCode>(EINPROGRESS));
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(100));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
     const itimerval never{};
     ::setitimer(ITIMER_REAL, &never, nullptr);
-    ::sigaction(SIGALRM, &former, nullptr);
+    std::signal(SIGALRM, SIG_DFL);
 }
 
 TEST_F(DeviceTest, OpenFailsAtOnceWithoutAServerThatListens) {

@@ -24,16 +24,12 @@ class NamedMutexTest : public testing::Test {
 };
 
 TEST(MutexKernelName, ReplacesFiveCharacters) {
-    const struct {
-        const char* name;
-        const char* kernelName;
-    } cases[] = {
-        {"quilldelays100", "kvs_mutex_quilldelays100"},
-        {"", "kvs_mutex_"},
-        {R"(a.b\c/d"e*f)", "kvs_mutex_a-b-c-d-e-f"},
-        {R"(\\?\usb#vid_1.0:{7a})", "kvs_mutex_--?-usb#vid_1-0:{7a}"},
-    };
-    for (const auto& row : cases) EXPECT_EQ(mutexKernelName(row.name), row.kernelName);
+    for (const auto& [name, kernelName] :
+         {std::pair("quilldelays100", "kvs_mutex_quilldelays100"),
+          {"", "kvs_mutex_"},
+          {R"(a.b\c/d"e*f)", "kvs_mutex_a-b-c-d-e-f"},
+          {R"(\\?\usb#vid_1.0:{7a})", "kvs_mutex_--?-usb#vid_1-0:{7a}"}})
+        EXPECT_EQ(mutexKernelName(name), kernelName);
 }
 
 TEST_F(NamedMutexTest, CountsNestedLocks) {

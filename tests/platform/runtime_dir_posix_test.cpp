@@ -168,10 +168,9 @@ TEST_F(RuntimeDir, AdaptersAreTheSocketsInByteOrder) {
 
 // Whoever comes second opens what the first one has just made.
 TEST_F(RuntimeDir, ManyMayMakeOneObjectAtOnce) {
-    constexpr int kObjects = 500;
     std::barrier together(2);
     const auto make = [&together] {
-        for (int i = 0; i < kObjects; ++i) {
+        for (int i = 0; i < 500; ++i) {
             together.arrive_and_wait();
             EXPECT_TRUE(KernelMutex(std::to_string(i)).valid()) << std::strerror(errno);
         }
