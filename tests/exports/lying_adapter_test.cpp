@@ -77,7 +77,7 @@ struct Step {
     const char* appended = "";  // to the failure of its last exchange
 };
 
-// 21 exchanges, with the one that opening the first stream makes.
+// 19 exchanges, with the one that opening the first stream makes.
 const Step kSteps[] = {
     {"select", select, 0},
     {"set delay", ask("SPI_DELAY=9"), 1},
