@@ -9,7 +9,7 @@
 #include <random>
 #include <thread>
 
-#include "quill/adapter_caches.h"
+#include "quill/adapter_settings.h"
 #include "tests/exports/host.h"
 #include "tests/support/child_process.h"
 #include "tests/support/scale.h"

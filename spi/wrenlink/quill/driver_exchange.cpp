@@ -3,6 +3,7 @@
 #include "diag/result_sentry.h"
 #include "platform/named_mutex.h"
 #include "platform/os.h"
+#include "quill/adapter_settings.h"
 #include "quill/frame.h"
 #include "quill/last_error.h"
 
@@ -51,21 +52,27 @@ void storeFailure(const Failure& failure, os::ErrorCode nativeError) {
 
 }  // namespace
 
-bool Quill_Command(std::uint8_t* request, std::uint8_t* replyBase, const char* devicePath) {
+bool Quill_Command(std::uint8_t* request, std::uint8_t* replyBase, const char* devicePath,
+                   AdapterSettings* settings) {
     bool result = false;
     const ResultTrace<bool> trace(result);
     request[kReservedOffset] = 0;
 
     // A mutex that cannot be had does not keep the adapter from working for one user.
     NamedMutex mutex(devicePath);
-    mutex.lock(os::kInfinite);
-    os::Device device;  // closed before the mutex is released
+    const NamedMutexGuard turn(mutex);
+    SettingsExchange touched(settings, request);
+    os::Device device;  // closed before the turn ends
     markProfile(5);
     const Failure* failure = exchange(device, request, replyBase, devicePath);
     const os::ErrorCode nativeError = os::lastError();
     markProfile(0);
-    if (failure != nullptr) storeFailure(*failure, nativeError);
-    return result = failure == nullptr;
+    if (failure != nullptr) {
+        storeFailure(*failure, nativeError);
+        return result;
+    }
+    touched.succeeded(replyBase);
+    return result = true;
 }
 
 }  // namespace wrenlink

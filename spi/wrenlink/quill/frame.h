@@ -46,6 +46,11 @@ enum CommandCode : std::uint16_t {
     kMgcmdFailed = 0x4101,  // reply status only
 };
 
+// The entries of a batch command: a code and two fields, for a write n words, and a gap before the
+// next entry.
+inline constexpr std::uint32_t kEntryHeader = 6;
+inline constexpr std::uint32_t kEntryGap = 2;
+
 inline void putBig16(std::uint8_t* bytes, std::uint16_t value) {
     bytes[0] = static_cast<std::uint8_t>(value >> 8);
     bytes[1] = static_cast<std::uint8_t>(value);
@@ -62,6 +67,11 @@ inline void putLittle16(std::uint8_t* bytes, std::uint16_t value) {
 
 inline std::uint16_t little16(const std::uint8_t* bytes) {
     return static_cast<std::uint16_t>(bytes[1] << 8 | bytes[0]);
+}
+
+inline const std::uint8_t* nextEntry(const std::uint8_t* entry) {
+    const std::size_t words = big16(entry) == kWriteWords ? big16(entry + 4) : 0;
+    return entry + kEntryHeader + 2 * words + kEntryGap;
 }
 
 // The buffer of a single command, which also receives its reply.

@@ -1,7 +1,7 @@
 #include "quill/interface_mode.h"
 
 #include "diag/result_sentry.h"
-#include "quill/adapter_caches.h"
+#include "quill/adapter_settings.h"
 #include "quill/frame.h"
 #include "quill/last_error.h"
 #include "quill/number_text.h"
@@ -16,15 +16,13 @@ int Quill_Stream_SetMode(QuillStream* stream, const char* mode) {
     CommandFrame frame;
     frame.setField(0, equalsIgnoringCase(mode, "JTAG") ? 1 : 0);
 
-    auto* delays = cacheIn<DelayCache>(stream->delayRegion);
-    if (delays == nullptr)
+    AdapterSettings* const settings = stream->settings.get();
+    if (settings == nullptr || !settings->look(AdapterSettings::delay))
         return result = Quill_SetLastError(260, 0, "Error allocating shared memory for delays");
-    storeField(delays->delay, kUnknown);
-    auto* cmdBits = cacheIn<CmdBitsCache>(stream->cmdBitsRegion);
-    if (cmdBits == nullptr)
+    if (!settings->look(AdapterSettings::readBits)) {
+        settings->forget();
         return result = Quill_SetLastError(260, 0, "Error allocating shared memory for cmdbits");
-    storeField(cmdBits->both, kBothUnknown);
-
+    }
     if (!Quill_Stream_Command(stream, frame.bytes(), kSetInterfaceMode, 5, 0))
         return result = Quill_AppendToLastError(nullptr);
     return result;

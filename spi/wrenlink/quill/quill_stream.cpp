@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "diag/result_sentry.h"
-#include "quill/adapter_caches.h"
 #include "quill/adapter_layer.h"
 #include "quill/adapter_list.h"
 #include "quill/debug_full.h"
@@ -20,7 +19,6 @@ namespace {
 
 // Holds "USB-SPI device fail - " and the longest error text.
 constexpr std::size_t kDebugTextSize = 1152;
-constexpr std::size_t kRegionNameSize = 1024;
 
 constexpr char kVersionFormat[] = "Quill fw version: %u (0x%X)\n";
 
@@ -45,17 +43,6 @@ const AdapterEntry* selectedAdapter(const char* selection, std::uint32_t& port) 
     return findAdapter(found->second);
 }
 
-// Opens an adapter's region and maps it at once: from then on every process finds what the first
-// one of them put there.
-template <class Cache>
-std::unique_ptr<SharedMemory> openRegion(std::uint32_t adapterId) {
-    char name[kRegionNameSize];
-    std::snprintf(name, sizeof name, Cache::kRegionName, static_cast<unsigned long>(adapterId));
-    auto region = std::make_unique<SharedMemory>(name, sizeof(Cache), kUnknownByte);
-    region->view();
-    return region;
-}
-
 void passToCallback(QuillStream* stream, const char* format, va_list arguments) {
     if (stream->debugCallback == nullptr) return;
     char text[kDebugTextSize];
@@ -77,11 +64,7 @@ QuillStream* Quill_Stream_Initialise() {
 
 void Quill_Stream_Finalise(QuillStream* stream) {
     const Trace trace;
-    if (stream != nullptr) {
-        stream->cmdBitsRegion.reset();
-        stream->delayRegion.reset();
-        delete stream;
-    }
+    delete stream;
     Quill_Finalise();
 }
 
@@ -93,13 +76,11 @@ int Quill_Stream_SelectDevice(QuillStream* stream, const char* selection) {
     if (adapter == nullptr)
         return result = Quill_SetLastError(514, 0, "Couldn't find device with id (%s)", selection);
 
-    // The new regions are opened before the old ones go, so that selecting an adapter again keeps
-    // what its caches hold.
-    auto delayRegion = openRegion<DelayCache>(adapter->id);
-    auto cmdBitsRegion = openRegion<CmdBitsCache>(adapter->id);
+    // The new ones are opened before the old ones go, so that selecting an adapter again keeps what
+    // is known of it.
+    auto settings = std::make_unique<AdapterSettings>(adapter->id);
     stream->port = port;
-    stream->delayRegion = std::move(delayRegion);
-    stream->cmdBitsRegion = std::move(cmdBitsRegion);
+    stream->settings = std::move(settings);
     stream->firmwareVersion = 0;
     stream->firmwareVersion = Quill_Stream_GetVersion(stream);
     return result;
@@ -133,10 +114,20 @@ std::uint16_t Quill_Stream_GetVersion(QuillStream* stream) {
 
 void Quill_Stream_InvalidateCache(QuillStream* stream) {
     const Trace trace;
-    if (auto* delays = cacheIn<DelayCache>(stream->delayRegion))
-        storeField(delays->delay, kUnknown);
-    if (auto* cmdBits = cacheIn<CmdBitsCache>(stream->cmdBitsRegion))
-        storeField(cmdBits->both, kBothUnknown);
+    if (stream->settings != nullptr) stream->settings->forget();
+}
+
+bool Quill_Stream_GetCmdBitsCache(QuillStream* stream, std::uint16_t* bits, bool forWrites) {
+    const Trace trace;
+    std::optional<std::uint16_t> known;
+    if (bits != nullptr && stream->settings != nullptr)
+        known = stream->settings->look(forWrites ? AdapterSettings::writeBits
+                                                 : AdapterSettings::readBits);
+    if (isDebugFullNoticed())
+        Quill_Stream_Debug_Full(
+            stream, known ? "There is a cached cmdbits" : "There is not a cached cmdbits");
+    if (known) *bits = *known;
+    return known.has_value();
 }
 
 void Quill_Stream_SetDebugCallback(QuillStream* stream, spifns_debug_callback callback,

@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "diag/result_sentry.h"
-#include "platform/shared_memory.h"
+#include "quill/adapter_settings.h"
 #include "quill/debug_full.h"
 #include "wrenlink/spifns.h"
 
@@ -20,9 +20,7 @@ struct QuillStream {
     std::uint32_t port = kNoPort;       // of the selected adapter
     std::uint16_t firmwareVersion = 0;  // high byte major, low byte minor; read at selection
     std::uint32_t muxDevice = 0;        // SPIMUL, 0 to 16
-    // The caches that all processes share for the selected adapter; null until one is selected.
-    std::unique_ptr<SharedMemory> delayRegion;
-    std::unique_ptr<SharedMemory> cmdBitsRegion;
+    std::unique_ptr<AdapterSettings> settings;  // of the selected adapter; null without one
     std::uint16_t cmdReadBits = 0;
     std::uint16_t cmdWriteBits = 0;
     spifns_debug_callback debugCallback = nullptr;
@@ -74,6 +72,11 @@ inline std::uint8_t Quill_Stream_MinorVer(QuillStream* stream) {
 
 // Marks the adapter's shared delay and command bits unknown.
 void Quill_Stream_InvalidateCache(QuillStream* stream);
+
+// Copies the command bits that the adapter was last given, for writes or for reads, to *bits; they
+// may be 0xFFFF, unknown. False when nobody can tell: no adapter selected, region unavailable, null
+// pointer.
+bool Quill_Stream_GetCmdBitsCache(QuillStream* stream, std::uint16_t* bits, bool forWrites);
 
 void Quill_Stream_SetDebugCallback(QuillStream* stream, spifns_debug_callback callback,
                                    void* context);

@@ -1,9 +1,10 @@
 #include "quill/spi_clock.h"
 
 #include <limits>
+#include <optional>
 
 #include "diag/result_sentry.h"
-#include "quill/adapter_caches.h"
+#include "quill/adapter_settings.h"
 #include "quill/frame.h"
 #include "quill/last_error.h"
 #include "quill/number_text.h"
@@ -18,15 +19,15 @@ constexpr double kFastestClock = 4000.0;
 constexpr double kFastestRequest = 2000.0;
 constexpr std::uint16_t kSlowestDelay = 65534;
 
-// The stream's DelayCache; null with the reason stored.
-DelayCache* delayCache(QuillStream* stream) {
-    if (stream->delayRegion == nullptr) {
+// The delay as all know it, perhaps kUnknown; nothing, with the reason stored, without a cache.
+std::optional<std::uint16_t> knownDelay(QuillStream* stream) {
+    if (stream->settings == nullptr) {
         Quill_SetLastError(258, 0, "Cannot Set Delays with no device selected");
-        return nullptr;
+        return std::nullopt;
     }
-    auto* cache = cacheIn<DelayCache>(stream->delayRegion);
-    if (cache == nullptr) Quill_SetLastError(260, 0, "Error allocating shared memory for delays");
-    return cache;
+    const auto delay = stream->settings->look(AdapterSettings::delay);
+    if (!delay) Quill_SetLastError(260, 0, "Error allocating shared memory for delays");
+    return delay;
 }
 
 }  // namespace
@@ -59,27 +60,23 @@ int setClock(QuillStream* stream, double clock) {
 
 int Quill_Stream_SetDelays(QuillStream* stream, std::uint16_t delay) {
     const Trace trace;
-    DelayCache* cache = delayCache(stream);
-    if (cache == nullptr) return 1;
-    if (loadField(cache->delay) == delay) return 0;
+    const auto known = knownDelay(stream);
+    if (!known) return 1;
+    if (*known == delay) return 0;
     if (delay >= kTooSlowDelay)
         Quill_Stream_Debug(stream, "WARNING: instructed to set Quill clock too slow. honouring.");
     CommandFrame frame;
     frame.setField(0, delay);
-    // A host that dies before it has recorded the delay leaves nothing behind that is not so.
-    storeField(cache->delay, kUnknown);
     const bool sent = Quill_Stream_Command(stream, frame.bytes(), kSetDelay, 5, 0);
     Quill_Stream_Debug(stream, "Quill Set Delays %d", delay);
-    if (!sent) return Quill_AppendToLastError("Unable to set delays");
-    storeField(cache->delay, delay);
-    return 0;
+    return sent ? 0 : Quill_AppendToLastError("Unable to set delays");
 }
 
 int Quill_Stream_GetDelays(QuillStream* stream, std::uint16_t* delay) {
     const Trace trace;
-    DelayCache* cache = delayCache(stream);
-    if (cache == nullptr) return 1;
-    std::uint16_t found = loadField(cache->delay);
+    const auto known = knownDelay(stream);
+    if (!known) return 1;
+    std::uint16_t found = *known;
     if (found != kUnknown) {
         Quill_Stream_Debug_Full(stream, "Quill Get Delays = %d (cached)", found);
     } else {
@@ -89,7 +86,6 @@ int Quill_Stream_GetDelays(QuillStream* stream, std::uint16_t* delay) {
             return Quill_AppendToLastError("Unable to get delays");
         }
         found = frame.replyField(0);
-        storeField(cache->delay, found);
         Quill_Stream_Debug_Full(stream, "Quill Get Delays = %d", found);
     }
     if (delay != nullptr) *delay = found;

@@ -1,6 +1,6 @@
 // The SPI delay and the clock that it makes. A delay has 16 bits; 0 is the fastest and every step
-// slows the clock. Clocks are in kHz. The delay that an adapter has is kept in its DelayCache,
-// shared by all processes, where 0xFFFF means unknown.
+// slows the clock. Clocks are in kHz. The delay that an adapter has is one of its AdapterSettings,
+// which all processes share.
 #ifndef WRENLINK_QUILL_SPI_CLOCK_H
 #define WRENLINK_QUILL_SPI_CLOCK_H
 

@@ -19,26 +19,10 @@ const char* lastErrorText() {
     return text;
 }
 
-// Makes every stream forget what the adapter holds unless the command succeeds, however it ends:
-// there may be no memory for its error, and a host's callback may throw.
-class CacheGuard {
-   public:
-    CacheGuard(QuillStream* stream, const bool& succeeded)
-        : stream_(stream), succeeded_(succeeded) {}
-    CacheGuard(const CacheGuard&) = delete;
-    CacheGuard& operator=(const CacheGuard&) = delete;
-    ~CacheGuard() {
-        if (!succeeded_) Quill_Stream_InvalidateCache(stream_);
-    }
-
-   private:
-    QuillStream* const stream_;
-    const bool& succeeded_;
-};
-
 bool exchangeWithPort(QuillStream* stream, std::uint8_t* request, std::uint8_t* replyBase) {
     const AdapterEntry* adapter = findAdapter(stream->port);
-    return adapter != nullptr && Quill_Command(request, replyBase, adapter->devicePath.c_str());
+    return adapter != nullptr &&
+           Quill_Command(request, replyBase, adapter->devicePath.c_str(), stream->settings.get());
 }
 
 void writeHeader(std::uint8_t* frame, std::uint32_t code, std::uint32_t requestLength,
@@ -60,9 +44,9 @@ bool Quill_Stream_Command(QuillStream* stream, std::uint8_t* request, std::uint8
         Quill_SetLastError(514, 0, "No Quill device found");
         return result;
     }
-    const CacheGuard guard(stream, result);
     if (exchangeWithPort(stream, request, replyBase)) return result = true;
     Quill_Stream_Debug(stream, "USB-SPI device fail - %s", lastErrorText());
+    Quill_Stream_InvalidateCache(stream);
     return result;
 }
 
@@ -76,11 +60,11 @@ bool Quill_Stream_Command(QuillStream* stream, std::uint8_t* buffer, std::uint32
         return result;
     }
     writeHeader(buffer, code, requestLength, replyLength);
-    const CacheGuard guard(stream, result);
     if (exchangeWithPort(stream, buffer, buffer)) return result = true;
     if (CTheMsgHnd::DebugActivated())
         messageHandler(__func__).DebugOutputInHandler(3, false, false, __func__, __FILE__, __LINE__,
                                                       "Quill Fail - %s", lastErrorText());
+    Quill_Stream_InvalidateCache(stream);
     return result;
 }
 

@@ -9,8 +9,8 @@ namespace wrenlink {
 struct QuillStream;
 
 // Both forms exchange with the adapter that the stream has selected (waiting as Quill_Command does)
-// and mark its shared caches unknown when that fails. False on failure, with the exchange's own
-// last error; where the adapter layer is down, with none.
+// and mark its settings unknown when that fails. False on failure, with the exchange's own last
+// error; where the adapter layer is down, with none.
 
 // Sends a frame that the caller has built; the reply is placed from offset 5 of replyBase on.
 // Without a selected adapter: 514 "No Quill device found". A failed exchange is reported to the

@@ -5,7 +5,6 @@
 #include <cstdio>
 
 #include "diag/result_sentry.h"
-#include "quill/command_bits.h"
 #include "quill/frame.h"
 #include "quill/last_error.h"
 #include "quill/number_text.h"
@@ -17,7 +16,6 @@
 namespace wrenlink {
 namespace {
 
-constexpr std::uint32_t kGap = 2;
 constexpr std::uint32_t kShownWords = 3;
 
 struct EntrySize {
@@ -63,7 +61,7 @@ class BatchFrame {
     bool append(const SpiAction& action) {
         EntrySize size{};
         build(nullptr, action, size);
-        const std::uint32_t gap = isEmpty() ? 0 : kGap;
+        const std::uint32_t gap = isEmpty() ? 0 : kEntryGap;
         if (requestLength_ + gap + size.requestBytes > kBatchBudget ||
             replyLength_ + size.replyBytes > kBatchBudget)
             return false;
@@ -84,14 +82,6 @@ class BatchFrame {
     std::uint32_t replyLength_ = 0;
 };
 
-// Tells the adapter's shared cache of the settings that a sent batch command carried.
-void recordCmdBits(QuillStream* quill, std::span<const SpiAction> batch) {
-    for (const SpiAction& action : batch)
-        if (action.type == SpiAction::SetVar)
-            Quill_Stream_SetCmdBitsCache(quill, parseWord(action.u.variable.value),
-                                         isForWrites(action));
-}
-
 // Delivers a read's words from its part of the reply; false when the part reports a failure.
 bool deliver(const SpiAction& read, const std::uint8_t* part) {
     wordsFromWire(read.u.memory.data, part + kEntryHeader, read.u.memory.length);
@@ -110,8 +100,7 @@ const std::uint8_t* unpack(CUsbStreamData& stream, std::span<const SpiAction> ba
                 static_cast<int>(action.type));
         const bool isRead = action.type == SpiAction::Read;
         PrintStreamDebug(stream, isRead ? reply : command);
-        command += kEntryHeader + kGap;
-        if (action.type == SpiAction::Write) command += 2 * std::size_t{action.u.memory.length};
+        command = nextEntry(command);
         if (!isRead) continue;
         if (!deliver(action, reply)) return reply;
         reply += kEntryHeader + 2 * std::size_t{action.u.memory.length};
@@ -167,7 +156,6 @@ int DoStreamSequence(CUsbStreamData& stream, std::span<const SpiAction> batch,
     std::array<std::uint8_t, kBatchBufferSize + 2 * kShownWords> reply{};
     if (!Quill_Stream_Command(stream.quill(), frame, reply.data()))
         return Quill_AppendToLastError("Unable to send sequence");
-    recordCmdBits(stream.quill(), batch);
 
     const bool isBatch = batch.size() > 1;
     if (isBatch) Quill_Stream_Debug_Full(stream.quill(), "[IN ] Quill Batch Operation");

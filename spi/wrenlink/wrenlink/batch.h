@@ -20,9 +20,9 @@ inline constexpr std::size_t kBatchBufferSize = 1024;
 
 // Sends a list of reads of at most 505 words, writes of at most 504 words and settings of
 // SPICMDREADBITS and SPICMDWRITEBITS in order, in as few batch commands as that permits, and
-// delivers what the reads give. Once a batch command is sent, the adapter's shared cache is told of
-// its settings. Returns 1 at the first failure: "Unable to send sequence" appended to the
-// exchange's error, 517 "Read failed on USB-SPI", or 266 for an action that fits no batch command.
+// delivers what the reads give. Returns 1 at the first failure: "Unable to send sequence" appended
+// to the exchange's error, 517 "Read failed on USB-SPI", or 266 for an action that fits no batch
+// command.
 int StreamSequence(CUsbStreamData& stream, std::span<const SpiAction> list);
 
 // Sends one filled batch command, which holds these actions, and unpacks its reply.

@@ -19,8 +19,6 @@
 
 namespace wrenlink {
 
-inline constexpr std::uint32_t kEntryHeader = 6;
-
 inline void BuildRead(std::uint8_t* position, std::uint16_t address, std::uint16_t count,
                       std::uint32_t& requestBytes, std::uint32_t& replyBytes) {
     const Trace trace;

@@ -11,8 +11,6 @@
 #include <vector>
 
 #include "diag/result_sentry.h"
-#include "quill/adapter_caches.h"
-#include "quill/command_bits.h"
 #include "quill/last_error.h"
 #include "quill/number_text.h"
 #include "quill/stream_variables.h"
@@ -70,8 +68,7 @@ class Submission {
                                                 std::pmr::new_delete_resource()};
     std::pmr::vector<SpiAction> pending_{&memory_};
     std::pmr::forward_list<ValueText> valueTexts_{&memory_};  // entries point at its elements
-    // What the gathered list sets, for reads and for writes: the cache learns of it only once the
-    // list has been sent, and says unknown until then.
+    // What the gathered list sets, for reads and for writes: the adapter has it once it is sent.
     std::optional<std::uint16_t> pendingBits_[2];
 };
 
@@ -143,8 +140,6 @@ void Submission::prependCmdBits(const Access& access) {
     entry.u.variable.value = value.text;
     pending_.push_back(entry);
     pendingBits_[access.forWrites ? 1 : 0] = bits;
-    // A host that dies before it has recorded them leaves nothing behind that is not so.
-    Quill_Stream_SetCmdBitsCache(quill_, kUnknown, access.forWrites);
 }
 
 void Submission::addPieces(const Access& access, const SpiAction& action) {
