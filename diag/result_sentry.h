@@ -27,7 +27,8 @@ inline CMessageHandler& messageHandler(const char* function) {
     return CTheMsgHnd::GetAppropriateHandler(kMessageGroup, function, false);
 }
 
-// Whether anybody would notice a trace scope. A component that does not tell counts as listening.
+// Whether anybody would notice a trace scope or a message. A component without IsListening() always
+// does.
 template <class Component = CTheMsgHnd>
 bool isTraced() {
     if constexpr (requires { Component::IsListening(); })

@@ -22,9 +22,8 @@ std::byte* SharedMemory::firstView() noexcept {
     const LocalLockGuard local(localLock_);
     std::byte* const mapped = view_.load(std::memory_order_relaxed);
     if (mapped != nullptr) return mapped;
-    const bool held = mutex_.lock();
+    const NamedMutexGuard creating(mutex_);
     mapRegion();
-    if (held) mutex_.unlock();
     return view_.load(std::memory_order_relaxed);
 }
 

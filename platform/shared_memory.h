@@ -1,5 +1,5 @@
 // A small block of memory that processes share by its name, mapped when it is first wanted. One
-// object may be used by several threads; its mutex() by one at a time.
+// object may be used by several threads.
 #ifndef WRENLINK_PLATFORM_SHARED_MEMORY_H
 #define WRENLINK_PLATFORM_SHARED_MEMORY_H
 
@@ -32,8 +32,6 @@ class SharedMemory {
     // Whether the last attempt of view() to map the region did not find it made already. Without
     // meaning before the first.
     bool created() const noexcept { return created_.load(std::memory_order_relaxed); }
-    // The mutex under which all processes create this region.
-    NamedMutex& mutex() noexcept { return mutex_; }
 
    private:
     std::byte* firstView() noexcept;

@@ -91,5 +91,16 @@ TEST(DebugText, IsFullWhenTheEnvironmentSaysSo) {
     for (const char* value : {"", "1", "yes", "ON "}) EXPECT_EQ(textsWith(value), routine) << value;
 }
 
+TEST(DebugText, LetsWhatItsReaderThrowsThrough) {
+    const Simulator simulator;
+    const Stream stream("0");
+    const auto callback = [](const char*, void*) { throw std::bad_alloc(); };
+    spifns_stream_set_debug_callback(stream.id(), callback, nullptr);
+    EXPECT_THROW(stream.set("SPIMUL", "1"), std::bad_alloc);
+    EXPECT_EQ(lastFailure(), Failure());
+    spifns_stream_set_debug_callback(stream.id(), nullptr, nullptr);
+    EXPECT_EQ(stream.set("SPIMUL", "1"), 0);
+}
+
 }  // namespace
 }  // namespace wrenlink::test

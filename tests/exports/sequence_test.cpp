@@ -133,6 +133,9 @@ TEST_F(Sequence, RefusesWhatItCannotDo) {
         EXPECT_EQ(simulator_.takeFrames(), frames(c.sentBefore));
     }
     EXPECT_EQ(outcome(spifns_stream_sequence(stream_.id(), nullptr, 1)), invalid);
+    // However many are said to follow: no room is made for them.
+    SpiAction first = cases[0].action;
+    EXPECT_EQ(outcome(spifns_stream_sequence(stream_.id(), &first, 0x7FFFFFFF)), cases[0].failure);
 }
 
 TEST_F(Sequence, SendsCommandBitsOnlyWhenTheAdapterHasOthers) {

@@ -7,16 +7,13 @@
 namespace wrenlink {
 namespace {
 
-// Nobody above asks for such actions; the command's buffer would not hold them.
+// Nobody above asks for such steps; the command's buffer would not hold them.
 TEST(Batch, RefusesWhatFitsNoCommand) {
     CUsbStreamData stream;
     std::uint16_t words[506] = {};
     for (const std::uint32_t type : {SPIFNS_READ, SPIFNS_WRITE}) {
-        SpiAction action{};
-        action.type = type;
-        action.u.memory.length = std::size(words);
-        action.u.memory.data = words;
-        EXPECT_EQ(StreamSequence(stream, {&action, 1}), 1);
+        const Step step = {type, 0, std::size(words), words};
+        EXPECT_EQ(StreamSequence(stream, {&step, 1}), 1);
         EXPECT_EQ(Quill_GetLastError(nullptr, nullptr), 266U);
     }
 }

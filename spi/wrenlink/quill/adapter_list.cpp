@@ -11,6 +11,7 @@
 #include "quill/adapter_layer.h"
 #include "quill/driver_exchange.h"
 #include "quill/frame.h"
+#include "quill/host_call.h"
 
 namespace wrenlink {
 namespace {
@@ -91,7 +92,7 @@ void Quill_EnumeratePorts(spifns_port_callback callback, void* context) {
     for (const Port& port : visiblePorts()) {
         char name[32];
         std::snprintf(name, sizeof name, "USB SPI (%" PRIu32 ")", port.adapterId);
-        callback(port.key, name, context);
+        callHost(callback, port.key, name, context);
     }
 }
 

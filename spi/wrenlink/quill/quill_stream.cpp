@@ -10,6 +10,7 @@
 #include "quill/adapter_list.h"
 #include "quill/debug_full.h"
 #include "quill/frame.h"
+#include "quill/host_call.h"
 #include "quill/last_error.h"
 #include "quill/number_text.h"
 #include "quill/stream_command.h"
@@ -47,7 +48,7 @@ void passToCallback(QuillStream* stream, const char* format, va_list arguments) 
     if (stream->debugCallback == nullptr) return;
     char text[kDebugTextSize];
     std::vsnprintf(text, sizeof text, format, arguments);
-    stream->debugCallback(text, stream->debugContext);
+    callHost(stream->debugCallback, text, stream->debugContext);
 }
 
 }  // namespace

@@ -56,7 +56,8 @@ bool Quill_Stream_Command(QuillStream* stream, std::uint8_t* buffer, std::uint32
     const ResultTrace<bool> trace(result);
     if (!adapterListExists()) return result;
     if (stream->port == QuillStream::kNoPort) {
-        messageHandler(__func__).SetErrorMsg(0, "No USB-SPI device found");
+        // The text takes memory, whose lack must not show where nobody reads the text.
+        if (isTraced()) messageHandler(__func__).SetErrorMsg(0, "No USB-SPI device found");
         return result;
     }
     writeHeader(buffer, code, requestLength, replyLength);

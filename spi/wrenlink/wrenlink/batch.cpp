@@ -7,9 +7,7 @@
 #include "diag/result_sentry.h"
 #include "quill/frame.h"
 #include "quill/last_error.h"
-#include "quill/number_text.h"
 #include "quill/stream_command.h"
-#include "quill/stream_variables.h"
 #include "wrenlink/entries.h"
 #include "wrenlink/words.h"
 
@@ -23,22 +21,15 @@ struct EntrySize {
     std::uint32_t replyBytes;
 };
 
-bool isForWrites(const SpiAction& setting) {
-    return Quill_FindVar(setting.u.variable.var) == kSpiCmdWriteBits;
-}
-
-// Measures an action's entry, and encodes it when there is a position.
-void build(std::uint8_t* position, const SpiAction& action, EntrySize& size) {
-    const auto& memory = action.u.memory;
-    const auto address = static_cast<std::uint16_t>(memory.address);
-    const auto count = static_cast<std::uint16_t>(memory.length);
-    if (action.type == SpiAction::Read)
-        BuildRead(position, address, count, size.requestBytes, size.replyBytes);
-    else if (action.type == SpiAction::Write)
-        BuildWrite(position, address, count, memory.data, size.requestBytes, size.replyBytes);
+// Measures a step's entry, and encodes it when there is a position.
+void build(std::uint8_t* position, const Step& step, EntrySize& size) {
+    if (step.type == SpiAction::Read)
+        BuildRead(position, step.address, step.count, size.requestBytes, size.replyBytes);
+    else if (step.type == SpiAction::Write)
+        BuildWrite(position, step.address, step.count, step.words, size.requestBytes,
+                   size.replyBytes);
     else
-        BuildSetVar(position, isForWrites(action), parseWord(action.u.variable.value),
-                    size.requestBytes, size.replyBytes);
+        BuildSetVar(position, step.address != 0, step.count, size.requestBytes, size.replyBytes);
 }
 
 // A batch command while it fills.
@@ -57,10 +48,10 @@ class BatchFrame {
         replyLength_ = 0;
     }
 
-    // Appends an action's entry; false when the budget does not permit it.
-    bool append(const SpiAction& action) {
+    // Appends a step's entry; false when the budget does not permit it.
+    bool append(const Step& step) {
         EntrySize size{};
-        build(nullptr, action, size);
+        build(nullptr, step, size);
         const std::uint32_t gap = isEmpty() ? 0 : kEntryGap;
         if (requestLength_ + gap + size.requestBytes > kBatchBudget ||
             replyLength_ + size.replyBytes > kBatchBudget)
@@ -68,7 +59,7 @@ class BatchFrame {
         // The length counts from offset 4, so it is also the distance of the end from there.
         std::uint8_t* end = &bytes_[kReservedOffset + requestLength_];
         std::fill_n(end, gap, std::uint8_t{0});
-        build(end + gap, action, size);
+        build(end + gap, step, size);
         requestLength_ += gap + size.requestBytes;
         replyLength_ += size.replyBytes;
         return true;
@@ -83,27 +74,27 @@ class BatchFrame {
 };
 
 // Delivers a read's words from its part of the reply; false when the part reports a failure.
-bool deliver(const SpiAction& read, const std::uint8_t* part) {
-    wordsFromWire(read.u.memory.data, part + kEntryHeader, read.u.memory.length);
+bool deliver(const Step& read, const std::uint8_t* part) {
+    wordsFromWire(read.words, part + kEntryHeader, read.count);
     return big16(part) == kReadWords;
 }
 
 // Walks a batch command and its reply, side by side. Returns the part of the first read that
 // failed, or null.
-const std::uint8_t* unpack(CUsbStreamData& stream, std::span<const SpiAction> batch,
+const std::uint8_t* unpack(CUsbStreamData& stream, std::span<const Step> batch,
                            const std::uint8_t* command, const std::uint8_t* reply) {
-    for (const SpiAction& action : batch) {
+    for (const Step& step : batch) {
         if (isDebugFullNoticed())
             Quill_Stream_Debug_Full(
                 stream.quill(),
                 "Retrieving information for quill command SpiAction::SpiActionType = %d",
-                static_cast<int>(action.type));
-        const bool isRead = action.type == SpiAction::Read;
+                static_cast<int>(step.type));
+        const bool isRead = step.type == SpiAction::Read;
         PrintStreamDebug(stream, isRead ? reply : command);
         command = nextEntry(command);
         if (!isRead) continue;
-        if (!deliver(action, reply)) return reply;
-        reply += kEntryHeader + 2 * std::size_t{action.u.memory.length};
+        if (!deliver(step, reply)) return reply;
+        reply += kEntryHeader + 2 * std::size_t{step.count};
     }
     return nullptr;
 }
@@ -128,7 +119,7 @@ const std::uint8_t* unpack(CUsbStreamData& stream, std::span<const SpiAction> ba
 
 }  // namespace
 
-int StreamSequence(CUsbStreamData& stream, std::span<const SpiAction> list) {
+int StreamSequence(CUsbStreamData& stream, std::span<const Step> list) {
     int result = 0;
     const ResultTrace<int> trace(result);
     BatchFrame frame;
@@ -148,11 +139,11 @@ int StreamSequence(CUsbStreamData& stream, std::span<const SpiAction> list) {
     return result;
 }
 
-int DoStreamSequence(CUsbStreamData& stream, std::span<const SpiAction> batch,
-                     std::uint8_t* frame) {
+int DoStreamSequence(CUsbStreamData& stream, std::span<const Step> batch, std::uint8_t* frame) {
     const Trace trace;
-    // Bytes that a short reply lacks read as zero, which is no success. The room behind the reply
-    // is for showing the words of a read that echoes a higher count than it has.
+    // Bytes that a short reply lacks read as zero: a read whose status is among them has failed,
+    // one that lacks but words gives zeros, since a short reply is no failure. The room behind the
+    // reply is for showing the words of a read that echoes a higher count than it has.
     std::array<std::uint8_t, kBatchBufferSize + 2 * kShownWords> reply{};
     if (!Quill_Stream_Command(stream.quill(), frame, reply.data()))
         return Quill_AppendToLastError("Unable to send sequence");

@@ -18,15 +18,22 @@ namespace wrenlink {
 inline constexpr std::uint32_t kBatchBudget = 1016;
 inline constexpr std::size_t kBatchBufferSize = 1024;
 
-// Sends a list of reads of at most 505 words, writes of at most 504 words and settings of
-// SPICMDREADBITS and SPICMDWRITEBITS in order, in as few batch commands as that permits, and
-// delivers what the reads give. Returns 1 at the first failure: "Unable to send sequence" appended
-// to the exchange's error, 517 "Read failed on USB-SPI", or 266 for an action that fits no batch
-// command.
-int StreamSequence(CUsbStreamData& stream, std::span<const SpiAction> list);
+// What one entry of a batch command does.
+struct Step {
+    std::uint32_t type;     // SpiAction::Read, Write, or SetVar to set command bits
+    std::uint16_t address;  // of the chip; for command bits 1 for writes, 0 for reads
+    std::uint16_t count;    // of words, at most 505 to read or 504 to write; or the bits
+    std::uint16_t* words;   // in the host's buffer, at any address
+};
 
-// Sends one filled batch command, which holds these actions, and unpacks its reply.
-int DoStreamSequence(CUsbStreamData& stream, std::span<const SpiAction> batch, std::uint8_t* frame);
+// Sends a list of steps in order, in as few batch commands as that permits, and
+// delivers what the reads give. Returns 1 at the first failure: "Unable to send sequence" appended
+// to the exchange's error, 517 "Read failed on USB-SPI", or 266 for a step that fits no batch
+// command.
+int StreamSequence(CUsbStreamData& stream, std::span<const Step> list);
+
+// Sends one filled batch command, which holds these steps, and unpacks its reply.
+int DoStreamSequence(CUsbStreamData& stream, std::span<const Step> batch, std::uint8_t* frame);
 
 // Shows an entry of a batch command, or a read's part of a reply, as a line of debug text.
 void PrintStreamDebug(CUsbStreamData& stream, const std::uint8_t* entry);

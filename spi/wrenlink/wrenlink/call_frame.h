@@ -7,6 +7,7 @@
 #include <new>
 
 #include "diag/result_sentry.h"
+#include "quill/host_call.h"
 #include "quill/last_error.h"
 #include "wrenlink/stream_table.h"
 
@@ -38,13 +39,15 @@ inline void reportOutOfMemory() noexcept {
 }
 
 // Runs some work so that running out of memory does not reach the host, which may be written in C.
-// What a host's own callback throws passes through.
+// What a host's own callback throws passes through, also when that is std::bad_alloc.
 template <class Work>
 void guardMemory(Work&& work) {
     try {
         work();
     } catch (const std::bad_alloc&) {
         reportOutOfMemory();
+    } catch (const HostThrew& host) {
+        std::rethrow_exception(host.what);
     }
 }
 

@@ -1,7 +1,5 @@
 #include "wrenlink/mgcmd.h"
 
-#include <string>
-
 #include "diag/result_sentry.h"
 #include "quill/frame.h"
 #include "quill/last_error.h"
@@ -64,24 +62,24 @@ int spi_sd_mgcmd_cmd(CUsbStreamData& stream, std::uint16_t* words, std::uint16_t
 spifns_xap_state spi_sd_marigold_xap_stopped(CUsbStreamData& stream) {
     const Trace trace;
     spifns_xap_state state = SPIFNS_XAP_ERROR;
-    std::string text = "Quill XAP Stopped?";
+    const char* text = "Quill XAP Stopped?Quill Fail";
     CommandFrame frame;
     if (!Quill_Stream_Command(stream.quill(), frame.bytes(), kQueryXapStopped, kBareRequestLength,
                               4)) {
-        text += "Quill Fail";
+        // The exchange has stored why.
     } else if (frame.replyStatus() != kQueryXapStopped) {
-        text += " = failed on quill";
+        text = "Quill XAP Stopped? = failed on quill";
         Quill_SetLastError(517, 0, "xap_stopped failed on USB-SPI device");
     } else if (frame.replyField(0) != 0) {
-        text += " = Stopped";
+        text = "Quill XAP Stopped? = Stopped";
         state = SPIFNS_XAP_STOPPED;
     } else {
-        text += " = Running";
+        text = "Quill XAP Stopped? = Running";
         state = SPIFNS_XAP_RUNNING;
     }
     if (CTheMsgHnd::DebugActivated())
         messageHandler(__func__).DebugOutputInHandler(3, false, false, __func__, __FILE__, __LINE__,
-                                                      "Quill - %s", text.c_str());
+                                                      "Quill - %s", text);
     return state;
 }
 

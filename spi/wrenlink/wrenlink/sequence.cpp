@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
-#include <forward_list>
 #include <memory_resource>
 #include <optional>
 #include <vector>
@@ -22,34 +20,33 @@ namespace {
 constexpr std::uint32_t kHighestAddress = 0xFFFF;
 constexpr std::uint32_t kHighestLength = 0xFFFF;
 
+// Room is made for so many steps at first: a host may give a huge number of records of which the
+// first is refused.
+constexpr std::int32_t kFirstSteps = 1024;
+
 // What reads and writes differ in.
 struct Access {
     std::uint32_t pieceLimit;  // words that fit one batch command
     bool forWrites;
-    const char* bitsVariable;
     std::uint16_t QuillStream::*bits;
 };
 
-constexpr Access kReadAccess = {505, false, "SPICMDREADBITS", &QuillStream::cmdReadBits};
-constexpr Access kWriteAccess = {504, true, "SPICMDWRITEBITS", &QuillStream::cmdWriteBits};
+constexpr Access kReadAccess = {505, false, &QuillStream::cmdReadBits};
+constexpr Access kWriteAccess = {504, true, &QuillStream::cmdWriteBits};
 
 // One submission: the list that gathers and the bits that it will have given the adapter.
 class Submission {
    public:
     // For so many records.
-    Submission(CUsbStreamData& stream, std::size_t count)
+    Submission(CUsbStreamData& stream, std::int32_t count)
         : stream_(stream), quill_(stream.quill()) {
-        pending_.reserve(count);
+        pending_.reserve(static_cast<std::size_t>(std::clamp(count, 0, kFirstSteps)));
     }
 
     int add(const SpiAction& action);
     int finish();
 
    private:
-    struct ValueText {
-        char text[8];  // "0x" and four digits
-    };
-
     int addAccess(const Access& access, const SpiAction& action);
     bool takesCmdBits();
     void addCmdBits(const Access& access);
@@ -61,13 +58,12 @@ class Submission {
 
     CUsbStreamData& stream_;
     QuillStream* quill_;
-    // Short submissions take no memory but this; long ones what every host has, whatever a host
-    // may have made the default.
-    alignas(SpiAction) std::array<std::byte, 2048> room_;
+    // Short submissions take no memory but this. Long ones take the heap's, whatever memory
+    // resource the host has made the default one.
+    alignas(Step) std::array<std::byte, 2048> room_;
     std::pmr::monotonic_buffer_resource memory_{room_.data(), room_.size(),
                                                 std::pmr::new_delete_resource()};
-    std::pmr::vector<SpiAction> pending_{&memory_};
-    std::pmr::forward_list<ValueText> valueTexts_{&memory_};  // entries point at its elements
+    std::pmr::vector<Step> pending_{&memory_};
     // What the gathered list sets, for reads and for writes: the adapter has it once it is sent.
     std::optional<std::uint16_t> pendingBits_[2];
 };
@@ -132,25 +128,18 @@ void Submission::prependCmdBits(const Access& access) {
     if (!access.forWrites)
         Quill_Stream_Debug_Full(
             quill_, "Prepend a new SpiAction to the sequence to set SPICMDREADBITS var");
-    ValueText& value = valueTexts_.emplace_front();
-    std::snprintf(value.text, sizeof value.text, "0x%x", unsigned{bits});
-    SpiAction entry{};
-    entry.type = SpiAction::SetVar;
-    entry.u.variable.var = access.bitsVariable;
-    entry.u.variable.value = value.text;
-    pending_.push_back(entry);
+    pending_.push_back(
+        {SpiAction::SetVar, static_cast<std::uint16_t>(access.forWrites ? 1 : 0), bits, nullptr});
     pendingBits_[access.forWrites ? 1 : 0] = bits;
 }
 
 void Submission::addPieces(const Access& access, const SpiAction& action) {
     const auto& whole = action.u.memory;
-    for (std::uint32_t done = 0; done < whole.length;) {
-        auto& memory = pending_.emplace_back(action).u.memory;
-        memory.address += done;
-        memory.data += done;
-        memory.length = std::min(whole.length - done, access.pieceLimit);
-        done += memory.length;
-    }
+    for (std::uint32_t done = 0; done < whole.length; done += pending_.back().count)
+        pending_.push_back(
+            {action.type, static_cast<std::uint16_t>(whole.address + done),
+             static_cast<std::uint16_t>(std::min(whole.length - done, access.pieceLimit)),
+             whole.data + done});
 }
 
 int Submission::setVariable(const char* name, const char* value) {
@@ -175,7 +164,6 @@ int Submission::setCmdBits(int variable, const char* value) {
 int Submission::flush() {
     const int status = StreamSequence(stream_, pending_);
     pending_.clear();
-    valueTexts_.clear();
     pendingBits_[0].reset();
     pendingBits_[1].reset();
     return status;
@@ -197,7 +185,7 @@ int spi_sd_sequence(CUsbStreamData& stream, const SpiAction* actions, std::int32
     int result = 0;
     const ResultTrace<int> trace(result);
     if (actions == nullptr && count > 0) return result = invalidArgument();
-    Submission submission(stream, static_cast<std::size_t>(std::max(count, 0)));
+    Submission submission(stream, count);
     for (std::int32_t i = 0; i < count && result == 0; ++i)
         result = submission.add(actionAt(actions, i));
     if (result == 0) result = submission.finish();
