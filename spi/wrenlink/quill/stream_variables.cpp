@@ -4,6 +4,8 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <memory>
+#include <span>
 
 #include "diag/result_sentry.h"
 #include "quill/frame.h"
@@ -16,18 +18,6 @@
 
 namespace wrenlink {
 namespace {
-
-constexpr std::array<spifns_variable, kVariableCount> kVariableTable = {{
-    {"SPIPORT", "0", 1},
-    {"QUILLMODE", "SPI", 1},
-    {"SPI_DELAY", "0", 0},
-    {"SPICLOCK", "0", 0},
-    {"SPIMUL", "0", 0},
-    {"SPICMDBITS", "0", 0},
-    {"SPICMDREADBITS", "0", 0},
-    {"SPICMDWRITEBITS", "0", 0},
-    {"SPIMAXCLOCK", "1070", 0},
-}};
 
 constexpr std::uint32_t kHighestMuxDevice = 16;
 
@@ -100,29 +90,7 @@ const char* readSpiMul(QuillStream* stream) {
     return print(stream->spimulText, "%d", static_cast<int>(stream->muxDevice));
 }
 
-struct ReadableVariable {
-    const char* name;
-    const char* (*read)(QuillStream* stream);
-};
-
-constexpr ReadableVariable kReadableVariables[] = {
-    {"SPIPORT", readSpiPort},
-    {"QUILLVERSION", readQuillVersion},
-    {"SPI_DELAY", readSpiDelay},
-    {"SPICLOCK", readSpiClock},
-    {"SPIMAXCLOCK", readSpiMaxClock},
-    {"MUTEXNAME", readMutexName},
-    {"SPICMDBITS", readCmdBits},
-    {"SPICMDREADBITS", readCmdReadBits},
-    {"SPICMDWRITEBITS", readCmdWriteBits},
-    {"SPIMUL", readSpiMul},
-};
-
-const char* answer(QuillStream* stream, const char* name) {
-    for (const ReadableVariable& variable : kReadableVariables)
-        if (equalsIgnoringCase(name, variable.name)) return variable.read(stream);
-    return "";
-}
+const char* readNothing(QuillStream*) { return ""; }
 
 // ---- Setting ----
 
@@ -158,20 +126,64 @@ int setSpiMaxClock(QuillStream* stream, const char* value) {
 
 int setNothing(QuillStream*, const char*) { return 0; }
 
-// By VariableIndex, and one more for a name that is in no table.
-constexpr std::array<int (*)(QuillStream* stream, const char* value), kVariableCount + 1> kSetters =
-    {
-        Quill_Stream_SelectDevice,
-        Quill_Stream_SetMode,
-        setSpiDelay,
-        setSpiClock,
-        setSpiMul,
-        setNothing,
-        setNothing,
-        setNothing,
-        setSpiMaxClock,
-        setNothing,
+// ---- The variables ----
+
+// One variable, all of it.
+struct Variable {
+    const char* name;
+    const char* defaultText;  // null: not published, and so not to be set
+    std::uint64_t flag;       // 1 for the variables that choose and open a port
+    const char* (*read)(QuillStream* stream);
+    int (*set)(QuillStream* stream, const char* value);
+    CommandBits bits = CommandBits::none;
 };
+
+constexpr Variable kVariables[] = {
+    {"SPIPORT", "0", 1, readSpiPort, Quill_Stream_SelectDevice},
+    {"QUILLMODE", "SPI", 1, readNothing, Quill_Stream_SetMode},
+    {"SPI_DELAY", "0", 0, readSpiDelay, setSpiDelay},
+    {"SPICLOCK", "0", 0, readSpiClock, setSpiClock},
+    {"SPIMUL", "0", 0, readSpiMul, setSpiMul},
+    {"SPICMDBITS", "0", 0, readCmdBits, setNothing, CommandBits::both},
+    {"SPICMDREADBITS", "0", 0, readCmdReadBits, setNothing, CommandBits::forReads},
+    {"SPICMDWRITEBITS", "0", 0, readCmdWriteBits, setNothing, CommandBits::forWrites},
+    {"SPIMAXCLOCK", "1070", 0, readSpiMaxClock, setSpiMaxClock},
+    {"QUILLVERSION", nullptr, 0, readQuillVersion, setNothing},
+    {"MUTEXNAME", nullptr, 0, readMutexName, setNothing},
+};
+static_assert(std::ranges::all_of(kVariables, [](const Variable& variable) {
+    return variable.name != nullptr && variable.read != nullptr && variable.set != nullptr;
+}));
+
+constexpr bool isPublished(const Variable& variable) { return variable.defaultText != nullptr; }
+constexpr auto kPublishedCount =
+    static_cast<std::size_t>(std::ranges::count_if(kVariables, isPublished));
+static_assert(std::ranges::is_partitioned(kVariables, isPublished), "published ones come first");
+
+constexpr auto kVariableTable = [] {
+    std::array<spifns_variable, kPublishedCount> table{};
+    for (std::size_t i = 0; i < table.size(); ++i)
+        table[i] = {kVariables[i].name, kVariables[i].defaultText, kVariables[i].flag};
+    return table;
+}();
+
+// The variable of that name; the end when there is none.
+const Variable* find(std::span<const Variable> variables, const char* name) {
+    return std::to_address(std::ranges::find_if(variables, [name](const Variable& variable) {
+        return equalsIgnoringCase(name, variable.name);
+    }));
+}
+
+// What may be set under a name; null when there is no such variable.
+const Variable* settable(const char* name) {
+    const auto index = static_cast<std::size_t>(Quill_FindVar(name));
+    return index < kPublishedCount ? &kVariables[index] : nullptr;
+}
+
+const char* answer(QuillStream* stream, const char* name) {
+    const Variable* const variable = find(kVariables, name);
+    return variable == std::end(kVariables) ? "" : variable->read(stream);
+}
 
 }  // namespace
 
@@ -183,10 +195,12 @@ void Quill_GetKnownVars(const spifns_variable** list, std::uint32_t* count) {
 
 int Quill_FindVar(const char* name) {
     const Trace trace;
-    const auto found = std::find_if(
-        kVariableTable.begin(), kVariableTable.end(),
-        [name](const auto& variable) { return equalsIgnoringCase(name, variable.name); });
-    return static_cast<int>(found - kVariableTable.begin());
+    return static_cast<int>(find(std::span(kVariables).first(kPublishedCount), name) - kVariables);
+}
+
+CommandBits commandBitsOf(const char* name) {
+    const Variable* const variable = settable(name);
+    return variable == nullptr ? CommandBits::none : variable->bits;
 }
 
 const char* Quill_Stream_GetVar(QuillStream* stream, const char* name) {
@@ -204,7 +218,8 @@ int Quill_Stream_SetVar(QuillStream* stream, const char* name, const char* value
     const ResultTrace<int> trace(result);
     if (name == nullptr || value == nullptr)
         return result = Quill_SetLastError(1, 0, "Invalid variable or value");
-    return result = kSetters[static_cast<std::size_t>(Quill_FindVar(name))](stream, value);
+    const Variable* const variable = settable(name);
+    return result = variable == nullptr ? 0 : variable->set(stream, value);
 }
 
 }  // namespace wrenlink

@@ -11,26 +11,18 @@ namespace wrenlink {
 
 struct QuillStream;
 
-// The settable variables, by their index in the published table.
-enum VariableIndex : int {
-    kSpiPort,
-    kQuillMode,
-    kSpiDelay,
-    kSpiClock,
-    kSpiMul,
-    kSpiCmdBits,
-    kSpiCmdReadBits,
-    kSpiCmdWriteBits,
-    kSpiMaxClock,
-    kVariableCount,  // also: no such variable
-};
+// The command bits of a stream that a variable sets; they travel with its reads and writes.
+enum class CommandBits { none, forReads, forWrites, both };
 
 // Stores the address of the table's first record and the number of records, through pointers that
 // are not null.
 void Quill_GetKnownVars(const spifns_variable** list, std::uint32_t* count);
 
-// The index of a name, kVariableCount when there is none.
+// The index of a name in the published table; their number when there is none.
 int Quill_FindVar(const char* name);
+
+// The command bits that the variable of that name sets; none when there is no such variable.
+CommandBits commandBitsOf(const char* name);
 
 // Reads a variable. The text belongs to the stream and lasts until the same variable is read again;
 // "" for an unknown name and for null. SPI_DELAY and SPICLOCK may exchange; when that fails they

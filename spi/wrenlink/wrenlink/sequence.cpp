@@ -53,7 +53,7 @@ class Submission {
     [[gnu::cold]] void prependCmdBits(const Access& access);
     void addPieces(const Access& access, const SpiAction& action);
     int setVariable(const char* name, const char* value);
-    int setCmdBits(int variable, const char* value);
+    int setCmdBits(CommandBits which, const char* value);
     int flush();
 
     CUsbStreamData& stream_;
@@ -143,20 +143,19 @@ void Submission::addPieces(const Access& access, const SpiAction& action) {
 }
 
 int Submission::setVariable(const char* name, const char* value) {
-    const int variable = Quill_FindVar(name);
-    if (variable == kSpiCmdBits || variable == kSpiCmdReadBits || variable == kSpiCmdWriteBits)
-        return setCmdBits(variable, value);
+    const CommandBits bits = commandBitsOf(name);
+    if (bits != CommandBits::none) return setCmdBits(bits, value);
     const int status = flush();
     return status != 0 ? status : Quill_Stream_SetVar(quill_, name, value);
 }
 
-int Submission::setCmdBits(int variable, const char* value) {
+int Submission::setCmdBits(CommandBits which, const char* value) {
     if (Quill_Stream_MajorVer(quill_) == 1 && Quill_Stream_MinorVer(quill_) < 9)
         return Quill_SetLastError(520, 0, "Unable to set command bits, USB-SPI firmware too old");
     if (value == nullptr) return invalidArgument();
     const std::uint16_t bits = parseWord(value);
-    if (variable != kSpiCmdWriteBits) quill_->cmdReadBits = bits;
-    if (variable != kSpiCmdReadBits) quill_->cmdWriteBits = bits;
+    if (which != CommandBits::forWrites) quill_->cmdReadBits = bits;
+    if (which != CommandBits::forReads) quill_->cmdWriteBits = bits;
     return 0;
 }
 
