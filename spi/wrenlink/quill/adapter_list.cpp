@@ -69,10 +69,7 @@ const AdapterEntry* findAdapter(std::uint64_t port) {
 
 std::uint32_t Quill_GetModuleId(const char* devicePath) {
     const Trace trace;
-    CommandFrame frame;
-    putLittle16(frame.bytes() + kRequestLengthOffset, kBareRequestLength);
-    putLittle16(frame.bytes() + kReplyLengthOffset, 6);
-    putBig16(frame.bytes() + kCodeOffset, kGetAdapterId);
+    CommandFrame frame(kGetAdapterId);
     if (!Quill_Command(frame.bytes(), frame.bytes(), devicePath)) return 0;
     return std::uint32_t{frame.replyField(0)} << 16 | frame.replyField(1);
 }

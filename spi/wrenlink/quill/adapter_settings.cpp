@@ -68,12 +68,12 @@ SettingsExchange::SettingsExchange(AdapterSettings* settings, const std::uint8_t
 
 void SettingsExchange::mark(const std::uint8_t* request) {
     switch (big16(request + kCodeOffset)) {
-        case kSetDelay:
+        case kSetDelay.code:
             return touch(AdapterSettings::delay, big16(request + kPayloadOffset));
-        case kGetDelay:
+        case kGetDelay.code:
             repliesDelay_ = true;
             return touch(AdapterSettings::delay, kUnknown);
-        case kSetInterfaceMode:
+        case kSetInterfaceMode.code:
             return settings_->forget();
         case kReadWords:
         case kWriteWords:

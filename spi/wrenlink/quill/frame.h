@@ -14,6 +14,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 
 namespace wrenlink {
 
@@ -25,26 +26,34 @@ inline constexpr std::size_t kPayloadOffset = 7;
 
 // L leaves out the four bytes of the two lengths.
 inline constexpr std::size_t kLengthBytes = 4;
-// L of a command without payload: the reserved byte and the code.
-inline constexpr std::uint32_t kBareRequestLength = 3;
 
-enum CommandCode : std::uint16_t {
-    kReadWords = 0x0100,        // batch entry
-    kReadWordsFailed = 0x0101,  // reply status only
-    kWriteWords = 0x0200,       // batch entry
-    kSetDelay = 0x0300,
-    kQueryXapStopped = 0x0400,
-    kGetDelay = 0x0500,
-    kEnterDfu = 0x0600,
-    kGetAdapterId = 0x0700,
-    kGetFirmwareVersion = 0x0800,
-    kSetInterfaceMode = 0x0900,
-    kSelectMuxDevice = 0x0E00,
-    kSetCommandBits = 0x0F00,  // batch entry
-    kInitialiseMgcmd = 0x4000,
-    kMgcmd = 0x4100,
-    kMgcmdFailed = 0x4101,  // reply status only
+// A command that travels alone: its code, and the bytes of its reply.
+struct SingleCommand {
+    std::uint16_t code;
+    std::uint16_t replyBytes;
 };
+
+inline constexpr SingleCommand kSetDelay = {0x0300, 0};
+inline constexpr SingleCommand kQueryXapStopped = {0x0400, 4};
+inline constexpr SingleCommand kGetDelay = {0x0500, 4};
+inline constexpr SingleCommand kEnterDfu = {0x0600, 0};
+inline constexpr SingleCommand kGetAdapterId = {0x0700, 6};
+inline constexpr SingleCommand kGetFirmwareVersion = {0x0800, 4};
+inline constexpr SingleCommand kSetInterfaceMode = {0x0900, 0};
+inline constexpr SingleCommand kSelectMuxDevice = {0x0E00, 0};
+inline constexpr SingleCommand kInitialiseMgcmd = {0x4000, 0};
+inline constexpr SingleCommand kMgcmd = {0x4100, 4};  // and the words
+
+// The codes of a batch command's entries.
+enum EntryCode : std::uint16_t {
+    kReadWords = 0x0100,
+    kWriteWords = 0x0200,
+    kSetCommandBits = 0x0F00,
+};
+
+// Statuses of replies that report a failure.
+inline constexpr std::uint16_t kReadWordsFailed = 0x0101;
+inline constexpr std::uint16_t kMgcmdFailed = 0x4101;
 
 // The entries of a batch command: a code and two fields, for a write n words, and a gap before the
 // next entry.
@@ -74,15 +83,33 @@ inline const std::uint8_t* nextEntry(const std::uint8_t* entry) {
     return entry + kEntryHeader + 2 * words + kEntryGap;
 }
 
-// The buffer of a single command, which also receives its reply.
+// A single command, in a buffer that also receives its reply.
 class CommandFrame {
    public:
     // Large enough for the largest command: 9 bytes and 508 words.
     static constexpr std::size_t kSize = 1040;
 
+    // The command with its payload fields.
+    explicit CommandFrame(const SingleCommand& command,
+                          std::initializer_list<std::uint16_t> fields = {}) {
+        putBig16(&bytes_[kCodeOffset], command.code);
+        lengthen(kPayloadOffset - kLengthBytes, command.replyBytes);
+        std::uint8_t* field = &bytes_[kPayloadOffset];
+        for (const std::uint16_t value : fields) {
+            putBig16(field, value);
+            field += 2;
+        }
+        lengthen(2 * fields.size(), 0);
+    }
+
+    // Makes room for words behind the payload, and at the same place for those of the reply.
+    std::uint8_t* addWords(std::size_t count) {
+        std::uint8_t* const words = &bytes_[kLengthBytes + little16(&bytes_[kRequestLengthOffset])];
+        lengthen(2 * count, 2 * count);
+        return words;
+    }
+
     std::uint8_t* bytes() { return bytes_.data(); }
-    // The payload fields, counted from 0.
-    void setField(std::size_t index, std::uint16_t value) { putBig16(field(index), value); }
     // The reply's status, and the fields behind it, counted from 0.
     std::uint16_t replyStatus() const { return big16(&bytes_[kCodeOffset]); }
     std::uint16_t replyField(std::size_t index) const {
@@ -90,7 +117,14 @@ class CommandFrame {
     }
 
    private:
-    std::uint8_t* field(std::size_t index) { return &bytes_[kPayloadOffset + 2 * index]; }
+    void lengthen(std::size_t request, std::size_t reply) {
+        const auto add = [this](std::size_t offset, std::size_t bytes) {
+            putLittle16(&bytes_[offset],
+                        static_cast<std::uint16_t>(little16(&bytes_[offset]) + bytes));
+        };
+        add(kRequestLengthOffset, request);
+        add(kReplyLengthOffset, reply);
+    }
 
     std::array<std::uint8_t, kSize> bytes_{};
 };

@@ -13,9 +13,6 @@ namespace wrenlink {
 int Quill_Stream_SetMode(QuillStream* stream, const char* mode) {
     int result = 0;
     const ResultTrace<int> trace(result);
-    CommandFrame frame;
-    frame.setField(0, equalsIgnoringCase(mode, "JTAG") ? 1 : 0);
-
     AdapterSettings* const settings = stream->settings.get();
     if (settings == nullptr || !settings->look(AdapterSettings::delay))
         return result = Quill_SetLastError(260, 0, "Error allocating shared memory for delays");
@@ -23,8 +20,9 @@ int Quill_Stream_SetMode(QuillStream* stream, const char* mode) {
         settings->forget();
         return result = Quill_SetLastError(260, 0, "Error allocating shared memory for cmdbits");
     }
-    if (!Quill_Stream_Command(stream, frame.bytes(), kSetInterfaceMode, 5, 0))
-        return result = Quill_AppendToLastError(nullptr);
+    const std::uint16_t wanted = equalsIgnoringCase(mode, "JTAG") ? 1 : 0;
+    CommandFrame frame(kSetInterfaceMode, {wanted});
+    if (!Quill_Stream_Command(stream, frame)) return result = Quill_AppendToLastError(nullptr);
     return result;
 }
 

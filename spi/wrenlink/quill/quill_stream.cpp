@@ -101,9 +101,8 @@ int Quill_Stream_GetDeviceId(QuillStream* stream, char* buffer, std::size_t size
 std::uint16_t Quill_Stream_GetVersion(QuillStream* stream) {
     std::uint16_t result = 0;
     const ResultTrace<std::uint16_t> trace(result);
-    CommandFrame frame;
-    if (!Quill_Stream_Command(stream, frame.bytes(), kGetFirmwareVersion, kBareRequestLength, 4))
-        return result;
+    CommandFrame frame(kGetFirmwareVersion);
+    if (!Quill_Stream_Command(stream, frame)) return result;
     result = frame.replyField(0);
     const unsigned int version = result;
     Quill_Stream_Debug_Full(stream, kVersionFormat, version, version);

@@ -65,9 +65,8 @@ int Quill_Stream_SetDelays(QuillStream* stream, std::uint16_t delay) {
     if (*known == delay) return 0;
     if (delay >= kTooSlowDelay)
         Quill_Stream_Debug(stream, "WARNING: instructed to set Quill clock too slow. honouring.");
-    CommandFrame frame;
-    frame.setField(0, delay);
-    const bool sent = Quill_Stream_Command(stream, frame.bytes(), kSetDelay, 5, 0);
+    CommandFrame frame(kSetDelay, {delay});
+    const bool sent = Quill_Stream_Command(stream, frame);
     Quill_Stream_Debug(stream, "Quill Set Delays %d", delay);
     return sent ? 0 : Quill_AppendToLastError("Unable to set delays");
 }
@@ -80,8 +79,8 @@ int Quill_Stream_GetDelays(QuillStream* stream, std::uint16_t* delay) {
     if (found != kUnknown) {
         Quill_Stream_Debug_Full(stream, "Quill Get Delays = %d (cached)", found);
     } else {
-        CommandFrame frame;
-        if (!Quill_Stream_Command(stream, frame.bytes(), kGetDelay, kBareRequestLength, 4)) {
+        CommandFrame frame(kGetDelay);
+        if (!Quill_Stream_Command(stream, frame)) {
             Quill_Stream_Debug(stream, "Quill Get Delays command Failed");
             return Quill_AppendToLastError("Unable to get delays");
         }

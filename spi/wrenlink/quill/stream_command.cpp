@@ -10,9 +10,6 @@
 namespace wrenlink {
 namespace {
 
-constexpr std::uint32_t kKeepCode = 0xFFFF;
-constexpr std::uint32_t kKeepLength = 0xFFFFFFFF;
-
 const char* lastErrorText() {
     const char* text = nullptr;
     Quill_GetLastError(nullptr, &text);
@@ -23,15 +20,6 @@ bool exchangeWithPort(QuillStream* stream, std::uint8_t* request, std::uint8_t* 
     const AdapterEntry* adapter = findAdapter(stream->port);
     return adapter != nullptr &&
            Quill_Command(request, replyBase, adapter->devicePath.c_str(), stream->settings.get());
-}
-
-void writeHeader(std::uint8_t* frame, std::uint32_t code, std::uint32_t requestLength,
-                 std::uint32_t replyLength) {
-    if (requestLength != kKeepLength)
-        putLittle16(frame + kRequestLengthOffset, static_cast<std::uint16_t>(requestLength));
-    if (replyLength != kKeepLength)
-        putLittle16(frame + kReplyLengthOffset, static_cast<std::uint16_t>(replyLength));
-    if (code != kKeepCode) putBig16(frame + kCodeOffset, static_cast<std::uint16_t>(code));
 }
 
 }  // namespace
@@ -50,8 +38,7 @@ bool Quill_Stream_Command(QuillStream* stream, std::uint8_t* request, std::uint8
     return result;
 }
 
-bool Quill_Stream_Command(QuillStream* stream, std::uint8_t* buffer, std::uint32_t code,
-                          std::uint32_t requestLength, std::uint32_t replyLength) {
+bool Quill_Stream_Command(QuillStream* stream, CommandFrame& frame) {
     bool result = false;
     const ResultTrace<bool> trace(result);
     if (!adapterListExists()) return result;
@@ -60,8 +47,7 @@ bool Quill_Stream_Command(QuillStream* stream, std::uint8_t* buffer, std::uint32
         if (isTraced()) messageHandler(__func__).SetErrorMsg(0, "No USB-SPI device found");
         return result;
     }
-    writeHeader(buffer, code, requestLength, replyLength);
-    if (exchangeWithPort(stream, buffer, buffer)) return result = true;
+    if (exchangeWithPort(stream, frame.bytes(), frame.bytes())) return result = true;
     if (CTheMsgHnd::DebugActivated())
         messageHandler(__func__).DebugOutputInHandler(3, false, false, __func__, __FILE__, __LINE__,
                                                       "Quill Fail - %s", lastErrorText());

@@ -109,9 +109,8 @@ int setSpiMul(QuillStream* stream, const char* value) {
         return Quill_SetLastError(1, 0, "SPIMUL is out of range (valid value: 0 - 16)");
     stream->muxDevice = device;
     Quill_Stream_Debug(stream, "Quill mul dev %d", static_cast<int>(device));
-    CommandFrame frame;
-    frame.setField(0, static_cast<std::uint16_t>(device));
-    if (!Quill_Stream_Command(stream, frame.bytes(), kSelectMuxDevice, 5, 0))
+    CommandFrame frame(kSelectMuxDevice, {static_cast<std::uint16_t>(device)});
+    if (!Quill_Stream_Command(stream, frame))
         return Quill_AppendToLastError("Unable to set multipled device");
     return 0;
 }

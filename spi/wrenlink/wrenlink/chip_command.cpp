@@ -11,8 +11,8 @@ namespace wrenlink {
 namespace {
 
 void enterDfu(QuillStream* quill) {
-    CommandFrame frame;
-    const bool sent = Quill_Stream_Command(quill, frame.bytes(), kEnterDfu, kBareRequestLength, 0);
+    CommandFrame frame(kEnterDfu);
+    const bool sent = Quill_Stream_Command(quill, frame);
     Quill_Stream_Debug_Full(quill, "Quill DFU");
     if (!sent) Quill_AppendToLastError("Unable to enable DFU mode");
 }

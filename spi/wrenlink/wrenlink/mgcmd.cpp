@@ -21,11 +21,9 @@ int spi_sd_mgcmd_init(CUsbStreamData& stream, std::uint16_t first, std::uint16_t
     QuillStream* quill = stream.quill();
     if (isTooOld(quill))
         return Quill_SetLastError(520, 0, "Unable to initialise MGCMDs, USB-SPI firmware too old");
-    CommandFrame frame;
-    frame.setField(0, first);
-    frame.setField(1, second);
     Quill_Stream_Debug_Full(quill, "Quill MGCMD init");
-    if (!Quill_Stream_Command(quill, frame.bytes(), kInitialiseMgcmd, 7, 0))
+    CommandFrame frame(kInitialiseMgcmd, {first, second});
+    if (!Quill_Stream_Command(quill, frame))
         return Quill_AppendToLastError("Unable to initialise MGCMDs");
     return 0;
 }
@@ -44,13 +42,10 @@ int spi_sd_mgcmd_cmd(CUsbStreamData& stream, std::uint16_t* words, std::uint16_t
     if (words == nullptr && length != 0)
         return Quill_SetLastError(1, 0, "Invalid variable or value");
 
-    CommandFrame frame;
-    std::uint8_t* wireWords = frame.bytes() + kPayloadOffset + 2;  // behind the word count
-    frame.setField(0, length);
+    CommandFrame frame(kMgcmd, {length});
+    std::uint8_t* const wireWords = frame.addWords(length);
     wordsToWire(wireWords, words, length);
-    if (!Quill_Stream_Command(quill, frame.bytes(), kMgcmd, 2 * std::uint32_t{length} + 5,
-                              2 * std::uint32_t{length} + 4))
-        return Quill_AppendToLastError("MGCMD cmd failed");
+    if (!Quill_Stream_Command(quill, frame)) return Quill_AppendToLastError("MGCMD cmd failed");
     if (frame.replyStatus() == kMgcmdFailed && flag != 0) {
         Quill_Stream_Debug(quill, "MGCMD failed on quill");
         return Quill_SetLastError(517, 0, "MGCMD failed on USB-SPI device");
@@ -63,11 +58,10 @@ spifns_xap_state spi_sd_marigold_xap_stopped(CUsbStreamData& stream) {
     const Trace trace;
     spifns_xap_state state = SPIFNS_XAP_ERROR;
     const char* text = "Quill XAP Stopped?Quill Fail";
-    CommandFrame frame;
-    if (!Quill_Stream_Command(stream.quill(), frame.bytes(), kQueryXapStopped, kBareRequestLength,
-                              4)) {
+    CommandFrame frame(kQueryXapStopped);
+    if (!Quill_Stream_Command(stream.quill(), frame)) {
         // The exchange has stored why.
-    } else if (frame.replyStatus() != kQueryXapStopped) {
+    } else if (frame.replyStatus() != kQueryXapStopped.code) {
         text = "Quill XAP Stopped? = failed on quill";
         Quill_SetLastError(517, 0, "xap_stopped failed on USB-SPI device");
     } else if (frame.replyField(0) != 0) {
