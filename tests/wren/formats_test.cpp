@@ -10,7 +10,11 @@ namespace {
 // What a file holds, as text of words, or why it is refused; of a script, why it is refused.
 std::string read(std::string_view file, std::string_view contents, Endian endian) try {
     if (file == "script") return std::to_string(parseScript(contents).size());
-    const Segments image = formatOfFile(file).parse(contents, endian);
+    const ImageFormat* const told = formatOfFile(file);
+    if (told == nullptr) return "no format";
+    const std::string_view contradiction = contradictionOf(told, contents);
+    if (!contradiction.empty()) return std::string(contradiction);
+    const Segments image = told->parse(contents, endian);
     for (const ImageFormat& format : imageFormats()) {
         const std::string printed = format.print(image, endian);
         const Segments again = format.parse(printed, endian);
@@ -62,6 +66,14 @@ TEST(Formats, AreReadStrictly) {
         {"a.hex", ":00000001FF\n:00000001FF\n", "line 2: the file goes on behind its end record"},
         {"a.hex", ":0100000400FB\n", "line 1: a base address has two bytes"},
         {"a.hex", ":0400000500000000F7\n:00000001FF\n", "it holds no words"},
+        {"./.raw", "AB", "0000: 4241\n"},
+        {"a.b/c", "AB", "0000: 4241\n"},
+        {"a.hex.b", "AB", "no format"},
+        {"a.txt", "\177ELF\1\1",
+         "it is an ELF file; 'objcopy -O ihex FILE FILE.hex' makes Intel HEX of it"},
+        {"a.bin", "S0030000FC\n",
+         "it holds S-records; 'objcopy -I srec -O ihex FILE FILE.hex' makes Intel HEX of them"},
+        {"-", ":0400000001000200F9\n", "it is Intel HEX; give --format hex"},
         {"script", "", "there are no actions in it"},
         {"script", "read 0", "line 1: the line reads 'read ADDR COUNT'"},
         {"script", "\nread 0 65536",
@@ -77,7 +89,7 @@ TEST(Formats, AreReadStrictly) {
 }
 
 TEST(Formats, IntelHexRecordsEndWithTheirBase) {
-    const ImageFormat& hex = formatOfFile("a.hex");
+    const ImageFormat& hex = *formatByName("hex");
     const Segments image = formatByName("text")->parse("7ffe: 1 2 3", Endian::little);
     EXPECT_EQ(hex.print(image, Endian::little),
               ":04FFFC0001000200FE\n:020000040001F9\n:020000000300FB\n:00000001FF\n");

@@ -168,13 +168,26 @@ TEST_F(WrenTest, MovesTheWholeMemoryThroughEachFormat) {
 TEST_F(WrenTest, RefusesFilesBeforeAnythingIsSent) {
     makeFile("odd", "odd");
     makeFile("large", std::string(0x20002, ' '));
+    makeFile("a.elf", "\177ELF and more");
+    makeFile("a.img", "AB");
     makeFile("four", "four");
     makeFile("a.txt", "0: 1\n");
     expect({
         {"wren write 0 -i odd",
          "[1] wren: error: cannot use 'odd': it has 3 bytes, and words have two each\n"},
         {"wren write 0 -i large",
-         "[1] wren: error: cannot use 'large': it holds more than the 131072 bytes that fit\n"},
+         "[1] wren: error: cannot use 'large': 65537 words from 0x0000 on do not fit into those "
+         "from "
+         "0x0000 to 0xffff\n"},
+        {"wren write 0 -i a.elf",
+         "[1] wren: error: cannot use 'a.elf': it is an ELF file; 'objcopy -O ihex FILE FILE.hex' "
+         "makes Intel HEX of it\n"},
+        {"wren write 0 -i a.img",
+         "[2] wren: error: the name of 'a.img' does not tell its format; give --format raw, hex or "
+         "text\n"},
+        {"wren read 0 1 -o out.srec",
+         "[2] wren: error: the name of 'out.srec' does not tell its format; give --format raw, hex "
+         "or text\n"},
         {"wren write 0xffff -i four",
          "[1] wren: error: cannot use 'four': 2 words from 0xffff on do not fit into those from "
          "0x0000 to 0xffff\n"},

@@ -23,16 +23,16 @@ constexpr std::string_view kStandardStream = "-";
     throw Failure(ExitCode::failed, fmt::format("cannot {} '{}': {}", doing, path, reason));
 }
 
-std::string readAll(std::FILE* file, const std::string& name, std::size_t mostBytes) {
+std::string readAll(std::FILE* file, const std::string& name) {
+    constexpr std::size_t kMostBytes = 64u << 20;
     std::string contents;
-    for (std::size_t size = 1; size > 0 && contents.size() <= mostBytes;) {
+    for (std::size_t size = 1; size > 0 && contents.size() <= kMostBytes;) {
         char buffer[65536];
         size = std::fread(buffer, 1, sizeof buffer, file);
         contents.append(buffer, size);
     }
     if (std::ferror(file) != 0) failWithErrno("read", name);
-    if (contents.size() > mostBytes)
-        fail("use", name, fmt::format("it holds more than the {} bytes that fit", mostBytes));
+    if (contents.size() > kMostBytes) fail("use", name, "it is larger than 64 MiB");
     return contents;
 }
 
@@ -90,17 +90,17 @@ void failWithErrno(std::string_view doing, const std::string& path) {
 
 fs::path pathOf(const std::string& utf8) { return std::u8string(utf8.begin(), utf8.end()); }
 
-std::string readFile(const std::string& path, std::size_t mostBytes) {
+std::string readFile(const std::string& path) {
     if (path == kStandardStream) {
         system::passBytes(stdin);
-        return readAll(stdin, "standard input", mostBytes);
+        return readAll(stdin, "standard input");
     }
     std::error_code ignored;
     // Some systems open a folder and then cannot read it.
     if (fs::is_directory(pathOf(path), ignored)) fail("read", path, "it is a folder");
     const File file(system::openFile(pathOf(path), "rb"));
     if (!file) failWithErrno("read", path);
-    return readAll(file.get(), path, mostBytes);
+    return readAll(file.get(), path);
 }
 
 void writeFile(const std::string& path, std::string_view contents) {

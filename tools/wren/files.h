@@ -24,8 +24,8 @@ using File = std::unique_ptr<std::FILE, CloseFile>;
 
 std::filesystem::path pathOf(const std::string& utf8);
 
-// Reads all of a file. One that is larger than mostBytes is refused.
-std::string readFile(const std::string& path, std::size_t mostBytes);
+// Reads all of a file. One above 64 MiB, which no file of words is, is refused.
+std::string readFile(const std::string& path);
 
 // Writes a file completely or not at all: an existing one is replaced once the new one is complete,
 // and keeps its permissions. A path that is no ordinary file, such as a device, is written to.

@@ -6,6 +6,7 @@
 #include <array>
 
 #include "intel_hex.h"
+#include "number.h"
 #include "word_text.h"
 
 namespace wren {
@@ -47,13 +48,27 @@ constexpr std::array kFormats{
     ImageFormat{"text", kTextSuffixes, true, parseWordText, printWordText},
 };
 
-bool endsWith(std::string_view name, std::string_view suffix) {
-    if (name.size() < suffix.size()) return false;
-    const auto lower = [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+// How files begin that come by mistake.
+constexpr struct Beginning {
+    std::string_view pattern;  // '#' is a hexadecimal digit
+    std::string_view format;   // that reads them
+    std::string_view advice;
+} kBeginnings[] = {
+    {"\177ELF", "", "it is an ELF file; 'objcopy -O ihex FILE FILE.hex' makes Intel HEX of it"},
+    {"S#######", "",
+     "it holds S-records; 'objcopy -I srec -O ihex FILE FILE.hex' makes Intel HEX of them"},
+    {":##########", "hex", "it is Intel HEX; give --format hex"},
+};
+
+bool startsLike(std::string_view contents, std::string_view pattern) {
+    const auto fits = [](char c, char wanted) {
+        return wanted == '#' ? hexadecimalNumber({&c, 1}).has_value() : c == wanted;
     };
-    return std::ranges::equal(name.substr(name.size() - suffix.size()), suffix, {}, lower);
+    return contents.size() >= pattern.size() &&
+           std::ranges::equal(contents.substr(0, pattern.size()), pattern, fits);
 }
+
+char lowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 }  // namespace
 
@@ -67,12 +82,23 @@ const ImageFormat* formatByName(std::string_view name) noexcept {
     return found != kFormats.end() ? found : nullptr;
 }
 
-const ImageFormat& formatOfFile(std::string_view path) noexcept {
-    if (path == "-") return *formatByName("text");
+const ImageFormat* formatOfFile(std::string_view path) noexcept {
+    if (path == "-") return formatByName("text");
+    const std::string_view name = path.substr(path.find_last_of("/\\") + 1);  // npos + 1 is 0
+    const std::size_t dot = name.rfind('.');
+    if (dot == 0 || dot == std::string_view::npos) return formatByName("raw");
     for (const ImageFormat& format : kFormats)
         for (const std::string_view suffix : format.suffixes)
-            if (endsWith(path, suffix)) return format;
-    return kFormats.front();
+            if (std::ranges::equal(name.substr(dot), suffix, {}, lowerCase)) return &format;
+    return nullptr;
+}
+
+std::string_view contradictionOf(const ImageFormat* format, std::string_view contents) noexcept {
+    for (const Beginning& beginning : kBeginnings)
+        if (startsLike(contents, beginning.pattern) &&
+            (format == nullptr || format->name != beginning.format))
+            return beginning.advice;
+    return {};
 }
 
 BytePair bytesOf(std::uint16_t word, Endian endian) noexcept {

@@ -43,9 +43,13 @@ std::span<const ImageFormat> imageFormats() noexcept;
 // The format of that name, or null.
 const ImageFormat* formatByName(std::string_view name) noexcept;
 
-// The format that a file's name tells: text for "-", a standard stream, and raw for a name that
-// tells nothing.
-const ImageFormat& formatOfFile(std::string_view path) noexcept;
+// The format that a file's name tells: text for "-", a standard stream, raw for a name without a
+// suffix, such as a device's, and null for a suffix that is not known.
+const ImageFormat* formatOfFile(std::string_view path) noexcept;
+
+// What contents are that are not of this format, to all appearances, and what to do with them; empty
+// otherwise. The format may be null.
+std::string_view contradictionOf(const ImageFormat* format, std::string_view contents) noexcept;
 
 // A word's two bytes in their order.
 struct BytePair {

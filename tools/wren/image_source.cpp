@@ -11,8 +11,6 @@ namespace wren {
 
 namespace {
 
-constexpr std::size_t kMostTextBytes = 16u << 20;
-
 [[noreturn]] void failUsage(const std::string& text) { throw Failure(ExitCode::usage, text); }
 
 [[noreturn]] void refuse(const std::string& file, const std::string& why) {
@@ -27,15 +25,14 @@ std::uint32_t startOf(const ImageSource& source) {
 }
 
 Segments loadFile(const ImageSource& source) {
-    const ImageFormat& format = source.format.formatFor(source.file);
+    const std::string contents = readFile(source.file);
+    const ImageFormat& format = source.format.formatFor(source.file, contents);
     if (format.hasAddresses && source.address)
         failUsage(
             fmt::format("'{}' is taken for a {} file, which has addresses of its own; leave ADDR "
                         "out, or tell its --format",
                         source.file, format.name));
     const std::uint32_t start = format.hasAddresses ? 0 : startOf(source);
-    const std::size_t mostBytes = format.hasAddresses ? kMostTextBytes : 2 * kMemoryWords;
-    const std::string contents = readFile(source.file, mostBytes);
     Segments segments = [&] {
         try {
             return format.parse(contents, source.format.endian);
@@ -69,8 +66,15 @@ Region RegionChoice::resolve(std::optional<std::uint32_t> usualCount) const {
     return {start, std::min(*usualCount, static_cast<std::uint32_t>(kMemoryWords) - start)};
 }
 
-const ImageFormat& FormatChoice::formatFor(const std::string& file) const {
-    return name.empty() ? formatOfFile(file) : *formatByName(name);
+const ImageFormat& FormatChoice::formatFor(const std::string& file,
+                                           std::string_view contents) const {
+    if (!name.empty()) return *formatByName(name);
+    const ImageFormat* const format = formatOfFile(file);
+    const std::string_view contradiction = contradictionOf(format, contents);
+    if (!contradiction.empty()) refuse(file, std::string(contradiction));
+    if (format != nullptr) return *format;
+    failUsage(fmt::format(
+        "the name of '{}' does not tell its format; give --format raw, hex or text", file));
 }
 
 Segments loadImage(const ImageSource& source) {

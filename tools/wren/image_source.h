@@ -31,7 +31,9 @@ struct FormatChoice {
     std::string name;  // of the format; told by the file's name when empty
     Endian endian = Endian::little;
 
-    const ImageFormat& formatFor(const std::string& file) const;
+    // Throws when neither tells, and when a file that is there holds something else than its name
+    // tells.
+    const ImageFormat& formatFor(const std::string& file, std::string_view contents = {}) const;
 };
 
 // Words of the command line, from an address on, or those of a file.

@@ -10,10 +10,8 @@ namespace wren {
 
 namespace {
 
-constexpr std::size_t kMostScriptBytes = 16u << 20;
-
 std::vector<ScriptAction> loadScript(const std::string& file) {
-    const std::string text = readFile(file, kMostScriptBytes);
+    const std::string text = readFile(file);
     try {
         return parseScript(text);
     } catch (const Failure& failure) {
