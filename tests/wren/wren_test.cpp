@@ -80,19 +80,37 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
     std::string closed = textOf(NativeError::closed);
     closed.erase(closed.find_last_not_of("\r\n") + 1);  // the tool keeps an error in one line
     makeFile("script", "set SPICLOCK=500 # slow\n\nwrite 0x20 1 2 3\nread 0x20 4\n");
+    makeFile("fast", "write 0 1\nset SPI_DELAY=3\n");
     makeFile("bad", "read 0 1\nwrite 0xffff 1 2\n");
     expect({
         {"first_host", "clock 1066.098081 kHz\nthe words came back\n"},
         {"wren --port 200 info",
          "adapter         quill200\nid              200\nport            1\nfirmware        1.8\n"
-         "delay           4\nclock           1066.098081 kHz\nmax clock       1070 kHz\n"
+         "delay           4 steps\nclock           1066.1 kHz\nmax clock       1070 kHz\n"
          "mux device      0\nread bits       0x0\nwrite bits      0x0\nXAP             running\n"},
-        {"wren set spi_delay=300 SPIMUL=2", "SPI_DELAY=300\nSPIMUL=2\n"},
+        {"wren set spi_delay=300 SPIMUL=2", "SPI_DELAY=300 steps\nSPIMUL=2\n"},
         {"wren get spi_delay --json",
          R"({"command":"get","exit":0,"result":{"variables":{"SPI_DELAY":"300"}}})"
          "\n"},
-        {"wren --port quill200 get SPI_DELAY", "SPI_DELAY=4\n"},
-        {"wren --max-clock 2000 --clock 1500 get SPI_DELAY", "SPI_DELAY=2\n"},
+        {"wren --port quill200 get SPI_DELAY", "SPI_DELAY=4 steps\n"},
+        {"wren --max-clock 2000 --clock 1457.7 get SPI_DELAY", "SPI_DELAY=2 steps\n"},
+        {"wren --clock 1000 get SPI_DELAY",
+         "SPI_DELAY=4 steps\nwren: asked for a clock of 1000 kHz, got 1066.1 kHz\n"},
+        {"wren --max-clock 3000 set SPICLOCK=2000",
+         "[2] wren: error: SPICLOCK=2000 means 4000 kHz, above the maximum of 3000 kHz; the "
+         "adapter "
+         "has 1785.7 kHz and 4000 kHz, and 1785.7 kHz up to the maximum; choose with --clock and "
+         "--max-clock\n"},
+        {"wren --max-clock 1000 read 0 1",
+         "[2] wren: error: SPI_DELAY=4 means 1066.1 kHz, above the maximum of 1000 kHz; the "
+         "adapter "
+         "has 1066.1 kHz and 1231.5 kHz, and 939.85 kHz up to the maximum; choose with --clock and "
+         "--max-clock\n"},
+        {"wren run fast",
+         "[2] wren: error: SPI_DELAY=3 means 1231.5 kHz, above the maximum of 1070 kHz; the "
+         "adapter "
+         "has 1231.5 kHz and 1457.7 kHz, and 1066.1 kHz up to the maximum; choose with --clock and "
+         "--max-clock\n"},
         {"wren write 0x10 7 0xabcd", "2 words from 0x0010 on written and verified\n"},
         {"wren read 16 2", "0010: 0007 abcd\n"},
         {"wren fill --region 0x12:3 1 2", "3 words from 0x0012 on filled and verified\n"},

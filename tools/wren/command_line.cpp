@@ -161,8 +161,8 @@ void CommandLine::addConnectionOptions() {
         ->type_name("KEY_OR_ID");
     addSetting("--mode", "QUILLMODE", "MODE", "Interface mode: SPI or JTAG");
     addSetting("--max-clock", "SPIMAXCLOCK", "KHZ",
-               "Highest SPI clock that --clock can set (1070)");
-    addSetting("--clock", "SPICLOCK", "KHZ", "SPI clock");
+               "Refuse to work at an SPI clock above this one (1070)");
+    addSetting("--clock", "SPICLOCK", "KHZ", "SPI clock; the adapter takes the nearest it has");
     addSetting("--mux", "SPIMUL", "N", "Multiplexed device, 0 to 16");
     addSetting("--read-bits", "SPICMDREADBITS", "BITS", "Command bits of reads");
     addSetting("--write-bits", "SPICMDWRITEBITS", "BITS", "Command bits of writes");

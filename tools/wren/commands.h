@@ -37,7 +37,7 @@ class Connected : public Session {
    public:
     explicit Connected(Context& context) : Session(context.debugText) {
         select(context.connection.port);
-        for (const Setting& setting : context.connection.settings) set(setting);
+        setAll(context.connection.settings);
     }
 };
 

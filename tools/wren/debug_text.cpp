@@ -18,12 +18,15 @@ void DebugText::logTo(const std::string& path) {
     path_ = path;
 }
 
-void DebugText::take(std::string_view text) {
-    const std::string line = flattened(text);
+void DebugText::tell(std::string_view line) {
     note(line);
-    if (!showsAll_ && !line.starts_with("WARNING")) return;
     terminal::clearLine();
     terminal::tell(fmt::format("wren: {}\n", line));
+}
+
+void DebugText::take(std::string_view text) {
+    const std::string line = flattened(text);
+    showsAll_ || line.starts_with("WARNING") ? tell(line) : note(line);
 }
 
 void DebugText::note(std::string_view line) {

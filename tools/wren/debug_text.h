@@ -18,6 +18,8 @@ class DebugText {
     // From now on all of it is added to a file, a line each, with the time in front.
     void logTo(const std::string& path);
 
+    // Tells the user, and the file.
+    void tell(std::string_view line);
     // Takes a text of the library.
     void take(std::string_view text);
     // Adds a line to the file alone.

@@ -47,8 +47,8 @@ const ImageFormat* formatByName(std::string_view name) noexcept;
 // suffix, such as a device's, and null for a suffix that is not known.
 const ImageFormat* formatOfFile(std::string_view path) noexcept;
 
-// What contents are that are not of this format, to all appearances, and what to do with them; empty
-// otherwise. The format may be null.
+// What contents are that are not of this format, to all appearances, and what to do with them;
+// empty otherwise. The format may be null.
 std::string_view contradictionOf(const ImageFormat* format, std::string_view contents) noexcept;
 
 // A word's two bytes in their order.

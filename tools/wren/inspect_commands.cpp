@@ -84,11 +84,11 @@ void showInfo(Context& context) {
     };
     const auto showNumber = [&](const char* label, const char* key, const char* variable) {
         const std::string text = session.get(variable);
-        show(label, key, text, wholeNumber(text).value_or(0));
+        show(label, key, shownValue(variable, text), wholeNumber(text).value_or(0));
     };
     const auto showClock = [&](const char* label, const char* key, const char* variable) {
         const std::string text = session.get(variable);
-        show(label, key, text + " kHz", decimalNumber(text).value_or(0));
+        show(label, key, shownValue(variable, text), decimalNumber(text).value_or(0));
     };
     const std::string device = session.deviceId();
     const std::string firmware = versionText(session.get("QUILLVERSION"));

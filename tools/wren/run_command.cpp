@@ -33,7 +33,12 @@ void runScript(Context& context, const std::string& file) {
     std::vector<ScriptAction> actions = loadScript(file);
     Connected session(context);
     std::vector<SpiAction> records;
-    for (ScriptAction& action : actions) records.push_back(recordOf(action));
+    std::vector<Setting> settings;
+    for (ScriptAction& action : actions) {
+        records.push_back(recordOf(action));
+        if (action.kind == ActionKind::set) settings.push_back(action.setting);
+    }
+    session.requireClocks(settings);
     noteInterrupts();
     try {
         session.submit(records);

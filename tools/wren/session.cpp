@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 
+#include "clocks.h"
 #include "failure.h"
 #include "number.h"
 #include "remedies.h"
@@ -59,7 +61,7 @@ SpiAction settingAction(const Setting& setting) noexcept {
     return action;
 }
 
-Session::Session(DebugText& receiver) {
+Session::Session(DebugText& receiver) : receiver_(receiver) {
     if (spifns_stream_init(&stream_) != 0) {
         const Failure failure = lastFailure();
         if (failure.errorCode() != SPIFNS_ERROR_NO_DEVICE) throw Failure(failure);
@@ -120,6 +122,27 @@ void Session::set(const Setting& setting) {
     check(spifns_stream_sequence(stream_, &action, 1));
 }
 
+void Session::setAll(std::span<const Setting> settings) {
+    requireClocks(settings);
+    for (const Setting& setting : settings) {
+        set(setting);
+        if (setting.name == "SPIMAXCLOCK") hasMaximum_ = true;
+        if (setting.name != "SPICLOCK") continue;
+        const std::string asked = shownValue(setting.name, setting.value);
+        const std::string got = shownValue(setting.name, get(setting.name));
+        if (got != asked)
+            receiver_.tell(fmt::format("asked for a clock of {}, got {}", asked, got));
+    }
+}
+
+void Session::requireClocks(std::span<const Setting> settings) const {
+    wren::requireClocks(settings, decimalNumber(get("SPIMAXCLOCK")).value_or(0));
+}
+
+void Session::heedMaximum() const {
+    if (hasMaximum_) requireClocks(std::array{Setting{"SPI_DELAY", get("SPI_DELAY")}});
+}
+
 std::string Session::get(const std::string& name) const {
     spifns_clear_last_error();
     std::string value = spifns_stream_getvar(stream_, name.c_str());
@@ -128,11 +151,13 @@ std::string Session::get(const std::string& name) const {
 }
 
 void Session::read(std::uint32_t address, std::span<std::uint16_t> words) {
+    heedMaximum();
     SpiAction action = memoryAction(SPIFNS_READ, address, words.data(), words.size());
     check(spifns_stream_sequence(stream_, &action, 1));
 }
 
 void Session::write(std::uint32_t address, std::span<const std::uint16_t> words) {
+    heedMaximum();
     // One record serves both directions; a write only takes from it.
     auto* data = const_cast<std::uint16_t*>(words.data());
     SpiAction action = memoryAction(SPIFNS_WRITE, address, data, words.size());
@@ -140,11 +165,13 @@ void Session::write(std::uint32_t address, std::span<const std::uint16_t> words)
 }
 
 void Session::submit(std::span<SpiAction> actions) {
+    if (std::ranges::find(actions, SPIFNS_SETVAR, &SpiAction::type) == actions.end()) heedMaximum();
     check(spifns_stream_sequence(stream_, actions.data(),
                                  static_cast<std::uint32_t>(actions.size())));
 }
 
 bool Session::xapStopped() const {
+    heedMaximum();
     const spifns_xap_state state = spifns_stream_marigold_xap_stopped(stream_);
     if (state == SPIFNS_XAP_ERROR) throwLastError();
     return state == SPIFNS_XAP_STOPPED;
@@ -161,6 +188,7 @@ void Session::prepareMgcmd(std::uint16_t first, std::uint16_t second) {
 }
 
 void Session::mgcmd(std::span<std::uint16_t> words, bool strict) {
+    heedMaximum();
     check(spifns_stream_mgcmd_cmd(stream_, words.data(), static_cast<std::uint16_t>(words.size()),
                                   strict ? 1 : 0));
 }

@@ -44,6 +44,11 @@ class Session {
     std::string deviceId() const;
 
     void set(const Setting& setting);
+    // Makes settings in their order, none of them when a clock would be above the maximum; tells
+    // the user of a clock that is not the one asked for.
+    void setAll(std::span<const Setting> settings);
+    // Throws when settings would drive a clock above the maximum.
+    void requireClocks(std::span<const Setting> settings) const;
     // The value of a variable; where the adapter must be asked, its failure is thrown.
     std::string get(const std::string& name) const;
 
@@ -61,6 +66,8 @@ class Session {
     void mgcmd(std::span<std::uint16_t> words, bool strict);
 
    private:
+    // Throws when the clock, which another host may have set, is above a maximum that was set.
+    void heedMaximum() const;
     void check(int status) const;
     // For calls that report a failure in the last error alone, which must be clear before them.
     void checkLastError() const;
@@ -68,6 +75,8 @@ class Session {
     // Which adapters could be chosen, or why there are none.
     std::string choices() const;
 
+    DebugText& receiver_;
+    bool hasMaximum_ = false;
     std::uint32_t stream_ = 0;
 };
 

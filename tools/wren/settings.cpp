@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
+#include <functional>
+#include <limits>
 #include <optional>
 #include <span>
+#include <vector>
 
+#include "clocks.h"
 #include "failure.h"
 #include "number.h"
 
@@ -16,29 +19,31 @@ namespace wren {
 
 namespace {
 
-enum class Kind { whole, positive, mode };
+// What a value is; of a variable that can only be read, nothing is said.
+enum class Kind { other, whole, steps, clock, mode };
 
 struct Variable {
     std::string_view name;
+    bool readable;
     Kind kind;
-    std::uint64_t highest;  // of a whole number
+    double lowest, highest;  // of a number
 };
 
-constexpr std::array kSettable{
-    Variable{"SPIPORT", Kind::whole, 0xFFFFFFFF},
-    Variable{"QUILLMODE", Kind::mode, 0},
-    Variable{"SPI_DELAY", Kind::whole, 0xFFFF},
-    Variable{"SPICLOCK", Kind::positive, 0},
-    Variable{"SPIMUL", Kind::whole, 16},
-    Variable{"SPICMDBITS", Kind::whole, 0xFFFF},
-    Variable{"SPICMDREADBITS", Kind::whole, 0xFFFF},
-    Variable{"SPICMDWRITEBITS", Kind::whole, 0xFFFF},
-    Variable{"SPIMAXCLOCK", Kind::positive, 0},
-};
+constexpr double kNoLimit = std::numeric_limits<double>::infinity();
 
-constexpr std::array<std::string_view, 10> kReadable{
-    "SPIPORT",   "QUILLVERSION", "SPI_DELAY",      "SPICLOCK",        "SPIMAXCLOCK",
-    "MUTEXNAME", "SPICMDBITS",   "SPICMDREADBITS", "SPICMDWRITEBITS", "SPIMUL"};
+constexpr std::array kVariables{
+    Variable{"SPIPORT", true, Kind::whole, 0, 0xFFFFFFFF},
+    Variable{"QUILLMODE", false, Kind::mode, 0, 0},
+    Variable{"SPI_DELAY", true, Kind::steps, 0, 0xFFFE},
+    Variable{"SPICLOCK", true, Kind::clock, 0.1211, kNoLimit},
+    Variable{"SPIMUL", true, Kind::whole, 0, 16},
+    Variable{"SPICMDBITS", true, Kind::whole, 0, 0xFFFF},
+    Variable{"SPICMDREADBITS", true, Kind::whole, 0, 0xFFFF},
+    Variable{"SPICMDWRITEBITS", true, Kind::whole, 0, 0xFFFF},
+    Variable{"SPIMAXCLOCK", true, Kind::clock, 1, kNoLimit},
+    Variable{"QUILLVERSION", true, Kind::other, 0, 0},
+    Variable{"MUTEXNAME", true, Kind::other, 0, 0},
+};
 
 constexpr std::array<std::string_view, 2> kModes{"SPI", "JTAG"};
 constexpr std::array<std::string_view, 2> kChipCommands{"DFU", "SPISLOWER"};
@@ -60,36 +65,52 @@ std::string oneOf(std::span<const std::string_view> candidates, std::string_view
                   fmt::format("no {} '{}'; there are {}", what, text, fmt::join(candidates, ", ")));
 }
 
-// The text that makes the library see the value that the user means.
-std::optional<std::string> libraryText(const Variable& variable, std::string_view value) {
-    if (variable.kind == Kind::whole) {
-        const auto number = wholeNumber(value);
-        if (!number || *number > variable.highest) return std::nullopt;
-        return std::to_string(*number);
-    }
-    const auto number = decimalNumber(value);
-    if (!number || *number <= 0) return std::nullopt;
-    return std::string(value);
+const Variable& variableOf(std::string_view name) {
+    static constexpr Variable kUnknown{"", false, Kind::other, 0, 0};
+    const auto* found = std::ranges::find(kVariables, name, &Variable::name);
+    return found != kVariables.end() ? *found : kUnknown;
 }
 
-const Variable& settableVariable(std::string_view name) {
-    std::array<std::string_view, kSettable.size()> names;
-    std::ranges::transform(kSettable, names.begin(), &Variable::name);
-    return *std::ranges::find(kSettable, oneOf(names, name, "variable to set"), &Variable::name);
+template <class Wanted>
+std::vector<std::string_view> namesOf(Wanted wanted) {
+    std::vector<std::string_view> names;
+    for (const Variable& variable : kVariables)
+        if (std::invoke(wanted, variable)) names.push_back(variable.name);
+    return names;
+}
+
+std::string_view unitOf(const Variable& variable) {
+    return variable.kind == Kind::clock ? " kHz" : variable.kind == Kind::steps ? " steps" : "";
+}
+
+std::string expectation(const Variable& variable) {
+    if (variable.kind == Kind::clock)
+        return fmt::format("a number from {} on, in kHz", variable.lowest);
+    return fmt::format("a whole number, 0 to {:.0f}", variable.highest);
+}
+
+// The text that makes the library see the number that the user means, behind which its unit may
+// stand.
+std::optional<std::string> libraryText(const Variable& variable, std::string_view value) {
+    const std::string_view unit = unitOf(variable);
+    if (value.ends_with(unit)) value.remove_suffix(unit.size());
+    const auto whole = wholeNumber(value);
+    const std::string text = whole ? std::to_string(*whole) : std::string(value);
+    const auto number = whole || variable.kind == Kind::clock ? decimalNumber(text) : std::nullopt;
+    const bool good = number && *number >= variable.lowest && *number <= variable.highest;
+    return good ? std::optional(text) : std::nullopt;
 }
 
 }  // namespace
 
 Setting makeSetting(std::string_view name, std::string_view value) {
-    const Variable& variable = settableVariable(name);
-    if (variable.kind == Kind::mode)
-        return {std::string(variable.name), oneOf(kModes, value, "interface mode")};
-    if (auto text = libraryText(variable, value)) return {std::string(variable.name), *text};
-    const std::string expected = variable.kind == Kind::whole
-                                     ? fmt::format("a whole number, 0 to {}", variable.highest)
-                                     : "a number above 0, in kHz";
-    throw Failure(ExitCode::usage,
-                  fmt::format("{} takes {}, not '{}'", variable.name, expected, value));
+    const auto isSettable = [](const Variable& each) { return each.kind != Kind::other; };
+    const Variable& variable = variableOf(oneOf(namesOf(isSettable), name, "variable to set"));
+    const auto text = variable.kind == Kind::mode ? oneOf(kModes, value, "interface mode")
+                                                  : libraryText(variable, value);
+    if (text) return {std::string(variable.name), *text};
+    throw Failure(ExitCode::usage, fmt::format("{} takes {}, not '{}'", variable.name,
+                                               expectation(variable), value));
 }
 
 Setting parseSetting(std::string_view text) {
@@ -100,11 +121,15 @@ Setting parseSetting(std::string_view text) {
 }
 
 std::string readableVariable(std::string_view name) {
-    return oneOf(kReadable, name, "variable to read");
+    return oneOf(namesOf(&Variable::readable), name, "variable to read");
 }
 
-bool isReadable(std::string_view name) noexcept {
-    return std::ranges::find(kReadable, name) != kReadable.end();
+bool isReadable(std::string_view name) noexcept { return variableOf(name).readable; }
+
+std::string shownValue(std::string_view name, const std::string& value) {
+    const Variable& variable = variableOf(name);
+    const auto clock = variable.kind == Kind::clock ? decimalNumber(value) : std::nullopt;
+    return clock ? clockText(*clock) : fmt::format("{}{}", value, unitOf(variable));
 }
 
 std::string chipCommand(std::string_view name) { return oneOf(kChipCommands, name, "command"); }

@@ -16,8 +16,8 @@ struct Setting {
     std::string value;
 };
 
-// Makes a setting; the name in any case. Throws a usage Failure that lists the names, or says which
-// values the variable takes.
+// Makes a setting; the name in any case, the value with or without its unit. Throws a usage Failure
+// that lists the names, or says which values the variable takes.
 Setting makeSetting(std::string_view name, std::string_view value);
 
 // The same from "NAME=VALUE".
@@ -29,6 +29,9 @@ std::string readableVariable(std::string_view name);
 
 // Whether a variable, in the library's spelling, can be read.
 bool isReadable(std::string_view name) noexcept;
+
+// The value of a variable, in the library's spelling, for people: with its unit.
+std::string shownValue(std::string_view name, const std::string& value);
 
 // The name of a chip command, in the library's spelling. Throws a usage Failure that lists them.
 std::string chipCommand(std::string_view name);

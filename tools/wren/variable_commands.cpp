@@ -24,7 +24,7 @@ void getVariables(Context& context, const std::vector<std::string>& names) {
     Json& result = context.output.result()["variables"];
     for (const std::string& name : variables) {
         const std::string value = session.get(name);
-        context.output.print("{}={}\n", name, value);
+        context.output.print("{}={}\n", name, shownValue(name, value));
         result[name] = value;
     }
 }
@@ -34,11 +34,11 @@ void setVariables(Context& context, const std::vector<std::string>& settings) {
     std::ranges::transform(settings, checked.begin(), parseSetting);
     Connected session(context);
     Json& result = context.output.result()["variables"];
+    session.setAll(checked);
     for (const Setting& setting : checked) {
-        session.set(setting);
         // What the adapter made of it: a clock is rounded.
         const std::string value = presentValue(session, setting.name).value_or(setting.value);
-        context.output.print("{}={}\n", setting.name, value);
+        context.output.print("{}={}\n", setting.name, shownValue(setting.name, value));
         result[setting.name] = value;
     }
 }
@@ -50,11 +50,12 @@ void listVariables(Context& context) {
     const Connected session(context);
     Json& result = context.output.result()["variables"];
     result = Json::array();
-    context.output.print("{:<16}  {:<8}  {}\n", "NAME", "DEFAULT", "PRESENT");
+    context.output.print("{:<16}  {:<9}  {}\n", "NAME", "DEFAULT", "PRESENT");
     for (const spifns_variable& variable : std::span(table, count)) {
         const auto present = presentValue(session, variable.name);
-        context.output.print("{:<16}  {:<8}  {}\n", variable.name, variable.default_value,
-                             present.value_or("-"));
+        context.output.print("{:<16}  {:<9}  {}\n", variable.name,
+                             shownValue(variable.name, variable.default_value),
+                             present ? shownValue(variable.name, *present) : "-");
         result.push_back({{"name", variable.name},
                           {"default", variable.default_value},
                           {"present", present ? Json(*present) : Json()},
