@@ -1,7 +1,6 @@
 #include "quill/adapter_layer.h"
 
 #include <cstdint>
-#include <utility>
 
 #include "diag/result_sentry.h"
 #include "quill/adapter_list.h"
@@ -17,12 +16,8 @@ std::int32_t uses = 0;
 bool readMapFile() {
     const MapFile map = openMapFile();
     if (map.file == nullptr) return true;
-    SelectionTable table = *selectionTable();
-    const int faultyLine = applyMapFile(map.file.get(), table);
-    if (faultyLine == 0) {
-        replaceSelectionTable(std::move(table));
-        return true;
-    }
+    const int faultyLine = applyMapFile(map.file.get(), *selectionTable());
+    if (faultyLine == 0) return true;
     Quill_SetLastError(514, 0, "Mapping file %s syntax error on line: %d\n", map.name.c_str(),
                        faultyLine);
     return false;

@@ -35,7 +35,7 @@ std::vector<Port> visiblePorts() {
         adapterLayerLock());  // keeps the tables while they are read without a stream
     if (tables == nullptr) return ports;
     for (const auto& [key, port] : tables->selection) {
-        if (key >= kMaxAdapters) break;
+        if (!isPortNumber(key)) break;
         const AdapterEntry* adapter = findAdapter(port);
         if (adapter != nullptr) ports.push_back({key, adapter->id});
     }
@@ -48,18 +48,16 @@ void Quill_Enumerate() {
     const Trace trace;
     if (tables != nullptr) return;
     auto made = std::make_unique<Tables>();
-    const std::vector<std::string> paths = os::presentAdapters(kMaxAdapters);
+    const std::vector<std::string> paths = os::presentAdapters(kPortCount);
     tables = made.release();
     for (const std::string& path : paths) Quill_AddDevice(path.c_str());
 }
 
 void dropAdapters() { delete std::exchange(tables, nullptr); }
 
-void replaceSelectionTable(SelectionTable&& table) { tables->selection = std::move(table); }
-
 bool adapterListExists() { return tables != nullptr; }
 
-const SelectionTable* selectionTable() { return tables == nullptr ? nullptr : &tables->selection; }
+SelectionTable* selectionTable() { return tables == nullptr ? nullptr : &tables->selection; }
 
 const AdapterEntry* findAdapter(std::uint64_t port) {
     if (tables == nullptr) return nullptr;
@@ -77,7 +75,7 @@ std::uint32_t Quill_GetModuleId(const char* devicePath) {
 void Quill_AddDevice(const char* devicePath) {
     std::uint32_t id = Quill_GetModuleId(devicePath);
     const auto port = static_cast<std::uint32_t>(tables->adapters.size());
-    if (id < kMaxAdapters || tables->selection.contains(id)) id = port;
+    if (isPortNumber(id) || tables->selection.contains(id)) id = port;
     tables->selection.try_emplace(id, port);
     tables->selection.try_emplace(port, port);
     tables->adapters.try_emplace(port, AdapterEntry{id, devicePath});

@@ -16,8 +16,10 @@
 
 namespace wrenlink {
 
-// At most so many adapters are registered; keys below it are the ports that hosts are shown.
-inline constexpr std::size_t kMaxAdapters = 32;
+// Port numbers lie below this, so that no more adapters are registered. A key below it is a port
+// number, which hosts are shown; an adapter id is not taken from there.
+inline constexpr std::uint32_t kPortCount = 32;
+constexpr bool isPortNumber(std::uint32_t key) { return key < kPortCount; }
 
 struct AdapterEntry {
     std::uint32_t id;        // as reported, or the port number: below 32, taken, or no answer
@@ -35,12 +37,9 @@ void Quill_Enumerate();
 // Destroys both.
 void dropAdapters();
 
-// Replaces the contents of the selection table; it must exist.
-void replaceSelectionTable(SelectionTable&& table);
-
 bool adapterListExists();
-// The table, or null when it does not exist.
-const SelectionTable* selectionTable();
+// The table, or null when it does not exist. Only the start of the adapter layer changes it.
+SelectionTable* selectionTable();
 // The adapter of a port number, or null.
 const AdapterEntry* findAdapter(std::uint64_t port);
 

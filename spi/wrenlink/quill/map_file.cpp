@@ -44,7 +44,7 @@ MapFile openMapFile() {
 
 bool parseMapping(const char* line, Mapping& mapping) {
     const auto [key, end] = parseUnsigned(line);
-    if (key >= kMaxAdapters || *end != '=') return false;
+    if (!isPortNumber(key) || *end != '=') return false;
     mapping = {key, parseUnsigned(end + 1).value};
     return true;
 }

@@ -23,14 +23,6 @@ constexpr std::size_t kDebugTextSize = 1152;
 
 constexpr char kVersionFormat[] = "Quill fw version: %u (0x%X)\n";
 
-// Ends the use of the adapter layer that Quill_Initialise has counted, unless the stream keeps it.
-struct LayerUse {
-    bool kept = false;
-    ~LayerUse() {
-        if (!kept) Quill_Finalise();
-    }
-};
-
 // The adapter that a selection text selects, and its port number in `port`; null when there is
 // none.
 const AdapterEntry* selectedAdapter(const char* selection, std::uint32_t& port) {
@@ -56,11 +48,14 @@ void passToCallback(QuillStream* stream, const char* format, va_list arguments) 
 QuillStream* Quill_Stream_Initialise() {
     const Trace trace;
     const bool mapFileRead = Quill_Initialise();
-    LayerUse use;
-    auto stream = std::make_unique<QuillStream>();
-    stream->mapFileFailed = !mapFileRead;
-    use.kept = true;
-    return stream.release();
+    try {
+        auto* const stream = new QuillStream;
+        stream->mapFileFailed = !mapFileRead;
+        return stream;
+    } catch (...) {
+        Quill_Finalise();
+        throw;
+    }
 }
 
 void Quill_Stream_Finalise(QuillStream* stream) {
