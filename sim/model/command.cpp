@@ -24,10 +24,12 @@ struct Call {
     TextWriter& out;
 };
 
-bool readWord(std::string_view text, std::uint16_t& word) {
-    std::uint64_t value = 0;
-    if (!readNumber(text, kWord, value)) return false;
-    word = static_cast<std::uint16_t>(value);
+// Reads a word, or a number of 32 bits for what holds more.
+template <class Value>
+bool readValue(std::string_view text, Value& value) {
+    std::uint64_t number = 0;
+    if (!readNumber(text, sizeof(Value) == 2 ? kWord : kLong, number)) return false;
+    value = static_cast<Value>(number);
     return true;
 }
 
@@ -85,7 +87,7 @@ Failure runLog(Call& call) {
     std::uint64_t from = 1;
     if (!forgets && !readNumber(which, ~std::uint64_t{0}, from)) return kBadNumber;
     if (which != "clear") call.adapter->log.print(call.out, from);
-    // Who has no room for a log asks again.
+    // A log that did not fit the answer is kept, so that it can be asked for again.
     if (forgets && call.out.isWhole()) call.adapter->clearLog();
     return kDone;
 }
@@ -141,7 +143,7 @@ Failure runXap(Call& call) {
     const std::string_view state = call.arguments[0];
     if (state == "running" || state == "stopped") {
         settings.xap = state == "stopped" ? 1 : 0;
-    } else if (state != "failing" && !readWord(state, settings.xap)) {
+    } else if (state != "failing" && !readValue(state, settings.xap)) {
         return "not running, stopped, failing or a word";
     }
     settings.xapFails = state == "failing";
@@ -155,8 +157,8 @@ Failure runFaulty(Call& call) {
         call.adapter->clearFaulty();
         return kDone;
     }
-    const bool isRange = call.arguments.size() == 2 && readWord(call.arguments[0], first) &&
-                         readWord(call.arguments[1], last) && first <= last;
+    const bool isRange = call.arguments.size() == 2 && readValue(call.arguments[0], first) &&
+                         readValue(call.arguments[1], last) && first <= last;
     if (!isRange) return "not none or a first and a last address";
     call.adapter->setFaulty(first, last);
     return kDone;
@@ -165,7 +167,7 @@ Failure runFaulty(Call& call) {
 Failure runPeek(Call& call) {
     std::uint16_t address = 0;
     std::uint64_t count = 0;
-    if (!readWord(call.arguments[0], address)) return kBadNumber;
+    if (!readValue(call.arguments[0], address)) return kBadNumber;
     if (!readNumber(call.arguments[1], kMemoryWords, count)) return kBadNumber;
     for (std::uint32_t i = 0; i < count; ++i) {
         if (i > 0) call.out.text(" ");
@@ -179,9 +181,9 @@ Failure runPoke(Call& call) {
     std::array<std::uint16_t, kMostWords> words{};
     std::uint16_t address = 0;
     const Arguments texts = call.arguments.subspan(1);
-    if (!readWord(call.arguments[0], address)) return kBadNumber;
+    if (!readValue(call.arguments[0], address)) return kBadNumber;
     for (std::size_t i = 0; i < texts.size(); ++i) {
-        if (!readWord(texts[i], words[i])) return kBadNumber;
+        if (!readValue(texts[i], words[i])) return kBadNumber;
     }
     for (std::uint32_t i = 0; i < texts.size(); ++i) {
         call.adapter->setWord(address + i, words[i]);
@@ -212,39 +214,34 @@ Failure runOpenable(Call& call) {
     return kDone;
 }
 
-struct WordSetting {
+struct Setting {
     std::string_view name;
-    std::uint16_t RequestContext::*field;
+    bool (*set)(Settings& settings, std::string_view text);
+    Failure failure = kBadNumber;
 };
 
-constexpr std::array<WordSetting, 5> kWordSettings{{
-    {"delay", &RequestContext::delay},
-    {"mode", &RequestContext::mode},
-    {"device", &RequestContext::device},
-    {"readbits", &RequestContext::readBits},
-    {"writebits", &RequestContext::writeBits},
-}};
+constexpr auto kSettings = std::to_array<Setting>({
+    {"id", [](Settings& to, std::string_view text) { return readValue(text, to.id); }},
+    {"firmware",
+     [](Settings& to, std::string_view text) { return readFirmware(text, to.firmware); },
+     "not MAJOR.MINOR"},
+    {"delay", [](Settings& to, std::string_view text) { return readValue(text, to.spi.delay); }},
+    {"mode", [](Settings& to, std::string_view text) { return readValue(text, to.spi.mode); }},
+    {"device", [](Settings& to, std::string_view text) { return readValue(text, to.spi.device); }},
+    {"readbits",
+     [](Settings& to, std::string_view text) { return readValue(text, to.spi.readBits); }},
+    {"writebits",
+     [](Settings& to, std::string_view text) { return readValue(text, to.spi.writeBits); }},
+    {"answer-us",
+     [](Settings& to, std::string_view text) { return readValue(text, to.answerMicroseconds); }},
+});
 
 Failure runSet(Call& call) {
-    Settings& settings = call.adapter->settings;
-    const std::string_view name = call.arguments[0];
-    const std::string_view text = call.arguments[1];
-    for (const WordSetting& setting : kWordSettings) {
-        if (setting.name == name) {
-            return readWord(text, settings.spi.*setting.field) ? kDone : kBadNumber;
-        }
+    for (const Setting& setting : kSettings) {
+        if (setting.name != call.arguments[0]) continue;
+        return setting.set(call.adapter->settings, call.arguments[1]) ? kDone : setting.failure;
     }
-    if (name == "firmware") {
-        return readFirmware(text, settings.firmware) ? kDone : "not MAJOR.MINOR";
-    }
-    if (name == "answer-us") {
-        return readNumber(text, kLong, settings.answerMicroseconds) ? kDone : kBadNumber;
-    }
-    if (name != "id") return "no such setting";
-    std::uint64_t id = 0;
-    if (!readNumber(text, kLong, id)) return kBadNumber;
-    settings.id = static_cast<std::uint32_t>(id);
-    return kDone;
+    return "no such setting";
 }
 
 struct Verb {
@@ -258,7 +255,7 @@ struct Verb {
 
 Failure runHelp(Call& call);
 
-constexpr std::array<Verb, 15> kVerbs{{
+constexpr auto kVerbs = std::to_array<Verb>({
     {"help", "", false, 0, 0, runHelp},
     {"list", "", false, 0, 0, runList},
     {"state", "ADAPTER", true, 0, 0, runState},
@@ -276,7 +273,7 @@ constexpr std::array<Verb, 15> kVerbs{{
     {"openable", "ADAPTER yes|no", true, 1, 1, runOpenable},
     {"set", "ADAPTER id|firmware|delay|mode|device|readbits|writebits|answer-us VALUE", true, 2, 2,
      runSet},
-}};
+});
 
 Failure runHelp(Call& call) {
     for (const Verb& verb : kVerbs) {

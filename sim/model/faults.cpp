@@ -6,7 +6,7 @@ namespace quillsim {
 namespace {
 
 // In the order of FaultKind.
-constexpr std::array<FaultFacts, 12> kFaults{{
+constexpr auto kFaults = std::to_array<FaultFacts>({
     {FaultKind::delay, "delay", 1, false},
     {FaultKind::silence, "silence", 0, true},
     {FaultKind::refuse, "refuse", 1, true},
@@ -19,7 +19,7 @@ constexpr std::array<FaultFacts, 12> kFaults{{
     {FaultKind::badStatus, "badstatus", 1, false},
     {FaultKind::stale, "stale", 0, false},
     {FaultKind::twice, "twice", 0, false},
-}};
+});
 
 constexpr std::array<std::string_view, 4> kDeliveryNames{"completion", "silence", "close", "runt"};
 

@@ -9,7 +9,7 @@ constexpr std::uint16_t kAnyWord = 0xFFFF;
 constexpr std::size_t kGap = 2;
 constexpr std::size_t kEntryHeader = 6;
 
-constexpr std::array<Command, 13> kCommands{{
+constexpr auto kCommands = std::to_array<Command>({
     {Code::read, "read", Shape::entry, 0, 0, kAnyWord},
     {Code::write, "write", Shape::entry, 0, 0, kAnyWord},
     {Code::setDelay, "set-delay", Shape::fixed, 5, 0, kAnyWord},
@@ -23,7 +23,7 @@ constexpr std::array<Command, 13> kCommands{{
     {Code::commandBits, "command-bits", Shape::entry, 0, 0, 1},
     {Code::mgcmdInit, "mgcmd-init", Shape::fixed, 7, 0, kAnyWord},
     {Code::mgcmd, "mgcmd", Shape::counted, 0, 0, kMgcmdWordLimit},
-}};
+});
 
 constexpr std::array<std::string_view, 13> kVerdictNames{
     "good",         "control-code",   "frame-too-short", "frame-length",    "reserved-byte",
