@@ -1,4 +1,5 @@
-// The options by which quillsim describes its adapters, the same on every system.
+// quillsim's command line as far as it is the same on every system: the options that describe
+// adapters, and how it answers a line that makes no sense.
 #ifndef QUILLSIM_ADAPTER_ARGUMENTS_H
 #define QUILLSIM_ADAPTER_ARGUMENTS_H
 
@@ -7,6 +8,8 @@
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "sim/model/text.h"
 
 namespace quillsim {
 
@@ -33,7 +36,13 @@ inline void declareAdapters(CLI::App& app, AdapterArguments& arguments, std::siz
         ->capture_default_str();
     addPerAdapter(app, "--id", arguments.ids, "adapter id (others: 100, 200, ... by number)");
     addPerAdapter(app, "--firmware", arguments.firmware,
-                  "MAJOR.MINOR (others: as the last one, or 1.9)");
+                  "MAJOR.MINOR (others: as the last one, or 1.9)")
+        ->check(CLI::Validator(
+            [](std::string& text) {
+                std::uint16_t version = 0;
+                return readFirmware(text, version) ? "" : "'" + text + "' is not MAJOR.MINOR";
+            },
+            ""));
     addPerAdapter(app, "--memory", arguments.memory,
                   "file of little-endian words from address 0 on (others: zeros)")
         ->check(CLI::ExistingFile);
@@ -42,6 +51,19 @@ inline void declareAdapters(CLI::App& app, AdapterArguments& arguments, std::siz
         ->check(CLI::IsMember({"running", "stopped"}));
     app.add_option("--answer-us,--delay-us", arguments.answerMicroseconds,
                    "microseconds that every request takes");
+}
+
+inline void declareManners(CLI::App& app) {
+    app.set_version_flag("--version", "quillsim of wrenlink " QUILLSIM_VERSION);
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return std::string("quillsim: ") + error.what() + "; --help tells what there is\n";
+    });
+}
+
+// Prints what a command line that is not carried out asks for, or what is wrong with it, and
+// returns the exit code: 0 or 2.
+inline int answerUnrun(const CLI::App& app, const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
 }
 
 // The value of an adapter in a list given for some: its own, else the last one, else the default.

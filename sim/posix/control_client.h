@@ -11,7 +11,7 @@ namespace quillsim {
 
 class ControlClient {
    public:
-    // Connects. Throws std::system_error.
+    // Connects. Throws as connectControl().
     explicit ControlClient(const std::string& runtimeDirectory);
 
     // Carries out a command line and returns the lines that it answers. Throws std::runtime_error

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "sim/adapter_arguments.h"
-#include "sim/model/text.h"
 #include "sim/posix/control_client.h"
 #include "sim/posix/server.h"
 
@@ -35,6 +34,11 @@ struct Arguments : quillsim::AdapterArguments {
 void declare(CLI::App& app, Arguments& arguments) {
     app.add_option("--runtime-dir", arguments.runtimeDirectory, "where hosts look for adapters")
         ->envname("WRENLINK_RUNTIME_DIR")
+        ->check(CLI::Validator(
+            [](std::string& path) {
+                return path.front() == '/' ? "" : "'" + path + "' is not an absolute path";
+            },
+            ""))
         ->capture_default_str();
     quillsim::declareAdapters(app, arguments, kMostAdapters);
     quillsim::addPerAdapter(app, "--name", arguments.names,
@@ -74,9 +78,7 @@ AdapterOptions adapterOptions(const Arguments& arguments, std::size_t adapter) {
     options.id = adapter < arguments.ids.size() ? arguments.ids[adapter]
                                                 : static_cast<std::uint32_t>(100 * (adapter + 1));
     const std::string firmware = quillsim::valueFor(arguments.firmware, adapter, "1.9");
-    if (!quillsim::readFirmware(firmware, options.firmware)) {
-        throw std::runtime_error("--firmware: " + firmware + " is not MAJOR.MINOR");
-    }
+    quillsim::readFirmware(firmware, options.firmware);
     if (adapter < arguments.memory.size()) options.memoryFile = arguments.memory[adapter];
     options.xapStopped = quillsim::valueFor(arguments.xap, adapter, "running") == "stopped";
     options.answerMicroseconds = arguments.answerMicroseconds;
@@ -117,10 +119,13 @@ int control(const Arguments& arguments) {
 int main(int argc, char** argv) {
     CLI::App app{"Simulated Quill adapters with Marigold chips behind them"};
     Arguments arguments;
+    quillsim::declareManners(app);
     declare(app, arguments);
-    CLI11_PARSE(app, argc, argv);
     try {
+        app.parse(argc, argv);
         return arguments.command.empty() ? serve(arguments) : control(arguments);
+    } catch (const CLI::ParseError& error) {
+        return quillsim::answerUnrun(app, error);
     } catch (const std::exception& error) {
         std::cerr << "quillsim: " << error.what() << '\n';
         return 1;

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <system_error>
 #include <vector>
 
@@ -86,8 +87,8 @@ std::vector<std::string> namesIn(int directory) {
 }  // namespace
 
 RuntimeDirectory::RuntimeDirectory(const std::string& path, const DirectoryAccess& access)
-    : access_(access) {
-    std::filesystem::path root = std::filesystem::absolute(path).lexically_normal();
+    : path_(path), access_(access) {
+    std::filesystem::path root = std::filesystem::path(path).lexically_normal();
     if (!root.has_filename()) root = root.parent_path();
     std::filesystem::create_directories(root.parent_path());
     root_ = makeDirectory(AT_FDCWD, root, access, 0);
@@ -121,7 +122,12 @@ FileDescriptor RuntimeDirectory::listenAdapter(const std::string& name) const {
 }
 
 FileDescriptor RuntimeDirectory::listenControl() const {
-    return listenAt(root_.get(), kControlName, SOCK_STREAM);
+    try {
+        return listenAt(root_.get(), kControlName, SOCK_STREAM);
+    } catch (const std::system_error& error) {
+        if (error.code() != std::errc::address_in_use) throw;
+        throw std::runtime_error(path_ + " is already served by another simulator");
+    }
 }
 
 void RuntimeDirectory::removeAdapter(const std::string& name) const {
@@ -143,10 +149,12 @@ FileDescriptor RuntimeDirectory::lock() const {
 }
 
 FileDescriptor connectControl(const std::string& path) {
-    const FileDescriptor root = openDirectory(AT_FDCWD, path);
     FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const int error = fd ? connectIn(fd, root.get(), kControlName) : errno;
-    if (error != 0) fail(error, "no simulator in " + path);
+    const FileDescriptor root(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const int error = fd && root ? connectIn(fd, root.get(), kControlName) : errno;
+    if (error == ENOENT || error == ECONNREFUSED)
+        throw std::runtime_error("no simulator serves " + path);
+    if (error != 0) fail(error, path);
     return fd;
 }
 

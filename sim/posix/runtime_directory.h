@@ -24,7 +24,8 @@ class RuntimeDirectory {
     RuntimeDirectory(const std::string& path, const DirectoryAccess& access);
 
     // Makes adapters/NAME or the control socket and listens on it. A socket that nobody serves any
-    // more is replaced; one that is served is EADDRINUSE.
+    // more is replaced; one that is served is EADDRINUSE, and a control socket that is, is another
+    // simulator's folder: std::runtime_error.
     FileDescriptor listenAdapter(const std::string& name) const;
     FileDescriptor listenControl() const;
     void removeAdapter(const std::string& name) const;
@@ -38,12 +39,14 @@ class RuntimeDirectory {
    private:
     FileDescriptor listenAt(int directory, const std::string& name, int type) const;
 
+    std::string path_;
     DirectoryAccess access_;
     FileDescriptor root_;
     FileDescriptor adapters_;
 };
 
-// Connects to the control socket of the server of a runtime directory. Throws std::system_error.
+// Connects to the control socket of the server of a runtime directory. Throws std::system_error,
+// and std::runtime_error when nobody serves it.
 FileDescriptor connectControl(const std::string& path);
 
 }  // namespace quillsim

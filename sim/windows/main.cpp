@@ -112,6 +112,7 @@ void control(const std::string& command) {
 int main(int argc, char** argv) {
     CLI::App app{"Simulated Quill adapters with Marigold chips behind them"};
     Arguments arguments;
+    quillsim::declareManners(app);
     app.require_subcommand(1);
     CLI::App* const installing =
         app.add_subcommand("install", "install the driver anew, with adapters at power-on");
@@ -131,7 +132,7 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error);
+        return quillsim::answerUnrun(app, error);
     } catch (const std::exception& error) {
         std::cerr << "quillsim: " << error.what() << '\n';
         return 1;

@@ -67,6 +67,16 @@ class ServerTest : public testing::Test {
         return client.wait() == 0 ? output : "failed";
     }
 
+    // The exit code and the error that a command line ends with.
+    std::string refusal(std::vector<std::string> words) const {
+        words.insert(words.begin(), QUILLSIM);
+        const path errors = folder_.path() / "errors";
+        const int code = wrenlink::test::Program(words, {}, errors).wait();
+        std::string text;
+        std::getline(std::ifstream(errors), text, '\0');
+        return std::to_string(code) + ' ' + text;
+    }
+
     const wrenlink::test::TestRuntime folder_;
     path runtime_ = folder_.path() / "run";
 };
@@ -96,12 +106,24 @@ TEST_F(ServerTest, TakesOverFromADeadServerButNotFromALiveOne) {
     ASSERT_EQ(server.readLine(), "ready");
     EXPECT_THAT(adapterNames(), ElementsAre("quill0", "quill1"));
 
-    Quillsim second(runtime_, {"--adapters", "1"});
-    EXPECT_EQ(second.readLine(), "");
-    EXPECT_EQ(second.wait(), 1);
+    EXPECT_EQ(refusal({"--runtime-dir", runtime_}),
+              "1 quillsim: " + runtime_.string() + " is already served by another simulator\n");
     Host host(adapterPath("quill0"));
     host.askDelay();
     EXPECT_TRUE(host.hasAnswer());
+}
+
+TEST_F(ServerTest, RefusesWhatMakesNoSense) {
+    const std::string help = "; --help tells what there is\n";
+    EXPECT_EQ(refusal({"--frob"}),
+              "2 quillsim: The following argument was not expected: --frob" + help);
+    EXPECT_EQ(refusal({"--runtime-dir", "lab"}),
+              "2 quillsim: --runtime-dir: 'lab' is not an absolute path" + help);
+    EXPECT_EQ(refusal({"--firmware", "1"}),
+              "2 quillsim: --firmware: '1' is not MAJOR.MINOR" + help);
+    EXPECT_EQ(refusal({"--runtime-dir", runtime_, "--control", "list"}),
+              "1 quillsim: no simulator serves " + runtime_.string() + '\n');
+    EXPECT_EQ(refusal({"--version"}), "0 ");
 }
 
 TEST_F(ServerTest, SilentAndDelayedRequestsHoldNobodyUp) {
