@@ -188,9 +188,15 @@ enum class RequestStart {
     failed,
 };
 
+// How long a cancelled request is waited for.
+inline constexpr std::uint32_t kCancelLimitMs = 250;
+
+struct DriverRequest;  // what the driver has of a request (Windows)
+
 // One adapter's driver, opened for one control request. Call in this order: open, makeEvent, start,
 // wait, outcome. Destroying it cancels a request that is still in flight and waits until the driver
-// can no longer touch the caller's buffers, then closes the event and the device.
+// has given it back, at most kCancelLimitMs, then closes the device. The driver never has the
+// caller's buffers: a request that it keeps has memory and an event of its own, which stay behind.
 class Device {
    public:
     Device() noexcept = default;
@@ -202,8 +208,10 @@ class Device {
     bool open(const char* devicePath) noexcept;
     // Makes the event that a completion signals.
     bool makeEvent() noexcept;
-    // Hands over a request. Both buffers stay the driver's until outcome() or close(); of a reply
-    // at most replyCapacity bytes are written, and bytes it does not have are left as they were.
+    // Hands over a request with a control code of the buffered kind (its two low bits are 0), which
+    // takes the request's bytes at once. The reply's buffer is written by wait() and outcome()
+    // alone: of a successful reply at most replyCapacity bytes, and bytes it does not have are left
+    // as they were.
     RequestStart start(std::uint32_t controlCode, const void* request, std::size_t requestSize,
                        void* reply, std::size_t replyCapacity) noexcept;
     // Waits for the completion: acquired, timedOut or failed. A time-out leaves lastError() as the
@@ -216,15 +224,16 @@ class Device {
    private:
     // Takes the completion, with recvmsg's flags; false when there is none yet (POSIX).
     bool receive(int flags) noexcept;
+    // A request that is in flight afterwards is still the driver's.
     void cancelAndWait() noexcept;
 
     NativeHandle device_ = kNoHandle;
-    [[maybe_unused]] NativeHandle event_ = kNoHandle;  // Windows
     bool inFlight_ = false;
     void* reply_ = nullptr;
     std::size_t replyCapacity_ = 0;
-    [[maybe_unused]] ErrorCode completion_ = 0;                  // POSIX
-    [[maybe_unused]] alignas(8) std::byte overlapped_[32] = {};  // Windows
+    [[maybe_unused]] ErrorCode completion_ = 0;          // POSIX
+    [[maybe_unused]] NativeHandle event_ = kNoHandle;    // Windows
+    [[maybe_unused]] DriverRequest* request_ = nullptr;  // Windows
 };
 
 // ---- System ------------------------------------------------------------------------------------

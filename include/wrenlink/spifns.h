@@ -18,7 +18,9 @@
  * not be cancelled, and no thread may be in a call when the library is unloaded.
  *
  * Blocking. A function that talks to the adapter waits for its turn without a limit and then at
- * most 1000 ms for each exchange. Functions that do so say "exchanges".
+ * most 1000 ms for each exchange; on Windows, 250 ms more until the driver has given a request back
+ * that it did not answer in time. If it has not by then, the exchange ends all the same, and
+ * nothing is written to the host's buffers later. Functions that do so say "exchanges".
  *
  * Units. Chip memory is addressed in 16-bit words. Words in host buffers have host byte order.
  */

@@ -47,6 +47,7 @@ bool AdapterPort::powerOn(std::uint32_t id) {
         new (adapter_) Adapter(id, kRefusal);
     }
     letOpen(true);
+    keepsCancelled_ = false;
     return true;
 }
 
@@ -71,6 +72,11 @@ void AdapterPort::letOpen(bool openable) {
     // Enabling the interface anew mends its link.
     enableInterface(false);
     showInterface();
+}
+
+void AdapterPort::keepCancelled(bool kept) {
+    keepsCancelled_ = kept;
+    if (!kept && child_ != nullptr) context_->queue.endKept(child_);
 }
 
 void AdapterPort::showInterface() { enableInterface(offered_ && link_.Buffer != nullptr); }
@@ -185,7 +191,8 @@ NTSTATUS AdapterPort::deliver(IRP& irp, const Answer& answer, std::size_t capaci
     irp.IoStatus.Status = status;
     irp.IoStatus.Information = size;
     const bool ends = answer.delivery != Delivery::silence;
-    return context_->queue.hold(irp, ends ? answer.delayMicroseconds : RequestQueue::kNever);
+    return context_->queue.hold(irp, ends ? answer.delayMicroseconds : RequestQueue::kNever,
+                                keepsCancelled_);
 }
 
 NTSTATUS AdapterPort::servePnp(IRP& irp, const IO_STACK_LOCATION& stack) {

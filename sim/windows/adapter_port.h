@@ -46,6 +46,9 @@ class AdapterPort final : public Role {
     void offer(bool offered);
     // Locked. Whether hosts can open the adapter while it is listed.
     void letOpen(bool openable);
+    // Locked. Whether requests that take their time are kept until then, also when they are
+    // cancelled or their file is closed. Those that are kept end when that is over.
+    void keepCancelled(bool kept);
 
     // Locked. The child device to report: made when the adapter is offered and has none. Null when
     // the adapter is away, or when its former device has not left yet.
@@ -80,6 +83,7 @@ class AdapterPort final : public Role {
     ULONG_PTR session_ = 1;
     bool offered_ = false;
     bool openable_ = true;
+    bool keepsCancelled_ = false;
 
     DEVICE_OBJECT* child_ = nullptr;
     bool leaving_ = false;   // no longer reported, and not yet removed

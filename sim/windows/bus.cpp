@@ -118,12 +118,16 @@ void Bus::runLine(std::string_view line, TextWriter& out) {
     const PassiveGuard guard(context_.lock);
     std::string_view arguments = line;
     const std::string_view verb = nextWord(arguments);
-    if (verb != "adapters") {
-        if (verb == "help") out.text("adapters COUNT\n");
+    std::string_view failure;
+    if (verb == "adapters") {
+        failure = setAdapters(arguments);
+    } else if (verb == "keep") {
+        failure = keepCancelled(arguments);
+    } else {
+        if (verb == "help") out.text("adapters COUNT\nkeep ADAPTER yes|no\n");
         runCommand({{adapters_.data(), count_}, &Bus::plug, &Bus::letOpen, this}, line, out);
         return;
     }
-    const std::string_view failure = setAdapters(arguments);
     if (failure.empty()) {
         out.text("ok").endLine();
     } else {
@@ -143,6 +147,16 @@ std::string_view Bus::setAdapters(std::string_view arguments) {
     count_ = count;
     for (std::size_t i = 0; i < ports_.size(); ++i) ports_[i].offer(i < count);
     tellOfChange();
+    return {};
+}
+
+std::string_view Bus::keepCancelled(std::string_view arguments) {
+    std::size_t adapter = 0;
+    if (!readCount(arguments, kMostAdapters, adapter) || adapter >= count_)
+        return "no such adapter";
+    const std::string_view answer = nextWord(arguments);
+    if (answer != "yes" && answer != "no") return "not yes or no";
+    ports_[adapter].keepCancelled(answer == "yes");
     return {};
 }
 

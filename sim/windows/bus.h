@@ -57,8 +57,9 @@ class Bus final : public Role {
     NTSTATUS reportChildren(IRP& irp);
     void tellOfChange() { ::IoInvalidateDeviceRelations(context_.busDevice, BusRelations); }
 
-    // The bus's own command; returns why it fails, or nothing.
+    // The bus's own commands; they return why they fail, or nothing.
     std::string_view setAdapters(std::string_view arguments);
+    std::string_view keepCancelled(std::string_view arguments);
     // For the adapters' commands.
     static bool plug(void* bus, std::size_t adapter, bool plugged);
     static bool letOpen(void* bus, std::size_t adapter, bool openable);

@@ -15,10 +15,12 @@ std::uint64_t now() {
     return count / perSecond * kPerSecond + count % perSecond * kPerSecond / perSecond;
 }
 
-// The queue's notes in a request: the queue, and when the request is due.
-void note(IRP& irp, RequestQueue* queue, std::uint64_t due) {
+// The queue's notes in a request: the queue, when the request is due, and whether it is kept though
+// it is cancelled.
+void note(IRP& irp, RequestQueue* queue, std::uint64_t due, bool kept) {
     irp.Tail.Overlay.DriverContext[0] = queue;
     irp.Tail.Overlay.DriverContext[1] = reinterpret_cast<void*>(due);
+    irp.Tail.Overlay.DriverContext[2] = kept ? &irp : nullptr;
 }
 RequestQueue& queueOf(const IRP& irp) {
     return *static_cast<RequestQueue*>(irp.Tail.Overlay.DriverContext[0]);
@@ -26,6 +28,7 @@ RequestQueue& queueOf(const IRP& irp) {
 std::uint64_t dueOf(const IRP& irp) {
     return reinterpret_cast<std::uint64_t>(irp.Tail.Overlay.DriverContext[1]);
 }
+bool isKept(const IRP& irp) { return irp.Tail.Overlay.DriverContext[2] != nullptr; }
 
 IRP& requestOf(LIST_ENTRY* link) { return *CONTAINING_RECORD(link, IRP, Tail.Overlay.ListEntry); }
 
@@ -59,14 +62,14 @@ void RequestQueue::stop() {
     endAll(nullptr, nullptr, STATUS_CANCELLED);
 }
 
-NTSTATUS RequestQueue::hold(IRP& irp, std::uint64_t microseconds) {
-    note(irp, this, microseconds == kNever ? kNever : now() + microseconds);
+NTSTATUS RequestQueue::hold(IRP& irp, std::uint64_t microseconds, bool kept) {
+    note(irp, this, microseconds == kNever ? kNever : now() + microseconds, kept);
     ::IoMarkIrpPending(&irp);
     bool cancelled = false;
     {
         const SpinGuard guard(lock_);
         ::InsertTailList(&requests_, &irp.Tail.Overlay.ListEntry);
-        IoSetCancelRoutine(&irp, &RequestQueue::cancel);
+        if (!kept) IoSetCancelRoutine(&irp, &RequestQueue::cancel);
         // Cancelled before it had a routine; if that is gone again, it runs and takes the request.
         cancelled = irp.Cancel && IoSetCancelRoutine(&irp, nullptr) != nullptr;
         if (cancelled) ::RemoveEntryList(&irp.Tail.Overlay.ListEntry);
@@ -99,7 +102,7 @@ void RequestQueue::endWhere(Predicate picks, const NTSTATUS* status) {
             link = link->Flink;
             if (!picks(irp)) continue;
             // Without a cancel routine, the routine is about to run and takes the request itself.
-            if (IoSetCancelRoutine(&irp, nullptr) == nullptr) continue;
+            if (!isKept(irp) && IoSetCancelRoutine(&irp, nullptr) == nullptr) continue;
             ::RemoveEntryList(&irp.Tail.Overlay.ListEntry);
             ::InsertTailList(&taken, &irp.Tail.Overlay.ListEntry);
         }
@@ -114,13 +117,20 @@ void RequestQueue::endWhere(Predicate picks, const NTSTATUS* status) {
     }
 }
 
-void RequestQueue::endAll(const DEVICE_OBJECT* device, const FILE_OBJECT* file, NTSTATUS status) {
-    const auto isTheirs = [device, file](IRP& irp) {
+void RequestQueue::endAll(const DEVICE_OBJECT* device, const FILE_OBJECT* closed, NTSTATUS status) {
+    const auto isTheirs = [device, closed](IRP& irp) {
         const IO_STACK_LOCATION& stack = *IoGetCurrentIrpStackLocation(&irp);
         return (device == nullptr || stack.DeviceObject == device) &&
-               (file == nullptr || stack.FileObject == file);
+               (closed == nullptr || (stack.FileObject == closed && !isKept(irp)));
     };
     endWhere(isTheirs, &status);
+}
+
+void RequestQueue::endKept(const DEVICE_OBJECT* device) {
+    const auto isTheirs = [device](IRP& irp) {
+        return isKept(irp) && IoGetCurrentIrpStackLocation(&irp)->DeviceObject == device;
+    };
+    endWhere(isTheirs, nullptr);
 }
 
 std::uint64_t RequestQueue::earliest() {

@@ -23,13 +23,16 @@ class RequestQueue {
     // Ends the thread, and every request as cancelled.
     void stop();
 
-    // Keeps a request for so long, or until it is cancelled or ended by the functions below. After
-    // its time it ends with the status and the output size that it has in IoStatus now. Returns
-    // STATUS_PENDING; the request must not be touched any more.
-    NTSTATUS hold(IRP& irp, std::uint64_t microseconds);
+    // Holds a request for so long, or until it is ended by the functions below or, unless it is
+    // kept, cancelled. After its time it ends with the status and the output size that it has in
+    // IoStatus now. Returns STATUS_PENDING; the request must not be touched any more.
+    NTSTATUS hold(IRP& irp, std::uint64_t microseconds, bool kept);
 
-    // Ends what a device holds, or a file object only where it is not null, with this status.
-    void endAll(const DEVICE_OBJECT* device, const FILE_OBJECT* file, NTSTATUS status);
+    // Ends what a device holds with this status, or what was sent by a file object that is closed
+    // but is not kept.
+    void endAll(const DEVICE_OBJECT* device, const FILE_OBJECT* closed, NTSTATUS status);
+    // Ends what a device keeps as its time would.
+    void endKept(const DEVICE_OBJECT* device);
 
    private:
     static void cancel(DEVICE_OBJECT* device, IRP* irp);

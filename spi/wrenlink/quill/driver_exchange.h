@@ -14,9 +14,10 @@ class AdapterSettings;
 // it does not have are left as they were.
 //
 // Waits for the adapter's turn without a limit (one exchange at a time, over all threads and
-// processes), then at most 1000 ms for the reply. The driver is opened and closed within the call,
-// and nothing touches the buffers after it. What the exchange changes of the adapter's settings, if
-// they are given, is recorded before the next exchange can begin.
+// processes), then at most 1000 ms for the reply and os::kCancelLimitMs until a driver has given a
+// request without a reply back. The driver is opened and closed within the call, and nothing
+// touches the buffers after it. What the exchange changes of the adapter's settings, if they are
+// given, is recorded before the next exchange can begin.
 //
 // False on failure, with the operating system's text, ": " and ours stored: 515 "Unable to open USB
 // driver", 516 "Failed to create event for driver IO", "Driver IO failed", "Driver IO timed out".
