@@ -52,8 +52,12 @@ class WrenTest : public testing::Test {
         const fs::path folder = simulator_.runtime().path() / "files";
         fs::create_directory(folder);
         fs::current_path(folder);
+        setEnvironment("WREN_PORT", "100");
     }
-    ~WrenTest() override { fs::current_path(fs::temp_directory_path()); }
+    ~WrenTest() override {
+        setEnvironment("WREN_PORT", "");
+        fs::current_path(fs::temp_directory_path());
+    }
 
     struct Case {
         std::string line, outcome;
@@ -90,7 +94,7 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
          "mux device      0\nread bits       0x0\nwrite bits      0x0\nXAP             running\n"},
         {"wren set spi_delay=300 SPIMUL=2", "SPI_DELAY=300 steps\nSPIMUL=2\n"},
         {"wren get spi_delay --json",
-         R"({"command":"get","exit":0,"result":{"variables":{"SPI_DELAY":"300"}}})"
+         R"({"command":"get","exit":0,"result":{"id":100,"variables":{"SPI_DELAY":"300"}}})"
          "\n"},
         {"wren --port quill200 get SPI_DELAY", "SPI_DELAY=4 steps\n"},
         {"wren --max-clock 2000 --clock 1457.7 get SPI_DELAY", "SPI_DELAY=2 steps\n"},
@@ -111,9 +115,12 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
          "adapter "
          "has 1231.5 kHz and 1457.7 kHz, and 1066.1 kHz up to the maximum; choose with --clock and "
          "--max-clock\n"},
-        {"wren write 0x10 7 0xabcd", "2 words from 0x0010 on written and verified\n"},
-        {"wren read 16 2", "0010: 0007 abcd\n"},
-        {"wren fill --region 0x12:3 1 2", "3 words from 0x0012 on filled and verified\n"},
+        {"wren write 0x10 7 0xabcd",
+         "adapter 100: 2 words from 0x0010 on written and verified, CRC-32 83c334c6\n"},
+        {"wren read 16 2",
+         "# adapter 100: 2 words from 0x0010 on, CRC-32 83c334c6\n0010: 0007 abcd\n"},
+        {"wren fill --region 0x12:3 1 2",
+         "adapter 100: 3 words from 0x0012 on filled and verified, CRC-32 c98c8bcc\n"},
         {"wren run script", "0020: 0001 0002 0003 0000\n"},
         {"wren mgcmd --init 0xff 1 2 3", "0x00fe 0x00fd\n"},
         {"wren verify 0x11 0xabcd 1 2 9",
@@ -160,6 +167,34 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
     });
 }
 
+TEST_F(WrenTest, WorksWithTheAdaptersThatAreMeant) {
+    const std::string choices = "there are 0: USB SPI (100), 1: USB SPI (200)\n";
+    expect({
+        {"wren --port 1 write 5 1 2",
+         "adapter 200: 2 words from 0x0005 on written and verified, CRC-32 abcedafb\n"},
+        {"quillsim fault 0 corrupt 7 1 code=0x0100", ""},
+        {"wren --port all write 5 3",
+         "adapter 100: 0x0005: expected 0x0003, found 0x0002\n"
+         "adapter 200: 1 word from 0x0005 on written and verified, CRC-32 6af4413c\n"
+         "[4] wren: adapter 100: error: 1 of 1 words differ; check the chip's power and wiring, "
+         "and "
+         "try a lower --clock\n"},
+        {"wren --json --port 9,200 xap",
+         R"-({"command":"xap","exit":3,"adapters":[{"adapter":"9","exit":3,"result":{},"error":)-"
+         R"-({"code":514,"text":"Couldn't find device with id (9)","progress":"","hint":")-" +
+             choices.substr(0, choices.size() - 1) +
+             R"-("}},{"adapter":"200","exit":0,"result":{"id":200,"xap":"running"}}]})-"
+             "\n[3] wren: adapter 9: error 514: Couldn't find device with id (9); " +
+             choices},
+        {"wren --port 200,1 xap", "[2] wren: error: adapter 200 is named twice\n"},
+    });
+    setEnvironment("WREN_PORT", "");
+    expect({{"wren xap",
+             "[2] wren: error: 2 adapters, and none is named; choose with --port; " + choices},
+            {"quillsim unplug 0", ""},
+            {"wren xap", "running\n"}});
+}
+
 TEST_F(WrenTest, MovesTheWholeMemoryThroughEachFormat) {
     std::string image(0x20000, '\0');
     std::generate(image.begin(), image.end(),
@@ -168,13 +203,16 @@ TEST_F(WrenTest, MovesTheWholeMemoryThroughEachFormat) {
     makeFile("image", image);
     makeFile("copy", "an older file");
     expect({
-        {"wren write 0 -i image", "65536 words from 0x0000 on written and verified\n"},
+        {"wren write 0 -i image",
+         "adapter 100: 65536 words from 0x0000 on written and verified, CRC-32 a63aaec7\n"},
         {"quillsim peek 0 0 1", "0x3234\n"},
-        {"wren read 0 65536 -o copy", "65536 words from 0x0000 on read into copy\n"},
+        {"wren read 0 65536 -o copy",
+         "adapter 100: 65536 words from 0x0000 on read into copy, CRC-32 a63aaec7\n"},
         {"quillsim poke 0 0x7fff 1", ""},
         {"wren read --region all -o a.hex --endian big",
-         "65536 words from 0x0000 on read into a.hex\n"},
-        {"wren diff a.hex --endian big", "65536 words from 0x0000 on are the same\n"},
+         "adapter 100: 65536 words from 0x0000 on read into a.hex, CRC-32 485e6f16\n"},
+        {"wren diff a.hex --endian big",
+         "adapter 100: 65536 words from 0x0000 on are the same, CRC-32 485e6f16\n"},
         {"quillsim poke 0 0x7fff 2", ""},
         {"wren diff a.hex --endian big",
          "0x7fff: expected 0x0001, found 0x0002\n[4] wren: error: 1 of 65536 words differ\n"},

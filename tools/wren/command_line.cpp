@@ -41,10 +41,10 @@ class CommandLine {
     bool parse(std::vector<std::string> arguments);
 
     const RunOptions& options() const noexcept { return options_; }
-    void run() const { command_(); }
+    Work prepare() const { return command_(); }
 
    private:
-    CLI::App* add(const char* name, const char* purpose, std::function<void()> command);
+    CLI::App* add(const char* name, const char* purpose, std::function<Work()> command);
     void addSetting(const char* option, const char* variable, const char* metavar,
                     const char* purpose);
     void addSource(CLI::App* command, ImageSource& source);
@@ -69,7 +69,7 @@ class CommandLine {
     SpeedRequest speed_;
     std::string name_;
     std::vector<std::string> names_;
-    std::function<void()> command_;
+    std::function<Work()> command_;
 };
 
 }  // namespace
@@ -116,7 +116,7 @@ void CommandLine::requireKnownCommand() const {
                   fmt::format("there are {}", fmt::join(names, ", ")));
 }
 
-CLI::App* CommandLine::add(const char* name, const char* purpose, std::function<void()> command) {
+CLI::App* CommandLine::add(const char* name, const char* purpose, std::function<Work()> command) {
     CLI::App* subcommand = app_.add_subcommand(name, purpose);
     subcommand->footer("The options of 'wren --help' may stand here, too.");
     // Known before its arguments turn out to be wrong.
@@ -157,7 +157,13 @@ void CommandLine::addSetting(const char* option, const char* variable, const cha
 // Settings are made in this order.
 void CommandLine::addConnectionOptions() {
     app_.add_option("--port", context_.connection.port,
-                    "Adapter: its key or id as 'wren ports' lists them (0)")
+                    "Adapter: its key or id as 'wren ports' lists them; several with commas "
+                    "between them, or all")
+        ->each([this](const std::string& text) {
+            if (text == "all" || text.find(',') != std::string::npos)
+                context_.output.expectSeveral();
+        })
+        ->envname("WREN_PORT")
         ->type_name("KEY_OR_ID");
     addSetting("--mode", "QUILLMODE", "MODE", "Interface mode: SPI or JTAG");
     addSetting("--max-clock", "SPIMAXCLOCK", "KHZ",
@@ -169,27 +175,27 @@ void CommandLine::addConnectionOptions() {
 }
 
 void CommandLine::addInspection() {
-    add("ports", "List the adapters", [this] { listPorts(context_); });
+    add("ports", "List the adapters", [this] { return listPorts(context_); });
     add("info", "Show the adapter, its settings and the chip's state",
-        [this] { showInfo(context_); });
-    add("xap", "Tell whether the chip's XAP processor runs", [this] { showXapState(context_); });
+        [this] { return showInfo(); });
+    add("xap", "Tell whether the chip's XAP processor runs", [this] { return showXapState(); });
     CLI::App* speed = add("speed", "Measure how fast the chip can be read",
-                          [this] { measureSpeed(context_, speed_); });
+                          [this] { return measureSpeed(speed_); });
     speed->add_option("--seconds", speed_.seconds, "How long to measure (1)")
         ->check(secondsValidator())
         ->type_name("SECONDS");
 }
 
 void CommandLine::addReading() {
-    CLI::App* read =
-        add("read", "Read words, to a file or as text", [this] { readMemory(context_, read_); });
+    CLI::App* read = add("read", "Read words, to a file or as text",
+                         [this] { return readMemory(read_, context_); });
     addRegionChoice(read, read_.region);
     read->add_option("-o,--output", read_.file, "File to write; - is standard output")
         ->type_name("FILE");
     addFormat(read, read_.format);
 
     CLI::App* dump = add("dump", "Show words in hexadecimal and as text",
-                         [this] { dumpMemory(context_, dump_); });
+                         [this] { return dumpMemory(dump_, context_); });
     addRegionChoice(dump, dump_.region);
     dump->add_flag("--watch")
         ->description("Look again every SECONDS (1) and mark what changed, until Ctrl-C")
@@ -215,10 +221,10 @@ void CommandLine::addSource(CLI::App* command, ImageSource& source) {
 
 void CommandLine::addWriting() {
     CLI::App* write =
-        add("write", "Write words and verify them", [this] { writeMemory(context_, write_); });
+        add("write", "Write words and verify them", [this] { return writeMemory(write_); });
     addSource(write, write_.source);
     CLI::App* fill = add("fill", "Fill a region with a pattern of words and verify them",
-                         [this] { fillMemory(context_, fill_); });
+                         [this] { return fillMemory(fill_); });
     addRegion(fill, [this](Region region) { fill_.region = region; })->required();
     addWords(fill, "WORDS", fill_.pattern, "The pattern")->required();
     const auto addNoVerify = [](CLI::App* command, bool& verify) {
@@ -229,11 +235,11 @@ void CommandLine::addWriting() {
     addNoVerify(fill, fill_.verify);
 
     CLI::App* verify = add("verify", "Compare the chip with words or a file",
-                           [this] { compareMemory(context_, compare_); });
+                           [this] { return compareMemory(compare_); });
     addSource(verify, compare_.source);
 
     CLI::App* diff = add("diff", "Show where the chip differs from a file",
-                         [this] { compareMemory(context_, compare_); });
+                         [this] { return compareMemory(compare_); });
     diff->add_option("FILE", compare_.source.file, "The file; - is standard input")
         ->required()
         ->type_name("");
@@ -246,22 +252,22 @@ void CommandLine::addWriting() {
 }
 
 void CommandLine::addVariables() {
-    CLI::App* get = add("get", "Read variables", [this] { getVariables(context_, names_); });
+    CLI::App* get = add("get", "Read variables", [this] { return getVariables(names_); });
     get->add_option("NAME", names_, "The variables")->required()->type_name("");
     CLI::App* set =
-        add("set", "Set variables, in the order given", [this] { setVariables(context_, names_); });
+        add("set", "Set variables, in the order given", [this] { return setVariables(names_); });
     set->add_option("SETTING", names_, "NAME=VALUE")->required()->type_name("");
     add("vars", "List the variables with their defaults and present values",
-        [this] { listVariables(context_); });
+        [this] { return listVariables(); });
 }
 
 void CommandLine::addChipCommands() {
     CLI::App* command = add("command", "Send a named command: DFU or SPISLOWER",
-                            [this] { sendCommand(context_, name_); });
+                            [this] { return sendCommand(name_); });
     command->add_option("NAME", name_, "The command")->required()->type_name("");
 
     CLI::App* mgcmd = add("mgcmd", "Send an MGCMD command and show the answer",
-                          [this] { sendMgcmd(context_, mgcmd_); });
+                          [this] { return sendMgcmd(mgcmd_); });
     addWords(mgcmd, "WORDS", mgcmd_.words, "The command's words")->required();
     addWords(mgcmd, "--init", mgcmd_.preparation, "Prepare the adapter with these two first")
         ->expected(2)
@@ -272,7 +278,7 @@ void CommandLine::addChipCommands() {
         "Show the answer even when the adapter reports a failure");
 
     CLI::App* run = add("run", "Carry out a file of actions as one sequence",
-                        [this] { runScript(context_, name_); });
+                        [this] { return runScript(name_); });
     run->add_option("SCRIPT", name_, "Lines of: read ADDR COUNT, write ADDR WORDS, set NAME=VALUE")
         ->required()
         ->type_name("");
@@ -282,7 +288,7 @@ ParsedCommand parseCommandLine(Context& context, std::vector<std::string> argume
     const auto commandLine = std::make_shared<CommandLine>(context);
     const bool hasCommand = commandLine->parse(std::move(arguments));
     ParsedCommand parsed{commandLine->options(), {}};
-    if (hasCommand) parsed.run = [commandLine] { commandLine->run(); };
+    if (hasCommand) parsed.prepare = [commandLine] { return commandLine->prepare(); };
     return parsed;
 }
 

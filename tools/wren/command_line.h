@@ -24,11 +24,10 @@ struct RunOptions {
 // A command line that makes sense.
 struct ParsedCommand {
     RunOptions options;
-    std::function<void()> run;  // empty after help or the version, which are printed by then
+    std::function<Work()> prepare;  // empty after help or the version, which are printed by then
 };
 
-// Throws a usage Failure. The command works with the context, which also receives the connection
-// and the command's name.
+// Throws a usage Failure. The context receives the connection and the command's name.
 ParsedCommand parseCommandLine(Context& context, std::vector<std::string> arguments);
 
 }  // namespace wren

@@ -1,45 +1,21 @@
-// What the tool does: one function for each of its commands. Results go to the context's output; a
-// failure is thrown as Failure. Arguments have been checked one by one; what they make together is
-// checked here, before the first exchange.
+// What the tool does: one function for each of its commands. It checks what the arguments make
+// together, each of which has been checked by itself, and returns what is to be done with each
+// adapter, or nothing when all is done by then. Failures are thrown as Failure.
 //
-// Threads: called once, by the main thread.
+// Threads: called once, by the main thread. What is returned may work with several adapters at
+// once.
 #ifndef WREN_COMMANDS_H
 #define WREN_COMMANDS_H
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "debug_text.h"
+#include "adapter.h"
 #include "image_source.h"
-#include "output.h"
-#include "session.h"
 
 namespace wren {
-
-// Which adapter a command works with, and how.
-struct Connection {
-    std::string port = "0";         // selection key, adapter id or device id
-    std::vector<Setting> settings;  // made in this order once the adapter is selected
-};
-
-// What every command is given.
-struct Context {
-    Connection connection;
-    DebugText debugText;
-    Output output;
-};
-
-// A session with the adapter selected and set up.
-class Connected : public Session {
-   public:
-    explicit Connected(Context& context) : Session(context.debugText) {
-        select(context.connection.port);
-        setAll(context.connection.settings);
-    }
-};
 
 struct ReadRequest {
     RegionChoice region;
@@ -79,24 +55,24 @@ struct SpeedRequest {
     double seconds = 1;
 };
 
-void listPorts(Context& context);
-void showInfo(Context& context);
-void showXapState(Context& context);
-void measureSpeed(Context& context, const SpeedRequest& request);
+Work listPorts(Context& context);
+Work showInfo();
+Work showXapState();
+Work measureSpeed(const SpeedRequest& request);
 
-void readMemory(Context& context, const ReadRequest& request);
-void writeMemory(Context& context, const WriteRequest& request);
-void compareMemory(Context& context, const CompareRequest& request);
-void fillMemory(Context& context, const FillRequest& request);
-void dumpMemory(Context& context, const DumpRequest& request);
+Work readMemory(const ReadRequest& request, const Context& context);
+Work writeMemory(const WriteRequest& request);
+Work compareMemory(const CompareRequest& request);
+Work fillMemory(const FillRequest& request);
+Work dumpMemory(const DumpRequest& request, const Context& context);
 
-void getVariables(Context& context, const std::vector<std::string>& names);
-void setVariables(Context& context, const std::vector<std::string>& settings);
-void listVariables(Context& context);
+Work getVariables(const std::vector<std::string>& names);
+Work setVariables(const std::vector<std::string>& settings);
+Work listVariables();
 
-void sendCommand(Context& context, const std::string& name);
-void sendMgcmd(Context& context, const MgcmdRequest& request);
-void runScript(Context& context, const std::string& file);
+Work sendCommand(const std::string& name);
+Work sendMgcmd(const MgcmdRequest& request);
+Work runScript(const std::string& file);
 
 }  // namespace wren
 

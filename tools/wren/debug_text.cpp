@@ -20,17 +20,17 @@ void DebugText::logTo(const std::string& path) {
 
 void DebugText::tell(std::string_view line) {
     note(line);
-    terminal::clearLine();
     terminal::tell(fmt::format("wren: {}\n", line));
 }
 
-void DebugText::take(std::string_view text) {
-    const std::string line = flattened(text);
-    showsAll_ || line.starts_with("WARNING") ? tell(line) : note(line);
+void DebugText::take(const std::string& mark, std::string_view text) {
+    const std::string line = mark + flattened(text);
+    showsAll_ || text.starts_with("WARNING") ? tell(line) : note(line);
 }
 
 void DebugText::note(std::string_view line) {
     if (!file_) return;
+    const std::lock_guard alone(noting_);
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
     const std::string stamped = fmt::format(

@@ -1,9 +1,10 @@
 // Where a stream's debug text goes: to standard error, and into a file.
 //
-// Threads: used by the main thread.
+// Threads: tell(), take() and note() may be called from any, the rest by the main thread.
 #ifndef WREN_DEBUG_TEXT_H
 #define WREN_DEBUG_TEXT_H
 
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -20,8 +21,8 @@ class DebugText {
 
     // Tells the user, and the file.
     void tell(std::string_view line);
-    // Takes a text of the library.
-    void take(std::string_view text);
+    // Takes a text of the library; the mark tells whose it is.
+    void take(const std::string& mark, std::string_view text);
     // Adds a line to the file alone.
     void note(std::string_view line);
     // Throws when the file did not take all of it.
@@ -31,6 +32,7 @@ class DebugText {
     bool showsAll_ = false;
     std::string path_;
     File file_;
+    std::mutex noting_;
 };
 
 // One line: the operating system's texts may hold line breaks.

@@ -26,9 +26,9 @@ bool waitFor(double seconds) {
 
 // The view, with the words marked that changed; where it cannot be shown in place, the lines that
 // hold such words.
-void showChanges(Output& output, const Segment& segment, const Words& before) {
+void showChanges(Report& report, const Segment& segment, const Words& before) {
     const bool inPlace = terminal::takesSequences(stdout);
-    if (inPlace) output.print("\x1b[H\x1b[J");
+    if (inPlace) report.print("\x1b[H\x1b[J");
     const std::span words(segment.words);
     for (std::size_t at = 0; at < words.size(); at += kWordsPerLine) {
         const std::size_t count = std::min(kWordsPerLine, words.size() - at);
@@ -36,14 +36,14 @@ void showChanges(Output& output, const Segment& segment, const Words& before) {
         const auto lineBefore = before.empty() ? std::span<const std::uint16_t>()
                                                : std::span(before).subspan(at, count);
         if (inPlace || before.empty() || !std::ranges::equal(line, lineBefore))
-            output.print(
+            report.print(
                 "{}", hexLine(segment.address + static_cast<std::uint32_t>(at), line, lineBefore));
     }
 }
 
-void fillResult(Json& result, const Segment& segment, const Words& before) {
-    result["address"] = segment.address;
-    result["count"] = segment.words.size();
+void fillResult(Report& report, const Segment& segment, const Words& before) {
+    report.setMemory({&segment, 1});
+    Json& result = report.result();
     result["words"] = segment.words;
     if (before.empty()) return;
     result["changed"] = Json::array();
@@ -51,14 +51,14 @@ void fillResult(Json& result, const Segment& segment, const Words& before) {
         if (segment.words[i] != before[i]) result["changed"].push_back(segment.address + i);
 }
 
-void watch(Context& context, Session& session, Segment& segment, const DumpRequest& request) {
+void watch(Adapter& adapter, Segment& segment, const DumpRequest& request) {
     Words before;
     for (std::uint64_t look = 1;; ++look) {
-        readSegments(session, {&segment, 1});
+        readSegments(adapter, {&segment, 1});
         if (segment.words != before) {
-            showChanges(context.output, segment, before);
-            fillResult(context.output.result(), segment, before);
-            context.output.finishRound();
+            showChanges(adapter.report, segment, before);
+            fillResult(adapter.report, segment, before);
+            adapter.context.output.finishRound();
         }
         before = segment.words;
         if (look == request.mostLooks) return;
@@ -68,15 +68,19 @@ void watch(Context& context, Session& session, Segment& segment, const DumpReque
 
 }  // namespace
 
-void dumpMemory(Context& context, const DumpRequest& request) {
+Work dumpMemory(const DumpRequest& request, const Context& context) {
     constexpr std::uint32_t kUsualCount = 128;
     const Region region = request.region.resolve(kUsualCount);
-    Connected session(context);
-    Segment segment{region.address, Words(region.count)};
-    if (request.watchSeconds) return watch(context, session, segment, request);
-    readSegments(session, {&segment, 1});
-    context.output.print("{}", hexView(segment));
-    fillResult(context.output.result(), segment, {});
+    if (request.watchSeconds && context.output.isOfSeveral())
+        throw Failure(ExitCode::usage, "--watch looks at one adapter");
+    return [request, region](Adapter& adapter) {
+        Segment segment{region.address, Words(region.count)};
+        if (request.watchSeconds) return watch(adapter, segment, request);
+        readSegments(adapter, {&segment, 1});
+        adapter.report.remark("{}, CRC-32 {}\n", placeOf({segment}), crcOf({&segment, 1}));
+        adapter.report.print("{}", hexView(segment));
+        fillResult(adapter.report, segment, {});
+    };
 }
 
 }  // namespace wren

@@ -6,9 +6,13 @@
 #define WREN_FAILURE_H
 
 #include <array>
+#include <exception>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
+
+#include "system.h"
 
 namespace wren {
 
@@ -68,6 +72,19 @@ class Failure : public std::runtime_error {
     std::string progress_;
     std::string hint_;
 };
+
+// Calls work and returns the failure that it ends with, if any.
+template <class Work>
+std::optional<Failure> failureOf(Work work) {
+    try {
+        work();
+    } catch (const Failure& failure) {
+        return failure;
+    } catch (const std::exception& error) {
+        return Failure(ExitCode::failed, system::inUtf8(error.what()));
+    }
+    return std::nullopt;
+}
 
 }  // namespace wren
 

@@ -1,11 +1,25 @@
 #include "image.h"
 
+#include <fmt/format.h>
+#include <zlib.h>
+
 namespace wren {
 
 std::size_t wordCount(std::span<const Segment> segments) noexcept {
     std::size_t count = 0;
     for (const Segment& segment : segments) count += segment.words.size();
     return count;
+}
+
+std::string crcOf(std::span<const Segment> segments) {
+    uLong crc = ::crc32(0, nullptr, 0);
+    for (const Segment& segment : segments) {
+        for (const std::uint16_t word : segment.words) {
+            const Bytef bytes[] = {static_cast<Bytef>(word & 0xFF), static_cast<Bytef>(word >> 8)};
+            crc = ::crc32(crc, bytes, sizeof bytes);
+        }
+    }
+    return fmt::format("{:08x}", crc);
 }
 
 bool ImageBuilder::add(std::uint64_t address, std::uint16_t word) {

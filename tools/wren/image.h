@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace wren {
@@ -23,6 +24,10 @@ struct Segment {
 using Segments = std::vector<Segment>;
 
 std::size_t wordCount(std::span<const Segment> segments) noexcept;
+
+// The CRC-32 of the words' bytes, the low one of each word first, as eight hexadecimal digits: what
+// other tools make of a raw file of these words.
+std::string crcOf(std::span<const Segment> segments);
 
 // Gathers words in any order.
 class ImageBuilder {

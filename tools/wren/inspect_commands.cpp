@@ -18,29 +18,22 @@ std::string versionText(const std::string& variable) {
     return version ? fmt::format("{}.{}", *version >> 8, *version & 0xFF) : variable;
 }
 
-// The number in "quill100".
-std::uint64_t idOf(const std::string& deviceId) {
-    const std::size_t digits = std::min(deviceId.find_first_of("0123456789"), deviceId.size());
-    return wholeNumber(deviceId.substr(digits)).value_or(0);
-}
-
-void listPort(Context& context, const Port& port, Json& list) {
+void listPort(Context& context, const Port& port, Report& report) {
     Json entry{{"key", port.key}, {"name", port.name}, {"id", nullptr}, {"firmware", nullptr}};
     std::string text;
     try {
         Session session(context.debugText);
         session.select(std::to_string(port.key));
-        const std::uint64_t id = idOf(session.deviceId());
         const std::string firmware = versionText(session.get("QUILLVERSION"));
-        entry["id"] = id;
+        entry["id"] = port.id;
         entry["firmware"] = firmware;
-        text = fmt::format("id {:<10}  firmware {}", id, firmware);
+        text = fmt::format("id {:<10}  firmware {}", port.id, firmware);
     } catch (const Failure& failure) {
         entry["error"] = {{"code", failure.errorCode()}, {"text", failure.what()}};
         text = fmt::format("error {}: {}", failure.errorCode(), failure.what());
     }
-    context.output.print("{:>2}  {:<20}  {}\n", port.key, port.name, text);
-    list.push_back(std::move(entry));
+    report.print("{:>2}  {:<20}  {}\n", port.key, port.name, text);
+    report.result()["ports"].push_back(std::move(entry));
 }
 
 const char* xapText(const Session& session) { return session.xapStopped() ? "stopped" : "running"; }
@@ -65,80 +58,89 @@ double rateOf(Seconds duration, Work work) {
 
 }  // namespace
 
-void listPorts(Context& context) {
+Work listPorts(Context& context) {
+    Report& report = context.output.add();
     const Session session(context.debugText);
     const std::vector<Port> ports = session.ports();
-    Json& result = context.output.result();
-    result["ports"] = Json::array();
-    for (const Port& port : ports) listPort(context, port, result["ports"]);
-    if (!ports.empty()) return;
-    result["reason"] = system::whyNoAdapters();
-    terminal::tell(fmt::format("wren: no adapters found; {}\n", system::whyNoAdapters()));
+    report.result()["ports"] = Json::array();
+    for (const Port& port : ports) listPort(context, port, report);
+    if (ports.empty()) {
+        report.result()["reason"] = system::whyNoAdapters();
+        terminal::tell(fmt::format("wren: no adapters found; {}\n", system::whyNoAdapters()));
+    }
+    return {};
 }
 
-void showInfo(Context& context) {
-    const Connected session(context);
-    const auto show = [&](const char* label, const char* key, const std::string& text, Json value) {
-        context.output.print("{:<16}{}\n", label, text);
-        context.output.result()[key] = std::move(value);
+Work showInfo() {
+    return [](Adapter& adapter) {
+        const Session& session = adapter.session;
+        const auto show = [&](const char* label, const char* key, const std::string& text,
+                              Json value) {
+            adapter.report.print("{:<16}{}\n", label, text);
+            adapter.report.result()[key] = std::move(value);
+        };
+        const auto showNumber = [&](const char* label, const char* key, const char* variable) {
+            const std::string text = session.get(variable);
+            show(label, key, shownValue(variable, text), wholeNumber(text).value_or(0));
+        };
+        const auto showClock = [&](const char* label, const char* key, const char* variable) {
+            const std::string text = session.get(variable);
+            show(label, key, shownValue(variable, text), decimalNumber(text).value_or(0));
+        };
+        const std::string device = session.deviceId();
+        const std::string firmware = versionText(session.get("QUILLVERSION"));
+        show("adapter", "adapter", device, device);
+        show("id", "id", fmt::to_string(session.id()), session.id());
+        showNumber("port", "port", "SPIPORT");
+        show("firmware", "firmware", firmware, firmware);
+        showNumber("delay", "delay", "SPI_DELAY");
+        showClock("clock", "clock_khz", "SPICLOCK");
+        showClock("max clock", "max_clock_khz", "SPIMAXCLOCK");
+        showNumber("mux device", "mux", "SPIMUL");
+        showNumber("read bits", "read_bits", "SPICMDREADBITS");
+        showNumber("write bits", "write_bits", "SPICMDWRITEBITS");
+        const char* const state = xapText(session);
+        show("XAP", "xap", state, state);
     };
-    const auto showNumber = [&](const char* label, const char* key, const char* variable) {
-        const std::string text = session.get(variable);
-        show(label, key, shownValue(variable, text), wholeNumber(text).value_or(0));
-    };
-    const auto showClock = [&](const char* label, const char* key, const char* variable) {
-        const std::string text = session.get(variable);
-        show(label, key, shownValue(variable, text), decimalNumber(text).value_or(0));
-    };
-    const std::string device = session.deviceId();
-    const std::string firmware = versionText(session.get("QUILLVERSION"));
-    show("adapter", "adapter", device, device);
-    show("id", "id", fmt::to_string(idOf(device)), idOf(device));
-    showNumber("port", "port", "SPIPORT");
-    show("firmware", "firmware", firmware, firmware);
-    showNumber("delay", "delay", "SPI_DELAY");
-    showClock("clock", "clock_khz", "SPICLOCK");
-    showClock("max clock", "max_clock_khz", "SPIMAXCLOCK");
-    showNumber("mux device", "mux", "SPIMUL");
-    showNumber("read bits", "read_bits", "SPICMDREADBITS");
-    showNumber("write bits", "write_bits", "SPICMDWRITEBITS");
-    const char* const state = xapText(session);
-    show("XAP", "xap", state, state);
 }
 
-void showXapState(Context& context) {
-    const Connected session(context);
-    const char* const state = xapText(session);
-    context.output.print("{}\n", state);
-    context.output.result()["xap"] = state;
+Work showXapState() {
+    return [](Adapter& adapter) {
+        const char* const state = xapText(adapter.session);
+        adapter.report.print("{}\n", state);
+        adapter.report.result()["xap"] = state;
+    };
 }
 
-void measureSpeed(Context& context, const SpeedRequest& request) {
+Work measureSpeed(const SpeedRequest& request) {
     // What one exchange with the adapter can carry; a read of so many makes as many exchanges.
-    constexpr std::size_t kWordsPerExchange = 505;
-    constexpr std::size_t kExchanges = 16;
-    constexpr double kBitsPerWord = 16;
-    Connected session(context);
-    noteInterrupts();
-    std::vector<std::uint16_t> words(kWordsPerExchange * kExchanges);
-    const Seconds duration(request.seconds / 2);
-    const double reads = rateOf(duration, [&] { session.read(0, words); });
-    const double singles = rateOf(duration, [&] { session.read(0, std::span(words).first(1)); });
-    const double clock = decimalNumber(session.get("SPICLOCK")).value_or(0);
-    const double wordRate = reads * static_cast<double>(words.size());
-    const double permitted = clock * 1000 / kBitsPerWord;
+    static constexpr std::size_t kWordsPerExchange = 505;
+    static constexpr std::size_t kExchanges = 16;
+    static constexpr double kBitsPerWord = 16;
+    return [request](Adapter& adapter) {
+        Session& session = adapter.session;
+        noteInterrupts();
+        std::vector<std::uint16_t> words(kWordsPerExchange * kExchanges);
+        const Seconds duration(request.seconds / 2);
+        const double reads = rateOf(duration, [&] { session.read(0, words); });
+        const double singles =
+            rateOf(duration, [&] { session.read(0, std::span(words).first(1)); });
+        const double clock = decimalNumber(session.get("SPICLOCK")).value_or(0);
+        const double wordRate = reads * static_cast<double>(words.size());
+        const double permitted = clock * 1000 / kBitsPerWord;
 
-    Output& output = context.output;
-    output.print("long reads      {:.0f} words/s in {:.0f} requests/s\n", wordRate,
-                 reads * kExchanges);
-    output.print("single words    {:.0f} requests/s\n", singles);
-    output.print("the clock       {:.0f} kHz, permits {:.0f} words/s; reached {:.0f} %\n", clock,
-                 permitted, 100 * wordRate / permitted);
-    output.result() = {{"words_per_second", wordRate},
-                       {"requests_per_second", reads * kExchanges},
-                       {"single_word_requests_per_second", singles},
-                       {"clock_khz", clock},
-                       {"permitted_words_per_second", permitted}};
+        Report& report = adapter.report;
+        report.print("long reads      {:.0f} words/s in {:.0f} requests/s\n", wordRate,
+                     reads * kExchanges);
+        report.print("single words    {:.0f} requests/s\n", singles);
+        report.print("the clock       {:.0f} kHz, permits {:.0f} words/s; reached {:.0f} %\n",
+                     clock, permitted, 100 * wordRate / permitted);
+        report.result().update({{"words_per_second", wordRate},
+                                {"requests_per_second", reads * kExchanges},
+                                {"single_word_requests_per_second", singles},
+                                {"clock_khz", clock},
+                                {"permitted_words_per_second", permitted}});
+    };
 }
 
 }  // namespace wren

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <mutex>
 
 #include "system.h"
 
@@ -21,9 +22,12 @@ extern "C" void noteInterrupt(int signal) {
 }  // namespace
 
 void noteInterrupts() noexcept {
-    for (const int signal : {SIGINT, SIGTERM})
-        if (system::setSignalHandler(signal, noteInterrupt) == SIG_IGN)
-            std::signal(signal, SIG_IGN);
+    static std::once_flag once;
+    std::call_once(once, [] {
+        for (const int signal : {SIGINT, SIGTERM})
+            if (system::setSignalHandler(signal, noteInterrupt) == SIG_IGN)
+                std::signal(signal, SIG_IGN);
+    });
 }
 
 bool interrupted() noexcept { return noted; }

@@ -34,22 +34,10 @@ std::string lineOf(const Failure& failure) {
     return line;
 }
 
-void report(const Failure& failure) {
+// Tells the user.
+void report(const Failure& failure, const std::string& mark = "") {
     const std::string error = terminal::styled(stderr, terminal::Style::error, "error");
-    terminal::tell(fmt::format("wren: {}{}\n", error, lineOf(failure)));
-}
-
-// Calls work and returns the failure that it ends with, if any.
-template <class Work>
-std::optional<Failure> failureOf(Work work) {
-    try {
-        work();
-    } catch (const Failure& failure) {
-        return failure;
-    } catch (const std::exception& error) {
-        return Failure(ExitCode::failed, system::inUtf8(error.what()));
-    }
-    return std::nullopt;
+    terminal::tell(fmt::format("wren: {}{}{}\n", mark, error, lineOf(failure)));
 }
 
 void runCommand(const ParsedCommand& command, Context& context) {
@@ -62,21 +50,28 @@ void runCommand(const ParsedCommand& command, Context& context) {
         noteInterrupts();
         simulation.emplace(options.simulatedAdapters, options.captureFile);
     }
-    command.run();
+    if (const Work work = command.prepare()) workWithAdapters(context, work);
     if (simulation) simulation->finish();
 }
 
 // Tells the user and the log how the command ended.
 ExitCode conclude(Context& context, std::optional<Failure> failure) {
-    const auto last = failureOf([&] {
-        context.output.finish(failure ? &*failure : nullptr);
-        context.debugText.note(failure ? "wren: error" + lineOf(*failure) : "wren: done");
-        context.debugText.finish();
-    });
-    if (!failure) failure = last;
-    if (!failure) return ExitCode::done;
-    report(*failure);
-    return failure->exitCode();
+    const auto& reports = context.output.reports();
+    const auto fail = [&](const Failure& found, const std::string& mark = "") {
+        report(found, mark);
+        context.debugText.note(fmt::format("wren: {}error{}", mark, lineOf(found)));
+    };
+    const auto unwritten = failureOf([&] { context.output.finish(failure); });
+    for (const Report& part : reports)
+        if (part.failure()) fail(*part.failure(), part.mark());
+    if (worstOf(reports, failure) == ExitCode::done) failure = unwritten;
+    if (failure) fail(*failure);
+    const ExitCode worst = worstOf(reports, failure);
+    if (worst != ExitCode::done) return worst;
+    context.debugText.note("wren: done");
+    failure = failureOf([&] { context.debugText.finish(); });
+    if (failure) report(*failure);
+    return worstOf({}, failure);
 }
 
 int run(int argc, char** argv) {
@@ -86,7 +81,7 @@ int run(int argc, char** argv) {
     if (std::ranges::count(arguments, "--json") > 0) context.output.useJson();
     ParsedCommand command;
     auto failure = failureOf([&] { command = parseCommandLine(context, arguments); });
-    if (command.run) {
+    if (command.prepare) {
         // The library decides about its full debug text when it is loaded.
         if (command.options.verbosity > 1) {
             const int exitCode = system::runAgainWith("SPIDEBUG_FULL", "ON", argv);
@@ -94,7 +89,7 @@ int run(int argc, char** argv) {
         }
         failure = failureOf([&] { runCommand(command, context); });
     }
-    return static_cast<int>(conclude(context, failure));
+    return static_cast<int>(conclude(context, std::move(failure)));
 }
 
 }  // namespace

@@ -18,83 +18,88 @@ Json jsonOf(const Comparison& comparison) {
 }
 
 // Compares the chip with an image, shows the first differences, and throws when there are any.
-void requireSame(Context& context, Session& session, const Segments& image,
-                 std::size_t mostListed) {
-    const Comparison comparison = compareSegments(session, image, mostListed);
-    Json& result = context.output.result();
-    result["count"] = wordCount(image);
+void requireSame(Adapter& adapter, const Segments& image, std::size_t mostListed) {
+    const Comparison comparison = compareSegments(adapter, image, mostListed);
+    Json& result = adapter.report.result();
     result["differing"] = comparison.differing;
     result["differences"] = jsonOf(comparison);
     if (comparison.differing == 0) return;
     for (const Difference& word : comparison.first)
-        context.output.print("0x{:04x}: expected 0x{:04x}, found 0x{:04x}\n", word.address,
+        adapter.report.print("0x{:04x}: expected 0x{:04x}, found 0x{:04x}\n", word.address,
                              word.expected, word.found);
     throw Failure(ExitCode::differs,
                   fmt::format("{} of {} words differ", comparison.differing, wordCount(image)));
 }
 
 // Writes an image, compares it if asked to, and reports.
-void writeImage(Context& context, const Segments& image, bool verify, const char* done) {
-    Connected session(context);
-    writeSegments(session, image);
-    Json& result = context.output.result();
-    result["written"] = wordCount(image);
-    result["verified"] = verify;
-    if (verify) {
-        try {
-            requireSame(context, session, image, CompareRequest().mostListed);
-        } catch (Failure& failure) {
-            if (failure.exitCode() == ExitCode::differs)
-                failure.setHint(remedyFor(SPIFNS_ERROR_ADAPTER).hint);
-            throw;
+Work writeImage(Segments image, bool verify, const char* done) {
+    return [image = std::move(image), verify, done](Adapter& adapter) {
+        Json& result = adapter.report.result();
+        adapter.report.setMemory(image);
+        writeSegments(adapter, image);
+        result["written"] = wordCount(image);
+        result["verified"] = verify;
+        if (verify) {
+            try {
+                requireSame(adapter, image, CompareRequest().mostListed);
+            } catch (Failure& failure) {
+                if (failure.exitCode() == ExitCode::differs)
+                    failure.setHint(remedyFor(SPIFNS_ERROR_ADAPTER).hint);
+                throw;
+            }
         }
-    }
-    context.output.print("{} {}{}\n", placeOf(image), done, verify ? " and verified" : "");
+        adapter.report.say("{} {}{}, CRC-32 {}\n", placeOf(image), done,
+                           verify ? " and verified" : "", crcOf(image));
+    };
 }
 
 }  // namespace
 
-void readMemory(Context& context, const ReadRequest& request) {
+Work readMemory(const ReadRequest& request, const Context& context) {
     const Region region = request.region.resolve();
     const std::string file = request.file.value_or("-");
     const ImageFormat& format = request.format.formatFor(file);
     if (context.output.isJson() && request.file == "-")
         throw Failure(ExitCode::usage, "--json and --output - would mix on standard output");
-    Connected session(context);
-    Segments segments{{region.address, std::vector<std::uint16_t>(region.count)}};
-    readSegments(session, segments);
+    return
+        [=, toFile = request.file.has_value(), endian = request.format.endian](Adapter& adapter) {
+            Segments segments{{region.address, std::vector<std::uint16_t>(region.count)}};
+            readSegments(adapter, segments);
 
-    Json& result = context.output.result();
-    result["address"] = region.address;
-    result["count"] = region.count;
-    if (file != "-") {
-        result["file"] = file;
-        result["format"] = std::string(format.name);
-        writeFile(file, format.print(segments, request.format.endian));
-        context.output.print("{} read into {}\n", placeOf(segments), file);
-    } else if (context.output.isJson()) {
-        result["words"] = segments.front().words;
-    } else {
-        writeFile(file, format.print(segments, request.format.endian));
-    }
+            Report& report = adapter.report;
+            report.setMemory(segments);
+            if (toFile) {
+                writeFile(file, format.print(segments, endian));
+                report.result()["file"] = file;
+                report.result()["format"] = std::string(format.name);
+                if (file != "-")
+                    report.say("{} read into {}, CRC-32 {}\n", placeOf(segments), file,
+                               crcOf(segments));
+            } else {
+                report.result()["words"] = segments.front().words;
+                report.remark("{}, CRC-32 {}\n", placeOf(segments), crcOf(segments));
+                report.print("{}", format.print(segments, endian));
+            }
+        };
 }
 
-void writeMemory(Context& context, const WriteRequest& request) {
-    writeImage(context, loadImage(request.source), request.verify, "written");
+Work writeMemory(const WriteRequest& request) {
+    return writeImage(loadImage(request.source), request.verify, "written");
 }
 
-void fillMemory(Context& context, const FillRequest& request) {
+Work fillMemory(const FillRequest& request) {
     Segment segment{request.region.address, {}};
     for (std::size_t i = 0; i < request.region.count; ++i)
         segment.words.push_back(request.pattern[i % request.pattern.size()]);
-    writeImage(context, {std::move(segment)}, request.verify, "filled");
+    return writeImage({std::move(segment)}, request.verify, "filled");
 }
 
-void compareMemory(Context& context, const CompareRequest& request) {
-    const Segments image = loadImage(request.source);
-    Connected session(context);
-    requireSame(context, session, image, request.mostListed);
-    context.output.print("{} are the same\n", placeOf(image));
+Work compareMemory(const CompareRequest& request) {
+    return [image = loadImage(request.source), most = request.mostListed](Adapter& adapter) {
+        adapter.report.setMemory(image);
+        requireSame(adapter, image, most);
+        adapter.report.say("{} are the same, CRC-32 {}\n", placeOf(image), crcOf(image));
+    };
 }
 
 }  // namespace wren

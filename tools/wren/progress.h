@@ -9,16 +9,18 @@
 #include <cstddef>
 #include <string>
 
+#include "terminal.h"
+
 namespace wren {
 
 class ProgressBar {
    public:
     // total is the number of words to come.
-    ProgressBar(std::string label, std::size_t total);
+    ProgressBar(terminal::StatusLine& line, std::string label, std::size_t total);
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
-    // Wipes the bar, so that a report or an error starts on a clean line.
-    ~ProgressBar();
+    // Wipes the bar.
+    ~ProgressBar() { line_.show(""); }
 
     // Shows how many words are done, how fast, and how long it will take yet.
     void update(std::size_t done);
@@ -26,11 +28,10 @@ class ProgressBar {
    private:
     using Clock = std::chrono::steady_clock;
 
+    terminal::StatusLine& line_;
     std::string label_;
     std::size_t total_;
     Clock::time_point start_ = Clock::now();
-    bool watched_;
-    bool shown_ = false;
 };
 
 }  // namespace wren

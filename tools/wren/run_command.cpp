@@ -27,42 +27,46 @@ SpiAction recordOf(ScriptAction& action) {
                         action.segment.words.size());
 }
 
-}  // namespace
-
-void runScript(Context& context, const std::string& file) {
-    std::vector<ScriptAction> actions = loadScript(file);
-    Connected session(context);
-    std::vector<SpiAction> records;
-    std::vector<Setting> settings;
-    for (ScriptAction& action : actions) {
-        records.push_back(recordOf(action));
-        if (action.kind == ActionKind::set) settings.push_back(action.setting);
-    }
-    session.requireClocks(settings);
-    noteInterrupts();
-    try {
-        session.submit(records);
-    } catch (Failure& failure) {
-        failure.setProgress("what the sequence did before that stays done");
-        throw;
-    }
-    if (interrupted()) {
-        Failure failure(ExitCode::interrupted, "interrupted");
-        failure.setProgress("after all of the sequence");
-        throw Failure(failure);
-    }
-
+void report(Report& report, std::span<const ScriptAction> actions) {
     const ImageFormat& text = *formatByName("text");
-    Json& result = context.output.result();
+    Json& result = report.result();
     result["actions"] = actions.size();
     result["reads"] = Json::array();
     for (const ScriptAction& action : actions) {
         if (action.kind != ActionKind::read) continue;
-        context.output.print("{}", text.print({&action.segment, 1}, Endian::little));
+        report.print("{}", text.print({&action.segment, 1}, Endian::little));
         result["reads"].push_back({{"line", action.line},
                                    {"address", action.segment.address},
                                    {"words", action.segment.words}});
     }
+}
+
+}  // namespace
+
+Work runScript(const std::string& file) {
+    return [script = loadScript(file)](Adapter& adapter) {
+        std::vector<ScriptAction> actions = script;
+        std::vector<SpiAction> records;
+        std::vector<Setting> settings;
+        for (ScriptAction& action : actions) {
+            records.push_back(recordOf(action));
+            if (action.kind == ActionKind::set) settings.push_back(action.setting);
+        }
+        adapter.session.requireClocks(settings);
+        noteInterrupts();
+        try {
+            adapter.session.submit(records);
+        } catch (Failure& failure) {
+            failure.setProgress("what the sequence did before that stays done");
+            throw;
+        }
+        if (interrupted()) {
+            Failure failure(ExitCode::interrupted, "interrupted");
+            failure.setProgress("after all of the sequence");
+            throw Failure(failure);
+        }
+        report(adapter.report, actions);
+    };
 }
 
 }  // namespace wren

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
 
 #include "clocks.h"
 #include "failure.h"
@@ -24,12 +23,17 @@ Failure lastFailure() {
     return {remedy.exitCode, flattened(system::inUtf8(text)), remedy.hint, code};
 }
 
-extern "C" void addPort(std::uint32_t key, const char* name, void* ports) {
-    static_cast<std::vector<Port>*>(ports)->push_back({key, name});
+// The number in "USB SPI (100)" and "quill100".
+std::uint32_t numberIn(std::string_view name) {
+    constexpr std::string_view kDigits = "0123456789";
+    const std::size_t start = std::min(name.find_first_of(kDigits), name.size());
+    name.remove_prefix(start);
+    const auto number = wholeNumber(name.substr(0, name.find_first_not_of(kDigits)));
+    return static_cast<std::uint32_t>(number.value_or(0));
 }
 
-extern "C" void takeDebugText(const char* text, void* receiver) {
-    static_cast<DebugText*>(receiver)->take(system::inUtf8(text));
+extern "C" void addPort(std::uint32_t key, const char* name, void* ports) {
+    static_cast<std::vector<Port>*>(ports)->push_back({key, name, numberIn(name)});
 }
 
 // The selection key that a user's text means. The library takes a text that is no number for 0.
@@ -42,6 +46,14 @@ std::optional<std::uint32_t> selectionKey(std::string_view text) {
 }
 
 }  // namespace
+
+const Port* portNamed(const std::vector<Port>& ports, std::string_view text) {
+    const auto key = selectionKey(text);
+    if (!key) return nullptr;
+    auto found = std::ranges::find(ports, *key, &Port::key);
+    if (found == ports.end()) found = std::ranges::find(ports, *key, &Port::id);
+    return found != ports.end() ? &*found : nullptr;
+}
 
 SpiAction memoryAction(std::uint32_t type, std::uint32_t address, std::uint16_t* words,
                        std::size_t count) noexcept {
@@ -69,10 +81,15 @@ Session::Session(DebugText& receiver) : receiver_(receiver) {
         throw Failure(ExitCode::failed, failure.what(),
                       "a line reads KEY=ID, with a key from 0 to 31", failure.errorCode());
     }
-    spifns_stream_set_debug_callback(stream_, takeDebugText, &receiver);
+    spifns_stream_set_debug_callback(stream_, takeDebugText, this);
 }
 
 Session::~Session() { spifns_stream_close(stream_); }
+
+void Session::takeDebugText(const char* text, void* session) {
+    const Session& self = *static_cast<Session*>(session);
+    self.receiver_.take(self.mark_, system::inUtf8(text));
+}
 
 void Session::throwLastError() const {
     Failure failure = lastFailure();
@@ -111,6 +128,8 @@ void Session::select(const std::string& adapter) {
     checkLastError();
 }
 
+std::uint32_t Session::id() const { return numberIn(deviceId()); }
+
 std::string Session::deviceId() const {
     std::array<char, 32> buffer{};
     check(spifns_stream_get_device_id(stream_, buffer.data(), buffer.size()));
@@ -131,7 +150,7 @@ void Session::setAll(std::span<const Setting> settings) {
         const std::string asked = shownValue(setting.name, setting.value);
         const std::string got = shownValue(setting.name, get(setting.name));
         if (got != asked)
-            receiver_.tell(fmt::format("asked for a clock of {}, got {}", asked, got));
+            receiver_.tell(fmt::format("{}asked for a clock of {}, got {}", mark_, asked, got));
     }
 }
 

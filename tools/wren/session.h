@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "debug_text.h"
@@ -24,7 +25,11 @@ inline constexpr std::size_t kMostMgcmdWords = 508;
 struct Port {
     std::uint32_t key;  // selects the adapter, as its id does
     std::string name;
+    std::uint32_t id;
 };
+
+// The port that a user's text names by its key, its id, or its device id; null when there is none.
+const Port* portNamed(const std::vector<Port>& ports, std::string_view text);
 
 class Session {
    public:
@@ -34,13 +39,19 @@ class Session {
     Session& operator=(const Session&) = delete;
     ~Session();
 
+    // What tells its debug text from that of other sessions.
+    void setMark(std::string mark) { mark_ = std::move(mark); }
+
     // The adapters that were found, in the order of their keys.
     std::vector<Port> ports() const;
+    // Which adapters could be chosen, or why there are none.
+    std::string choices() const;
 
     // Chooses an adapter by its key, its id, or its device id such as "quill100", and makes sure
     // that it answers.
     void select(const std::string& adapter);
-    // The selected adapter's name, such as "quill100".
+    // The selected adapter's id and its name, such as 100 and "quill100".
+    std::uint32_t id() const;
     std::string deviceId() const;
 
     void set(const Setting& setting);
@@ -72,11 +83,11 @@ class Session {
     // For calls that report a failure in the last error alone, which must be clear before them.
     void checkLastError() const;
     [[noreturn]] void throwLastError() const;
-    // Which adapters could be chosen, or why there are none.
-    std::string choices() const;
+    static void takeDebugText(const char* text, void* session);
 
     DebugText& receiver_;
     bool hasMaximum_ = false;
+    std::string mark_;
     std::uint32_t stream_ = 0;
 };
 

@@ -16,15 +16,30 @@ bool isTerminal(std::FILE* stream) noexcept;
 // Whether that terminal takes control sequences, such as those for colours.
 bool takesSequences(std::FILE* stream) noexcept;
 
-// The columns of the terminal behind standard error; 80 when it does not tell.
-unsigned columns() noexcept;
+// The size of the terminal behind standard error; the usual one when it does not tell.
+struct Size {
+    unsigned columns = 80;
+    unsigned rows = 24;
+};
+Size size() noexcept;
 
-// Writes to standard error. That nobody takes it is no failure: there is nowhere else to say so.
+// Writes to standard error, above the status lines. That nobody takes it is no failure: there is
+// nowhere else to say so.
 void tell(std::string_view text) noexcept;
 
-// Wipes the line of standard error that the cursor stands in, such as a progress bar; nothing when
-// no person watches.
-void clearLine() noexcept;
+// A line at the bottom of standard error that changes as work goes on, for a person who waits;
+// those of several stand below each other, in the order in which they were made. There is none
+// where no person watches, and the last one alone where the terminal takes no control sequences.
+class StatusLine {
+   public:
+    StatusLine();
+    StatusLine(const StatusLine&) = delete;
+    StatusLine& operator=(const StatusLine&) = delete;
+    ~StatusLine();
+
+    // Shows a text, cut to the terminal's width; an empty one takes no line.
+    void show(std::string text) noexcept;
+};
 
 enum class Style { error, changed };
 

@@ -16,10 +16,11 @@ bool takesSequences(std::FILE* stream) noexcept {
            std::string_view(kind) != "dumb";
 }
 
-unsigned columns() noexcept {
-    winsize size{};
-    const bool told = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return told ? size.ws_col : 80;
+Size size() noexcept {
+    winsize told{};
+    if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &told) != 0 || told.ws_col == 0 || told.ws_row == 0)
+        return {};
+    return {told.ws_col, told.ws_row};
 }
 
 }  // namespace wren::terminal

@@ -27,10 +27,12 @@ bool takesSequences(std::FILE* stream) noexcept {
            ::SetConsoleMode(console, mode | kSequences) != FALSE;
 }
 
-unsigned columns() noexcept {
+Size size() noexcept {
     CONSOLE_SCREEN_BUFFER_INFO info{};
-    if (!::GetConsoleScreenBufferInfo(handleOf(stderr), &info)) return 80;
-    return static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left + 1);
+    if (!::GetConsoleScreenBufferInfo(handleOf(stderr), &info)) return {};
+    const SMALL_RECT& window = info.srWindow;
+    return {static_cast<unsigned>(window.Right - window.Left + 1),
+            static_cast<unsigned>(window.Bottom - window.Top + 1)};
 }
 
 }  // namespace wren::terminal

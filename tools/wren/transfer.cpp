@@ -19,7 +19,8 @@ constexpr std::size_t kChunkWords = std::size_t{4} * 504;
 // One pass over the words of all segments.
 class Pass {
    public:
-    Pass(const char* doing, std::size_t total) : doing_(doing), total_(total), bar_(doing, total) {
+    Pass(Adapter& adapter, const char* doing, std::size_t total)
+        : doing_(doing), total_(total), bar_(adapter.status, adapter.report.mark() + doing, total) {
         noteInterrupts();
     }
 
@@ -63,26 +64,26 @@ class Pass {
 
 }  // namespace
 
-void readSegments(Session& session, std::span<Segment> segments) {
-    Pass("reading", wordCount(segments))
+void readSegments(Adapter& adapter, std::span<Segment> segments) {
+    Pass(adapter, "reading", wordCount(segments))
         .run(segments, [&](std::uint32_t address, std::span<std::uint16_t> chunk) {
-            session.read(address, chunk);
+            adapter.session.read(address, chunk);
         });
 }
 
-void writeSegments(Session& session, std::span<const Segment> segments) {
-    Pass("writing", wordCount(segments))
+void writeSegments(Adapter& adapter, std::span<const Segment> segments) {
+    Pass(adapter, "writing", wordCount(segments))
         .run(segments, [&](std::uint32_t address, std::span<const std::uint16_t> chunk) {
-            session.write(address, chunk);
+            adapter.session.write(address, chunk);
         });
 }
 
-Comparison compareSegments(Session& session, std::span<const Segment> expected,
+Comparison compareSegments(Adapter& adapter, std::span<const Segment> expected,
                            std::size_t mostListed) {
     Comparison comparison;
     const auto compare = [&](std::uint32_t address, std::span<const std::uint16_t> chunk) {
         std::vector<std::uint16_t> found(chunk.size());
-        session.read(address, found);
+        adapter.session.read(address, found);
         for (std::size_t i = 0; i < chunk.size(); ++i) {
             if (chunk[i] == found[i]) continue;
             if (comparison.differing++ < mostListed)
@@ -90,7 +91,7 @@ Comparison compareSegments(Session& session, std::span<const Segment> expected,
                     {address + static_cast<std::uint32_t>(i), chunk[i], found[i]});
         }
     };
-    Pass("comparing", wordCount(expected)).run(expected, compare);
+    Pass(adapter, "comparing", wordCount(expected)).run(expected, compare);
     return comparison;
 }
 

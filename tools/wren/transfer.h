@@ -1,7 +1,7 @@
 // Transfers of whole images: cut into chunks that one action can carry, with a progress bar. Ctrl-C
 // ends them between two chunks.
 //
-// Threads: as the Session's. Failures are thrown as Failure and tell how far the transfer got; the
+// Threads: as the Adapter's. Failures are thrown as Failure and tell how far the transfer got; the
 // chunks before stay done.
 #ifndef WREN_TRANSFER_H
 #define WREN_TRANSFER_H
@@ -11,8 +11,8 @@
 #include <span>
 #include <vector>
 
+#include "adapter.h"
 #include "image.h"
-#include "session.h"
 
 namespace wren {
 
@@ -30,10 +30,10 @@ struct Comparison {
 };
 
 // Fills the segments' words.
-void readSegments(Session& session, std::span<Segment> segments);
-void writeSegments(Session& session, std::span<const Segment> segments);
+void readSegments(Adapter& adapter, std::span<Segment> segments);
+void writeSegments(Adapter& adapter, std::span<const Segment> segments);
 // Reads as many words as are expected, and compares; lists at most mostListed differences.
-Comparison compareSegments(Session& session, std::span<const Segment> expected,
+Comparison compareSegments(Adapter& adapter, std::span<const Segment> expected,
                            std::size_t mostListed);
 
 }  // namespace wren

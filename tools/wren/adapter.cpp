@@ -1,0 +1,87 @@
+#include "adapter.h"
+
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <memory>
+#include <set>
+#include <thread>
+
+#include "interruption.h"
+
+namespace wren {
+
+namespace {
+
+using Adapters = std::vector<std::unique_ptr<Adapter>>;
+
+// The texts between commas.
+std::vector<std::string> namesIn(std::string_view list) {
+    std::vector<std::string> names;
+    for (;;) {
+        const std::size_t comma = std::min(list.find(','), list.size());
+        names.emplace_back(list.substr(0, comma));
+        if (comma == list.size()) return names;
+        list.remove_prefix(comma + 1);
+    }
+}
+
+// What the user names the adapters by; where there is nothing to choose, what there is.
+std::vector<std::string> namesOf(const std::string& asked, const std::vector<Port>& ports,
+                                 const Session& session) {
+    if (asked.empty() && ports.size() > 1)
+        throw Failure(ExitCode::usage, fmt::format("{} adapters, and none is named", ports.size()),
+                      fmt::format("choose with --port; {}", session.choices()));
+    if (!asked.empty() && asked != "all") return namesIn(asked);
+    std::vector<std::string> names;
+    for (const Port& port : ports) names.push_back(std::to_string(port.key));
+    // The library says that there is none.
+    if (names.empty()) names.emplace_back("0");
+    return names;
+}
+
+void requireApart(const Adapters& adapters) {
+    std::set<std::string> names;
+    for (const auto& adapter : adapters)
+        if (!names.insert(adapter->report.adapter()).second)
+            throw Failure(ExitCode::usage,
+                          fmt::format("adapter {} is named twice", adapter->report.adapter()));
+}
+
+void workWith(Adapter& adapter, const std::string& name, const Work& work) {
+    auto failure = failureOf([&] {
+        adapter.session.select(name);
+        adapter.report.setId(adapter.session.id());
+        adapter.session.setAll(adapter.context.connection.settings);
+        work(adapter);
+    });
+    if (failure) adapter.report.fail(std::move(*failure));
+}
+
+}  // namespace
+
+void workWithAdapters(Context& context, const Work& work) {
+    const std::string& asked = context.connection.port;
+    Adapters adapters;
+    const auto addAdapter = [&] {
+        adapters.push_back(std::make_unique<Adapter>(context, context.output.add()));
+    };
+    addAdapter();
+    const std::vector<Port> ports = adapters.front()->session.ports();
+    const std::vector<std::string> names = namesOf(asked, ports, adapters.front()->session);
+    while (adapters.size() < names.size()) addAdapter();
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const Port* const port = portNamed(ports, names[i]);
+        adapters[i]->report.setName(names[i]);
+        if (port != nullptr) adapters[i]->report.setId(port->id);
+        adapters[i]->session.setMark(adapters[i]->report.mark());
+    }
+    requireApart(adapters);
+
+    std::vector<std::jthread> others;
+    for (std::size_t i = 1; i < names.size(); ++i)
+        others.emplace_back([&, i] { workWith(*adapters[i], names[i], work); });
+    workWith(*adapters.front(), names.front(), work);
+}
+
+}  // namespace wren

@@ -1,0 +1,54 @@
+// The adapters that a command works with: which ones the user means, and the work with all of them
+// at the same time.
+//
+// Threads: the work with an Adapter is done by one thread, that with several by one thread each.
+#ifndef WREN_ADAPTER_H
+#define WREN_ADAPTER_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "debug_text.h"
+#include "output.h"
+#include "session.h"
+#include "terminal.h"
+
+namespace wren {
+
+// Which adapters a command works with, and how.
+struct Connection {
+    // Selection keys, adapter ids or device ids, with commas between them, or "all"; the only
+    // adapter that there is when empty.
+    std::string port;
+    std::vector<Setting> settings;  // made in this order once the adapter is selected
+};
+
+// What every command is given.
+struct Context {
+    Connection connection;
+    DebugText debugText;
+    Output output;
+};
+
+// An adapter in a command's hands.
+struct Adapter {
+    Adapter(Context& commandContext, Report& adapterReport)
+        : context(commandContext), report(adapterReport), session(context.debugText) {}
+
+    Context& context;
+    Report& report;
+    Session session;
+    terminal::StatusLine status;
+};
+
+// What a command does with an adapter. It throws Failure.
+using Work = std::function<void(Adapter&)>;
+
+// Selects each adapter that the user means, sets it up and does the work; a failure at one of them
+// goes into its report and stops no other. Throws Failure when it is not clear which ones they are.
+void workWithAdapters(Context& context, const Work& work);
+
+}  // namespace wren
+
+#endif
