@@ -1,5 +1,7 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <grp.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +13,20 @@
 #include "system.h"
 
 namespace wren::system {
+
+namespace {
+
+// Of a folder that is closed to this user.
+std::string whoMayUse(const std::string& folder) {
+    struct stat status {};
+    if (::stat(folder.c_str(), &status) != 0) return "ask for access to the folders above it";
+    const group* const members = ::getgrgid(status.st_gid);
+    const std::string name = members != nullptr ? members->gr_name : std::to_string(status.st_gid);
+    if ((status.st_mode & S_IXGRP) == 0) return "ask its owner to let a group in";
+    return "the group '" + name + "' may use it: join it and log in anew";
+}
+
+}  // namespace
 
 std::vector<std::string> arguments(int argc, char** argv) {
     return {argv + (argc > 0 ? 1 : 0), argv + argc};
@@ -60,8 +76,10 @@ std::string whyNoAdapters() {
         ::closedir(listing);
         return "'" + adapters + "' offers none: plug one in, or try --simulate";
     }
-    return "cannot look into '" + adapters + "': " + std::generic_category().message(error) +
-           "; is the service that offers adapters running? --simulate needs none";
+    const std::string remedy =
+        error == EACCES ? whoMayUse(folder) : "start the service that offers adapters";
+    return "cannot look into '" + adapters + "': " + std::generic_category().message(error) + "; " +
+           remedy + ", or try --simulate";
 }
 
 }  // namespace wren::system
