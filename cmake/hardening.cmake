@@ -16,5 +16,5 @@ foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection)
 endforeach()
 # Some distributions set another level, which may not be redefined.
 list(APPEND hardening -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
-add_compile_options("$<$<NOT:$<CONFIG:Debug>>:${hardening}>")
+add_compile_options("$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:${hardening}>")
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)

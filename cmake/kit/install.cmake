@@ -15,11 +15,11 @@ install(EXPORT wrenlink NAMESPACE wrenlink:: FILE wrenlink-targets.cmake
   DESTINATION ${package_folder} COMPONENT development)
 configure_package_config_file(
   ${CMAKE_CURRENT_LIST_DIR}/wrenlink-config.cmake.in
-  ${CMAKE_BINARY_DIR}/kit/wrenlink-config.cmake
+  ${PROJECT_BINARY_DIR}/kit/wrenlink-config.cmake
   INSTALL_DESTINATION ${package_folder} PATH_VARS CMAKE_INSTALL_LIBDIR
   NO_CHECK_REQUIRED_COMPONENTS_MACRO)
 write_basic_package_version_file(
-  ${CMAKE_BINARY_DIR}/kit/wrenlink-config-version.cmake COMPATIBILITY SameMajorVersion)
+  ${PROJECT_BINARY_DIR}/kit/wrenlink-config-version.cmake COMPATIBILITY SameMajorVersion)
 
 # For pkg-config. It leaves out the system's own folders when they are named plainly; any other prefix
 # is where the file itself is found.
@@ -29,13 +29,13 @@ if(NOT CMAKE_INSTALL_PREFIX STREQUAL /usr)
   file(RELATIVE_PATH pkgconfig_prefix /prefix/${pkgconfig_folder} /prefix)
   string(REGEX REPLACE "(.+)/$" "\${pcfiledir}/\\1" pkgconfig_prefix ${pkgconfig_prefix})
 endif()
-configure_file(${CMAKE_CURRENT_LIST_DIR}/wrenlink.pc.in ${CMAKE_BINARY_DIR}/kit/wrenlink.pc @ONLY)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/wrenlink.pc.in ${PROJECT_BINARY_DIR}/kit/wrenlink.pc @ONLY)
 
 install(FILES
-  ${CMAKE_BINARY_DIR}/kit/wrenlink-config.cmake
-  ${CMAKE_BINARY_DIR}/kit/wrenlink-config-version.cmake
+  ${PROJECT_BINARY_DIR}/kit/wrenlink-config.cmake
+  ${PROJECT_BINARY_DIR}/kit/wrenlink-config-version.cmake
   DESTINATION ${package_folder} COMPONENT development)
-install(FILES ${CMAKE_BINARY_DIR}/kit/wrenlink.pc
+install(FILES ${PROJECT_BINARY_DIR}/kit/wrenlink.pc
   DESTINATION ${pkgconfig_folder} COMPONENT development)
 install(FILES include/wrenlink/spifns.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/wrenlink COMPONENT development)
@@ -48,11 +48,11 @@ endforeach()
 
 if(WIN32)
   install(DIRECTORY bindings/python DESTINATION . COMPONENT python PATTERN __pycache__ EXCLUDE)
-  install(FILES ${CMAKE_BINARY_DIR}/wrenlink.def ${CMAKE_BINARY_DIR}/wrenlink.lib
+  install(FILES ${PROJECT_BINARY_DIR}/wrenlink.def ${PROJECT_BINARY_DIR}/wrenlink.lib
     DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
   # The simulator installs what lies beside it.
   install(TARGETS quillsim_driver LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-  install(FILES ${CMAKE_BINARY_DIR}/quillsim.inf
+  install(FILES ${PROJECT_BINARY_DIR}/quillsim.inf
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 else()
   install(FILES tools/wireshark/wrenlink.lua
