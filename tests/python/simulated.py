@@ -1,6 +1,6 @@
 """What the tests share: simulated adapters, in a folder that is gone when the test ends.
 
-The environment variable QUILLSIM names the simulator; PYTHONPATH and WRENLINK_LIBRARY lead to the
+The environment variables QUILLSIM and WREN name the simulator and the tool; PYTHONPATH and WRENLINK_LIBRARY lead to the
 Python package and to the library.
 """
 import os
@@ -18,6 +18,11 @@ def quillsim(*words):
 def control(line):
     """Sends a command to the running simulator and returns its answer."""
     return quillsim("--control", line).stdout
+
+
+def wren(*words, **options):
+    return subprocess.run([os.environ["WREN"], *words], check=False, capture_output=True, text=True,
+                          **options)
 
 
 class Simulated(unittest.TestCase):

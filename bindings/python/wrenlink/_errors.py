@@ -1,9 +1,18 @@
-"""The exceptions that stand for the library's error codes."""
+"""The exceptions, which stand for the library's error codes, and the checks of arguments."""
 from __future__ import annotations
+
+import operator
+from typing import TYPE_CHECKING, NoReturn, SupportsIndex
+
+if TYPE_CHECKING:
+    from collections.abc import Iterable
+
+# The memory of a chip.
+MEMORY_WORDS = 0x10000
 
 
 class Error(Exception):
-    """A failure that the library reported.
+    """A failure of the library or of this package.
 
     code is the library's error code; 0 when it gave none, as for a chip without an adapter. text
     says what failed, from the cause outward. address is the chip address of a failed access, or 0.
@@ -17,11 +26,15 @@ class Error(Exception):
 
     def __str__(self) -> str:
         where = f" (address {self.address:#06x})" if self.address else ""
-        return f"error {self.code}: {' '.join(self.text.split())}{where}"
+        code = f"error {self.code}: " if self.code else ""
+        return f"{code}{' '.join(self.text.split())}{where}"
 
 
 class ArgumentError(Error, ValueError):
-    """An argument, an address, a length, a variable or its value is not acceptable."""
+    """An argument, an address, a count, a word, a variable or its value is not acceptable.
+
+    The text names it and what would do. Nothing was sent.
+    """
 
 
 class OutOfMemoryError(Error, MemoryError):
@@ -54,6 +67,19 @@ class ExchangeError(Error):
 
 class TimedOutError(ExchangeError, TimeoutError):
     """The adapter did not answer within 1000 ms."""
+
+
+class BusyError(Error, TimeoutError):
+    """Another host has the adapter for itself."""
+
+
+class VerifyError(Error):
+    """The chip holds other words than it should.
+
+    address is that of the first one; differences has an (address, expected, found) for each.
+    """
+
+    differences: list[tuple[int, int, int]]
 
 
 class AdapterError(Error):
@@ -92,3 +118,40 @@ def error_of(code: int, text: str, address: int) -> Error:
         # A failed read's address, which the library takes over byte by byte in the adapter's order.
         address = (address & 0xFF) << 8 | address >> 8
     return _CLASSES.get(code, Error)(code, text, address)
+
+
+def refuse(what: str, would_do: str, code: int = 1, address: int = 0) -> NoReturn:
+    """Says what is not acceptable, and what would be."""
+    raise ArgumentError(code, f"{what} is not acceptable; {would_do} would do", address)
+
+
+def whole(value: object, least: int, most: int, what: str, code: int = 1) -> int:
+    """A whole number in its limits."""
+    try:
+        number = operator.index(value)  # type: ignore[arg-type]
+    except TypeError:
+        number = least - 1
+    if not least <= number <= most:
+        address = number if code == 265 and 0 <= number < 1 << 32 else 0
+        refuse(what, f"a whole number from {least} to {most:#x}", code, address)
+    return number
+
+
+def address_of(address: SupportsIndex) -> int:
+    """The address of a word."""
+    return whole(address, 0, MEMORY_WORDS - 1, f"address {address!r}", 265)
+
+
+def count_from(address: SupportsIndex, count: SupportsIndex) -> int:
+    """How many words follow an address; none of them lies beyond the last one of the chip."""
+    first = address_of(address)
+    return whole(
+        count, 0, MEMORY_WORDS - first, f"count {count!r} from address {first:#06x} on", 266
+    )
+
+
+def one_of(words: Iterable[str], value: object, what: str) -> str:
+    """A word in any case; gives it in capitals."""
+    if isinstance(value, str) and value.upper() in words:
+        return value.upper()
+    refuse(f"{what} {value!r}", " or ".join(words))

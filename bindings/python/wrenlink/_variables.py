@@ -1,17 +1,20 @@
-"""The variables of a chip, by name as texts and as typed attributes."""
+"""The variables of a chip: what each takes, as texts by name and as numbers in attributes."""
 from __future__ import annotations
 
+import contextlib
 import ctypes
 from collections.abc import Callable, Iterator, Mapping
-from typing import TYPE_CHECKING, Any, Generic, TypeVar, overload
+from typing import TYPE_CHECKING, Any, Generic, SupportsIndex, TypeVar, Union, overload
 
+from ._errors import one_of, refuse, whole
 from ._library import VariableRecord, decoded, library
-from ._sequence import Value
 
 if TYPE_CHECKING:
     from ._chip import Chip
 
 T = TypeVar("T", bound=float)
+# The value of a variable: a number, or a text of one as the wren tool takes it.
+Value = Union[SupportsIndex, float, str]
 
 _READABLE = (
     "SPIPORT",
@@ -26,6 +29,44 @@ _READABLE = (
     "SPIMUL",
 )
 
+# What each variable takes: whole numbers up to a limit, kHz from a limit on, or one of some words.
+# No delay makes a clock slower than 0.1211 kHz.
+_WHOLE = {
+    "SPIPORT": 0xFFFFFFFF,
+    "SPI_DELAY": 0xFFFF,
+    "SPIMUL": 16,
+    "SPICMDBITS": 0xFFFF,
+    "SPICMDREADBITS": 0xFFFF,
+    "SPICMDWRITEBITS": 0xFFFF,
+}
+_CLOCKS = {"SPICLOCK": 0.1211, "SPIMAXCLOCK": 1.0}
+_WORDS = {"QUILLMODE": ("SPI", "JTAG")}
+_SETTABLE = (*_WHOLE, *_CLOCKS, *_WORDS)
+
+
+def _clock(value: Value, least: float, name: str) -> float:
+    with contextlib.suppress(TypeError, ValueError, OverflowError):
+        clock = float(value)
+        if least <= clock < float("inf"):
+            return clock
+    refuse(f"{name} {value!r}", f"a number of kHz from {least} on")
+
+
+def _meant(value: Value) -> Value:
+    with contextlib.suppress(ValueError):
+        return int(value, 0) if isinstance(value, str) else value
+    return value
+
+
+def setting(name: str, value: Value) -> tuple[str, str]:
+    """A variable's name and value as the library takes them."""
+    name = one_of(_SETTABLE, name, "variable")
+    if name in _WORDS:
+        return name, one_of(_WORDS[name], value, name)
+    if name in _CLOCKS:
+        return name, repr(_clock(value, _CLOCKS[name], name))
+    return name, str(whole(_meant(value), 0, _WHOLE[name], f"{name} {value!r}"))
+
 
 def defaults() -> dict[str, str]:
     """The variables that can be set, with their default texts."""
@@ -38,8 +79,8 @@ def defaults() -> dict[str, str]:
 class Variables(Mapping[str, str]):
     """The variables of a chip as texts; names in any case.
 
-    The mapping holds what can be read. Setting one that can only be read, or is unknown, and
-    reading one that can only be set, is a KeyError.
+    The mapping holds what can be read; QUILLMODE can only be set. What cannot be set, and a value
+    that a variable does not take, is an ArgumentError.
     """
 
     def __init__(self, chip: Chip) -> None:
@@ -51,8 +92,6 @@ class Variables(Mapping[str, str]):
         return self._chip._get(name)
 
     def __setitem__(self, name: str, value: Value) -> None:
-        if name.upper() not in defaults():
-            raise KeyError(name)
         self._chip._set({name: value})
 
     def __iter__(self) -> Iterator[str]:
@@ -61,9 +100,12 @@ class Variables(Mapping[str, str]):
     def __len__(self) -> int:
         return len(_READABLE)
 
+    def __repr__(self) -> str:
+        return f"<wrenlink.Variables of {self._chip!r}>"
+
 
 class Number(Generic[T]):
-    """An attribute of a chip that is one of its variables, as a number."""
+    """A variable as an attribute of a chip."""
 
     def __init__(self, name: str, parse: Callable[[str], T], doc: str) -> None:
         self._name = name
@@ -79,10 +121,10 @@ class Number(Generic[T]):
     def __get__(self, chip: Chip | None, owner: Any) -> Number[T] | T:
         return self if chip is None else self._parse(chip._get(self._name))
 
-    def __set__(self, chip: Chip, value: T) -> None:
+    def __set__(self, chip: Chip, value: float) -> None:
         chip._set({self._name: value})
 
 
-def whole(text: str) -> int:
+def hexadecimal(text: str) -> int:
     """A whole number, in decimal or behind 0x."""
     return int(text, 0)

@@ -1,0 +1,117 @@
+"""Locks that all processes of the machine share by their names.
+
+On Windows they are named mutexes, elsewhere locks of whole files in the folder `objects` of the
+runtime directory. The system frees one when its holder ends, however it ends.
+"""
+from __future__ import annotations
+
+import contextlib
+import os
+import sys
+import time
+from pathlib import Path
+from typing import TYPE_CHECKING
+
+if TYPE_CHECKING:
+    from collections.abc import Iterator
+
+# Locks are asked for again and again, ever less often.
+_FIRST_PAUSE, _LONGEST_PAUSE = 0.0001, 0.01
+
+
+def runtime_directory() -> Path:
+    """Where hosts and adapters meet on Linux."""
+    return Path(os.environ.get("WRENLINK_RUNTIME_DIR") or "/run/wrenlink")
+
+
+if sys.platform == "win32":
+    import ctypes
+    from ctypes import wintypes
+
+    _kernel = ctypes.WinDLL("kernel32", use_last_error=True)
+    _kernel.CreateMutexW.restype = wintypes.HANDLE
+    _kernel.CreateMutexW.argtypes = [wintypes.LPVOID, wintypes.BOOL, wintypes.LPCWSTR]
+    _kernel.WaitForSingleObject.argtypes = [wintypes.HANDLE, wintypes.DWORD]
+    _kernel.ReleaseMutex.argtypes = _kernel.CloseHandle.argtypes = [wintypes.HANDLE]
+    _TIMED_OUT, _FAILED = 0x102, 0xFFFFFFFF
+
+    def _open(name: str) -> int:
+        handle = _kernel.CreateMutexW(None, False, name)
+        if handle is None:
+            raise ctypes.WinError(ctypes.get_last_error())
+        return int(handle)
+
+    def _try_once(handle: int) -> bool:
+        result = _kernel.WaitForSingleObject(handle, 0)
+        if result == _FAILED:
+            raise ctypes.WinError(ctypes.get_last_error())
+        # Also when the holder before has died.
+        return bool(result != _TIMED_OUT)
+
+    def _free(handle: int) -> None:
+        _kernel.ReleaseMutex(handle)
+
+    def _close(handle: int) -> None:
+        _kernel.CloseHandle(handle)
+
+else:
+    import fcntl
+
+    # Opening must not wait (for a pipe), follow a link or reach children.
+    _FLAGS = os.O_RDWR | os.O_NOFOLLOW | os.O_CLOEXEC | os.O_NONBLOCK | os.O_NOCTTY
+
+    def _open(name: str) -> int:
+        folder = os.open(runtime_directory() / "objects", os.O_PATH | os.O_DIRECTORY | os.O_CLOEXEC)
+        try:
+            while True:
+                try:
+                    return os.open(name, _FLAGS, dir_fd=folder)
+                except FileNotFoundError:
+                    # With the access that the folder grants, whatever this process masks out.
+                    mode = os.fstat(folder).st_mode & 0o666
+                try:
+                    made = os.open(name, _FLAGS | os.O_CREAT | os.O_EXCL, mode, dir_fd=folder)
+                except FileExistsError:
+                    continue
+                os.fchmod(made, mode)
+                return made
+        finally:
+            os.close(folder)
+
+    def _try_once(handle: int) -> bool:
+        try:
+            fcntl.flock(handle, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            return False
+        return True
+
+    def _free(handle: int) -> None:
+        # Closing alone would not do: a child made by fork may share the file.
+        fcntl.flock(handle, fcntl.LOCK_UN)
+
+    def _close(handle: int) -> None:
+        os.close(handle)
+
+
+@contextlib.contextmanager
+def held(name: str, timeout: float | None) -> Iterator[None]:
+    """Holds a lock for a with block.
+
+    Waits for it at most timeout seconds, None meaning without a limit, and raises TimeoutError when
+    another holds it until then. Raises OSError when what processes share cannot be reached.
+    """
+    end = None if timeout is None else time.monotonic() + timeout
+    handle = _open(name)
+    try:
+        pause = _FIRST_PAUSE
+        while not _try_once(handle):
+            if end is not None and time.monotonic() >= end:
+                raise TimeoutError(f"another holds {name}")
+            time.sleep(pause if end is None else min(pause, max(0, end - time.monotonic())))
+            pause = min(2 * pause, _LONGEST_PAUSE)
+        try:
+            yield
+        finally:
+            _free(handle)
+    finally:
+        _close(handle)
