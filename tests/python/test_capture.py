@@ -97,7 +97,7 @@ class Capture(Simulated):
         for done, reason in [
             (quillsim("--capture", "/dev/full", *elsewhere), "No space left"),
             (quillsim("--capture", str(self.folder), *elsewhere), "Is a directory"),
-            (quillsim("--capture", self.file), "in use"),
+            (quillsim("--capture", self.file), "already served"),
             (wren("--simulate", "--capture", "/dev/full", "xap"), "No space left"),
         ]:
             self.assertEqual(done.returncode, 1)
@@ -109,7 +109,8 @@ class Capture(Simulated):
         limit = 4000
         done = wren("--simulate", "--capture", self.file, "fill", "--region", "0:4000", "7",
                     preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
-        self.assertEqual((done.returncode, done.stdout[:10]), (1, "4000 words"))
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("4000 words", done.stdout)
         self.assertRegex(done.stderr, "^wren: error: .*no more is captured: File too large\n$")
         self.assertLess((self.folder / "capture.pcapng").stat().st_size, limit)
         self.assertGreater(len(self.packets("frame.number")), 6)

@@ -123,7 +123,7 @@ class Package(Simulated):
         for suffix in ("bin", "hex", "txt"):
             with self.subTest(suffix):
                 theirs, ours = (self.folder / f"{name}.{suffix}" for name in ("theirs", "ours"))
-                wren("read", "0x7ff8", "25", "-o", theirs)
+                wren("read", "0x7ff8", "25", "-o", theirs, "--port", "0")
                 wrenlink.save_image(ours, pieces)
                 self.assertEqual(ours.read_bytes(), theirs.read_bytes())
                 address = 0x7FF8 if suffix == "bin" else None
