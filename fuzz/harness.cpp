@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 #include "platform/os.h"
 #include "tests/support/test_runtime.h"
@@ -24,11 +25,6 @@ Bytes reply;
 Ending ending = Ending::completed;
 
 }  // namespace
-
-std::string textFrom(FuzzedDataProvider& input, std::size_t longest) {
-    const std::string bytes = input.ConsumeRandomLengthString(longest);
-    return bytes.substr(0, bytes.find('\0'));
-}
 
 void require(bool good, const char* what) {
     if (good) return;

@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
 #include "sim/model/adapter.h"
 #include "tests/exports/oracle.h"
@@ -18,9 +17,6 @@ using test::Bytes;
 
 // What a target does with one input. Each target defines it.
 void run(FuzzedDataProvider& input);
-
-// A text as C has it, up to its first NUL.
-std::string textFrom(FuzzedDataProvider& input, std::size_t longest);
 
 // Ends the program, which makes the input a finding, unless `good`.
 void require(bool good, const char* what);

@@ -33,7 +33,7 @@ const std::string kTexts[] = {
     "1e308", "1e309", "1e+309", "-1e309", "0.0001e320", "1e99999999999999999999", "0x1p1024",
     "4.9406564584124654e-324", "1e-400", "-1e-99999999999999999999", "0x1p-2000",
     "0." + kZeros + "1e5002", "0." + kZeros + "1e400", "0." + kZeros + "1", "1" + kZeros,
-    "0x1" + kZeros, "inf", "-Infinity", "nan", "NAN", "-nan", "nan(12)"};
+    "0x1" + kZeros, "0x1" + kZeros + "p-9000", "inf", "-Infinity", "nan", "NAN", "-nan", "nan(12)"};
 
 // A text as each kind of number: an unsigned one and its length, a signed one, a word, and a real
 // one, which may be none.
