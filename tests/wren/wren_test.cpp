@@ -53,6 +53,9 @@ class WrenTest : public testing::Test {
         fs::create_directory(folder);
         fs::current_path(folder);
         setEnvironment("WREN_PORT", "100");
+        for (const char* variable : {"XDG_CONFIG_HOME", "APPDATA"})
+            setEnvironment(variable, folder.parent_path().string());
+        fs::create_directory(folder.parent_path() / "wrenlink");
     }
     ~WrenTest() override {
         setEnvironment("WREN_PORT", "");
@@ -190,9 +193,26 @@ TEST_F(WrenTest, WorksWithTheAdaptersThatAreMeant) {
     });
     setEnvironment("WREN_PORT", "");
     expect({{"wren xap",
-             "[2] wren: error: 2 adapters, and none is named; choose with --port; " + choices},
-            {"quillsim unplug 0", ""},
-            {"wren xap", "running\n"}});
+             "[2] wren: error: 2 adapters, and none is named; choose with --port, WREN_PORT or "
+             "wren.toml; " +
+                 choices}});
+    makeFile("../wrenlink/wren.toml", "port = 100\nclock = \"513.87 kHz\"\n");
+    makeFile("wren.toml", "port = 200 # this bench's\n");
+    expect({{"wren --json get SPI_DELAY",
+             R"({"command":"get","exit":0,"result":{"id":200,"variables":{"SPI_DELAY":"12"}}})"
+             "\n"}});
+    setEnvironment("WREN_PORT", "100");
+    expect({{"wren --clock 1066.1 --json get SPI_DELAY",
+             R"({"command":"get","exit":0,"result":{"id":100,"variables":{"SPI_DELAY":"4"}}})"
+             "\n"}});
+    makeFile("wren.toml", "clock = fast\n");
+    expect({{"wren xap",
+             "[2] wren: error: cannot use 'wren.toml': SPICLOCK takes a number from 0.1211 on, in "
+             "kHz, not 'fast'\n"}});
+    fs::remove("wren.toml");
+    setEnvironment("WREN_PORT", "");
+    fs::remove("../wrenlink/wren.toml");
+    expect({{"quillsim unplug 0", ""}, {"wren xap", "running\n"}});
 }
 
 TEST_F(WrenTest, MovesTheWholeMemoryThroughEachFormat) {

@@ -30,8 +30,9 @@ std::vector<std::string> namesIn(std::string_view list) {
 std::vector<std::string> namesOf(const std::string& asked, const std::vector<Port>& ports,
                                  const Session& session) {
     if (asked.empty() && ports.size() > 1)
-        throw Failure(ExitCode::usage, fmt::format("{} adapters, and none is named", ports.size()),
-                      fmt::format("choose with --port; {}", session.choices()));
+        throw Failure(
+            ExitCode::usage, fmt::format("{} adapters, and none is named", ports.size()),
+            fmt::format("choose with --port, WREN_PORT or wren.toml; {}", session.choices()));
     if (!asked.empty() && asked != "all") return namesIn(asked);
     std::vector<std::string> names;
     for (const Port& port : ports) names.push_back(std::to_string(port.key));
@@ -62,6 +63,7 @@ void workWith(Adapter& adapter, const std::string& name, const Work& work) {
 
 void workWithAdapters(Context& context, const Work& work) {
     const std::string& asked = context.connection.port;
+    if (context.connection.namesSeveral()) context.output.expectSeveral();
     Adapters adapters;
     const auto addAdapter = [&] {
         adapters.push_back(std::make_unique<Adapter>(context, context.output.add()));

@@ -22,6 +22,8 @@ struct Connection {
     // adapter that there is when empty.
     std::string port;
     std::vector<Setting> settings;  // made in this order once the adapter is selected
+
+    bool namesSeveral() const { return port == "all" || port.find(',') != std::string::npos; }
 };
 
 // What every command is given.

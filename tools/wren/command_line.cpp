@@ -5,11 +5,14 @@
 #include <wrenlink/spifns.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <memory>
+#include <sstream>
 
 #include "arguments.h"
 #include "debug_text.h"
 #include "failure.h"
+#include "files.h"
 #include "number.h"
 
 namespace wren {
@@ -56,6 +59,8 @@ class CommandLine {
     void addVariables();
     void addChipCommands();
     void requireKnownCommand() const;
+    void readConfiguration();
+    void configure(const std::string& file, const CLI::ConfigItem& item);
 
     Context& context_;
     CLI::App app_{"Reads, writes and inspects a Marigold chip through a Quill adapter.", "wren"};
@@ -102,8 +107,35 @@ bool CommandLine::parse(std::vector<std::string> arguments) {
         requireKnownCommand();
         throw Failure(ExitCode::usage, flattened(error.what()), "--help tells what there is");
     }
+    readConfiguration();
     if (!command_) throw Failure(ExitCode::usage, "no command", "'wren --help' lists them");
     return true;
+}
+
+// The files say what neither the command line nor the environment says; the first one wins.
+void CommandLine::readConfiguration() {
+    for (const std::string& file : {std::string("wren.toml"), system::userConfiguration()}) {
+        std::error_code ignored;
+        if (!std::filesystem::exists(pathOf(file), ignored)) continue;
+        std::istringstream text(readFile(file));
+        for (const CLI::ConfigItem& item : CLI::ConfigTOML().from_config(text))
+            configure(file, item);
+    }
+}
+
+void CommandLine::configure(const std::string& file, const CLI::ConfigItem& item) {
+    const std::string name = item.fullname();
+    const auto failure = failureOf([&] {
+        if (name != "port" && name != "clock")
+            throw Failure(ExitCode::usage,
+                          fmt::format("no setting '{}'; there are port, clock", name));
+        CLI::Option* const option = app_.get_option("--" + name);
+        if (option->count() > 0) return;
+        option->add_result(fmt::format("{}", fmt::join(item.inputs, ",")));
+        option->run_callback();
+    });
+    if (failure)
+        throw Failure(ExitCode::usage, fmt::format("cannot use '{}': {}", file, failure->what()));
 }
 
 void CommandLine::requireKnownCommand() const {
@@ -159,10 +191,6 @@ void CommandLine::addConnectionOptions() {
     app_.add_option("--port", context_.connection.port,
                     "Adapter: its key or id as 'wren ports' lists them; several with commas "
                     "between them, or all")
-        ->each([this](const std::string& text) {
-            if (text == "all" || text.find(',') != std::string::npos)
-                context_.output.expectSeveral();
-        })
         ->envname("WREN_PORT")
         ->type_name("KEY_OR_ID");
     addSetting("--mode", "QUILLMODE", "MODE", "Interface mode: SPI or JTAG");

@@ -71,7 +71,7 @@ void watch(Adapter& adapter, Segment& segment, const DumpRequest& request) {
 Work dumpMemory(const DumpRequest& request, const Context& context) {
     constexpr std::uint32_t kUsualCount = 128;
     const Region region = request.region.resolve(kUsualCount);
-    if (request.watchSeconds && context.output.isOfSeveral())
+    if (request.watchSeconds && context.connection.namesSeveral())
         throw Failure(ExitCode::usage, "--watch looks at one adapter");
     return [request, region](Adapter& adapter) {
         Segment segment{region.address, Words(region.count)};

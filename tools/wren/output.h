@@ -88,7 +88,6 @@ class Output {
     void setCommand(std::string name) { command_ = std::move(name); }
     // From now on the reports are those of several adapters, however many come.
     void expectSeveral() noexcept { several_ = true; }
-    bool isOfSeveral() const noexcept { return several_; }
 
     // Adds a report, which lives as long as this.
     Report& add() { return reports_.emplace_back(several_); }

@@ -32,6 +32,9 @@ void passBytes(std::FILE* stream) noexcept;
 // exit code. Does nothing and returns -1 when the variable has that value already.
 int runAgainWith(const char* variable, const char* value, char** argv);
 
+// Where the user's settings of the tool are kept, in UTF-8.
+std::string userConfiguration();
+
 // A text of the library or of the operating system in UTF-8, which it is unless the system has an
 // encoding of its own.
 std::string inUtf8(const std::string& text);

@@ -63,6 +63,16 @@ int runAgainWith(const char* variable, const char* value, char** argv) {
     throw std::system_error(errno, std::generic_category(), "starting anew");
 }
 
+std::string userConfiguration() {
+    const auto folder = [](const char* variable) {
+        const char* const named = ::getenv(variable);
+        return std::string(named != nullptr ? named : "");
+    };
+    const std::string configurations = folder("XDG_CONFIG_HOME");
+    return (configurations.empty() ? folder("HOME") + "/.config" : configurations) +
+           "/wrenlink/wren.toml";
+}
+
 std::string inUtf8(const std::string& text) { return text; }
 
 std::string whyNoAdapters() {

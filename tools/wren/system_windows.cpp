@@ -84,6 +84,11 @@ int runAgainWith(const char* variable, const char* value, char**) {
     return static_cast<int>(code);
 }
 
+std::string userConfiguration() {
+    const wchar_t* const folder = ::_wgetenv(L"APPDATA");
+    return (folder != nullptr ? utf8(folder) : "") + "\\wrenlink\\wren.toml";
+}
+
 // The system's own words are in the code page of its language, names of files within them need not
 // be.
 std::string inUtf8(const std::string& text) {
