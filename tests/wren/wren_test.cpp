@@ -122,8 +122,14 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
          "adapter 100: 2 words from 0x0010 on written and verified, CRC-32 83c334c6\n"},
         {"wren read 16 2",
          "# adapter 100: 2 words from 0x0010 on, CRC-32 83c334c6\n0010: 0007 abcd\n"},
-        {"wren fill --region 0x12:3 1 2",
+        {"wren fill --region 0x12:3 1 0 0xffff",
+         "adapter 100: 3 words from 0x0012 on filled and verified, CRC-32 00000000\n"},
+        {"wren fill 0x12 3 1 2",
          "adapter 100: 3 words from 0x0012 on filled and verified, CRC-32 c98c8bcc\n"},
+        {"wren fill 0 0 1", "[2] wren: error: a region has at least one word\n"},
+        {"wren fill 0 1 0x10000", "[2] wren: error: words go from 0 to 0xffff\n"},
+        {"wren fill 0 1",
+         "[2] wren: error: give ADDR COUNT WORDS..., or --region START:COUNT WORDS...\n"},
         {"wren run script", "0020: 0001 0002 0003 0000\n"},
         {"wren mgcmd --init 0xff 1 2 3", "0x00fe 0x00fd\n"},
         {"wren verify 0x11 0xabcd 1 2 9",
@@ -139,10 +145,15 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
         {"wren run bad",
          "[1] wren: error: cannot use 'bad': line 2: 2 words from 0xffff on would reach beyond "
          "the last word, 0xffff\n"},
-        {"wren fly",
+        {"wren raed 0 1", "[2] wren: error: no command 'raed'; did you mean read?\n"},
+        {"wren help fly",
          "[2] wren: error: no command 'fly'; there are ports, info, xap, speed, read, dump, write, "
          "fill, verify, diff, get, set, vars, command, mgcmd, run\n"},
         {"wren set SPIMUL=17", "[2] wren: error: SPIMUL takes a whole number, 0 to 16, not '17'\n"},
+        {"wren ports --simulate 2",
+         "[2] wren: error: '--simulate 2' may mean two things; write --simulate=2, or other "
+         "numbers "
+         "before it\n"},
         {"wren write 0 -1",
          "[2] wren: error: WORDS: '-1' is not a number from 0 to 65535 (decimal or 0x...); --help "
          "tells what there is\n"},
@@ -305,7 +316,7 @@ TEST_F(WrenTest, StopsBetweenTwoPiecesOnCtrlC) {
 
 TEST_F(WrenTest, ShowsWhatChangesUnderAWatch) {
     std::signal(SIGINT, SIG_DFL);
-    Program program = start("wren dump 0 16 --watch=0.02");
+    Program program = start("wren dump 0 16 --watch 0.02");
     const auto await = [](const char* text) {
         while (printed().find(text) == std::string::npos) std::this_thread::yield();
     };
@@ -321,7 +332,7 @@ TEST_F(WrenTest, ShowsWhatChangesUnderAWatch) {
 TEST_F(WrenTest, SimulatesAdaptersForOneCommand) {
     expect({{"quillsim unplug 0", ""},
             {"quillsim unplug 1", ""},
-            {"wren --simulate xap", "running\n"}});
+            {"wren --simulate 2 --port 200 xap", "running\n"}});
     EXPECT_THAT(outcome(start("wren --json ports")), HasSubstr(R"("ports":[],"reason":)"));
 }
 

@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
+#include <numeric>
 #include <sstream>
 
 #include "arguments.h"
@@ -27,11 +28,24 @@ std::string versionText() {
     return fmt::format("wren on wrenlink {}.{}", version >> 8, version & 0xFF);
 }
 
-std::string exitCodeText() {
-    std::string text = "Exit codes:";
+std::string footerText() {
+    std::string text = "'wren help COMMAND' tells about one.\n\nExit codes:";
     for (const ExitMeaning& exit : kExitMeanings)
         text += fmt::format("\n  {:<4}{}", static_cast<int>(exit.code), exit.meaning);
     return text;
+}
+
+// How many letters have to change, come or go to make one word of the other.
+std::size_t distance(std::string_view from, std::string_view to) {
+    std::vector<std::size_t> row(to.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (const char letter : from) {
+        std::size_t diagonal = std::exchange(row[0], row[0] + 1);
+        for (std::size_t i = 0; i < to.size(); ++i)
+            diagonal = std::exchange(row[i + 1], std::min({row[i] + 1, row[i + 1] + 1,
+                                                           diagonal + (letter == to[i] ? 0 : 1)}));
+    }
+    return row.back();
 }
 
 class CommandLine {
@@ -58,6 +72,8 @@ class CommandLine {
     void addWriting();
     void addVariables();
     void addChipCommands();
+    std::vector<std::string> commandNames() const;
+    void joinNumbers(std::vector<std::string>& arguments) const;
     void requireKnownCommand() const;
     void readConfiguration();
     void configure(const std::string& file, const CLI::ConfigItem& item);
@@ -84,7 +100,7 @@ CommandLine::CommandLine(Context& context) : context_(context) {
     app_.allow_windows_style_options(false);
     app_.set_version_flag("--version", versionText());
     app_.fallthrough();
-    app_.footer(exitCodeText());
+    app_.footer(footerText());
     addRunOptions();
     addConnectionOptions();
     addInspection();
@@ -95,16 +111,21 @@ CommandLine::CommandLine(Context& context) : context_(context) {
 }
 
 bool CommandLine::parse(std::vector<std::string> arguments) {
+    if (!arguments.empty() && arguments.front() == "help") {
+        arguments.erase(arguments.begin());
+        arguments.emplace_back("--help");
+    }
+    joinNumbers(arguments);
     std::reverse(arguments.begin(), arguments.end());
     try {
         app_.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
+        requireKnownCommand();
         if (error.get_exit_code() == 0) {
             app_.exit(error);
             context_.output.setCommand("");
             return false;
         }
-        requireKnownCommand();
         throw Failure(ExitCode::usage, flattened(error.what()), "--help tells what there is");
     }
     readConfiguration();
@@ -138,14 +159,39 @@ void CommandLine::configure(const std::string& file, const CLI::ConfigItem& item
         throw Failure(ExitCode::usage, fmt::format("cannot use '{}': {}", file, failure->what()));
 }
 
-void CommandLine::requireKnownCommand() const {
-    const std::vector<std::string> rest = app_.remaining();
-    if (!app_.get_subcommands().empty() || rest.empty() || rest.front().starts_with('-')) return;
+std::vector<std::string> CommandLine::commandNames() const {
     std::vector<std::string> names;
     for (const CLI::App* command : app_.get_subcommands(nullptr))
         names.push_back(command->get_name());
-    throw Failure(ExitCode::usage, fmt::format("no command '{}'", rest.front()),
-                  fmt::format("there are {}", fmt::join(names, ", ")));
+    return names;
+}
+
+// The number of a flag stands behind a '=', and is understood behind a blank where it can be
+// nothing else.
+void CommandLine::joinNumbers(std::vector<std::string>& arguments) const {
+    bool inCommand = false;
+    for (auto at = arguments.begin(); at != arguments.end() && at + 1 != arguments.end(); ++at) {
+        inCommand = inCommand || std::ranges::count(commandNames(), *at) > 0;
+        if ((*at != "--simulate" && *at != "--watch") || !decimalNumber(at[1])) continue;
+        if (inCommand && wholeNumber(at[1]))
+            throw Failure(ExitCode::usage, fmt::format("'{} {}' may mean two things", *at, at[1]),
+                          fmt::format("write {}={}, or other numbers before it", *at, at[1]));
+        *at += '=' + at[1];
+        arguments.erase(at + 1);
+    }
+}
+
+void CommandLine::requireKnownCommand() const {
+    const std::vector<std::string> rest = app_.remaining();
+    if (!app_.get_subcommands().empty() || rest.empty() || rest.front().starts_with('-')) return;
+    const std::string& word = rest.front();
+    const std::vector<std::string> names = commandNames();
+    const auto nearest = std::ranges::min_element(
+        names, {}, [&](const std::string& name) { return distance(word, name); });
+    const bool isNear = distance(word, *nearest) <= std::max<std::size_t>(1, word.size() / 2);
+    throw Failure(ExitCode::usage, fmt::format("no command '{}'", word),
+                  isNear ? fmt::format("did you mean {}?", *nearest)
+                         : fmt::format("there are {}", fmt::join(names, ", ")));
 }
 
 CLI::App* CommandLine::add(const char* name, const char* purpose, std::function<Work()> command) {
@@ -253,8 +299,10 @@ void CommandLine::addWriting() {
     addSource(write, write_.source);
     CLI::App* fill = add("fill", "Fill a region with a pattern of words and verify them",
                          [this] { return fillMemory(fill_); });
-    addRegion(fill, [this](Region region) { fill_.region = region; })->required();
-    addWords(fill, "WORDS", fill_.pattern, "The pattern")->required();
+    addRegion(fill, [this](Region region) { fill_.region = region; });
+    fill->add_option("WORDS", fill_.numbers, "ADDR and COUNT, without --region; then the pattern")
+        ->transform(wholeNumberIn(0, kMemoryWords))
+        ->type_name("");
     const auto addNoVerify = [](CLI::App* command, bool& verify) {
         command->add_flag_callback(
             "--no-verify", [&verify] { verify = false; }, "Do not read back and compare");

@@ -34,8 +34,10 @@ struct CompareRequest {
 };
 
 struct FillRequest {
-    Region region;
-    std::vector<std::uint16_t> pattern;  // repeated, from the region's start on
+    std::optional<Region> region;
+    // The pattern, which is repeated from the region's start on; before it, unless that is known,
+    // the region's address and count.
+    std::vector<std::uint32_t> numbers;
     bool verify = true;
 };
 

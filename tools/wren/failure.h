@@ -25,6 +25,7 @@ enum class ExitCode : int {
     differs = 4,
     unreachable = 5,
     interrupted = 130,
+    unheard = 141,
 };
 
 struct ExitMeaning {
@@ -40,6 +41,7 @@ inline constexpr std::array kExitMeanings{
     ExitMeaning{ExitCode::differs, "chip memory differs from what it was compared with"},
     ExitMeaning{ExitCode::unreachable, "the adapter is busy, unplugged or silent"},
     ExitMeaning{ExitCode::interrupted, "stopped with Ctrl-C; the line tells how far it got"},
+    ExitMeaning{ExitCode::unheard, "nobody reads any more what it prints; no line tells so"},
 };
 
 // A failure that ends the command. what() says what went wrong in one line: the library's own text

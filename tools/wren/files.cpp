@@ -85,7 +85,9 @@ void replaceFile(const fs::path& target, std::string_view contents, bool exists,
 void failWithErrno(std::string_view doing, const std::string& path) {
     const int error = errno;
     if (interrupted()) throw Failure(ExitCode::interrupted, "interrupted");
-    fail(doing, path, std::generic_category().message(error));
+    const std::string reason = std::generic_category().message(error);
+    if (error == EPIPE) throw Failure(ExitCode::unheard, reason);
+    fail(doing, path, reason);
 }
 
 fs::path pathOf(const std::string& utf8) { return std::u8string(utf8.begin(), utf8.end()); }

@@ -19,7 +19,8 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// Throws what errno says about an operation on a file, or that Ctrl-C has ended it.
+// Throws what errno says about an operation on a file, that Ctrl-C has ended it, or that the reader
+// of a pipe has gone.
 [[noreturn]] void failWithErrno(std::string_view doing, const std::string& path);
 
 std::filesystem::path pathOf(const std::string& utf8);

@@ -36,6 +36,7 @@ std::string lineOf(const Failure& failure) {
 
 // Tells the user.
 void report(const Failure& failure, const std::string& mark = "") {
+    if (failure.exitCode() == ExitCode::unheard) return;
     const std::string error = terminal::styled(stderr, terminal::Style::error, "error");
     terminal::tell(fmt::format("wren: {}{}{}\n", mark, error, lineOf(failure)));
 }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
@@ -88,9 +89,18 @@ Work writeMemory(const WriteRequest& request) {
 }
 
 Work fillMemory(const FillRequest& request) {
-    Segment segment{request.region.address, {}};
-    for (std::size_t i = 0; i < request.region.count; ++i)
-        segment.words.push_back(request.pattern[i % request.pattern.size()]);
+    std::span numbers(request.numbers);
+    const std::size_t ofRegion = request.region ? 0 : 2;
+    if (numbers.size() <= ofRegion)
+        throw Failure(ExitCode::usage,
+                      "give ADDR COUNT WORDS..., or --region START:COUNT WORDS...");
+    const Region region = request.region ? *request.region : makeRegion(numbers[0], numbers[1]);
+    numbers = numbers.subspan(ofRegion);
+    if (std::ranges::max(numbers) > 0xFFFF)
+        throw Failure(ExitCode::usage, "words go from 0 to 0xffff");
+    Segment segment{region.address, {}};
+    for (std::size_t i = 0; i < region.count; ++i)
+        segment.words.push_back(static_cast<std::uint16_t>(numbers[i % numbers.size()]));
     return writeImage({std::move(segment)}, request.verify, "filled");
 }
 

@@ -12,6 +12,7 @@ std::string countOf(std::size_t words) {
 }
 
 Region makeRegion(std::uint32_t address, std::size_t count) {
+    if (count == 0) throw Failure(ExitCode::usage, "a region has at least one word");
     if (address + count > kMemoryWords)
         throw Failure(ExitCode::usage,
                       fmt::format("{} from 0x{:04x} on would reach beyond the last word, 0xffff",

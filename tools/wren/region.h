@@ -22,7 +22,7 @@ struct Region {
 // Reads "START:COUNT", or "all"; throws a usage Failure.
 Region parseRegion(std::string_view text);
 
-// Throws a usage Failure when they reach beyond the last word.
+// Throws a usage Failure when there are none, or they reach beyond the last word.
 Region makeRegion(std::uint32_t address, std::size_t count);
 
 // "1 word", "2 words".

@@ -9,7 +9,7 @@ _wren_complete() {
     local word=$2 before=$3 command= candidate
     COMPREPLY=()
     local commands='ports info xap speed read dump write fill verify diff get set vars command mgcmd
-        run'
+        run help'
     local options='--port --mode --clock --max-clock --mux --read-bits --write-bits --simulate --capture
         --json --verbose --log --help --version'
     local variables='SPIPORT QUILLMODE SPI_DELAY SPICLOCK SPIMUL SPICMDBITS SPICMDREADBITS
@@ -35,6 +35,7 @@ _wren_complete() {
         *)
             case $command in
                 '') words="$commands $options" ;;
+                help) words=$commands ;;
                 read) words="--region --output --format --endian $options" ;;
                 dump) words="--region --watch --looks $options" ;;
                 write) words="--region --input --format --endian --no-verify $options" ;;
