@@ -1,5 +1,5 @@
 # What `cmake --install` offers, in components: the library, which is all that running programs need;
-# what building such programs needs; the tools; and the Python package.
+# what building such programs needs; the documentation; the tools; and the Python package.
 include(CMakePackageConfigHelpers)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/wrenlink)
@@ -40,11 +40,16 @@ install(FILES ${PROJECT_BINARY_DIR}/kit/wrenlink.pc
 install(FILES include/wrenlink/spifns.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/wrenlink COMPONENT development)
 
-install(FILES README.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
-install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(FILES README.md CHANGELOG.md LICENSE
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
 foreach(part sim bindings/python)
-  install(FILES ${part}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/${part} COMPONENT development)
+  install(FILES ${part}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/${part} COMPONENT documentation)
 endforeach()
+if(WRENLINK_REFERENCE)
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/html
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+endif()
 
 if(WIN32)
   install(DIRECTORY bindings/python DESTINATION . COMPONENT python PATTERN __pycache__ EXCLUDE)
@@ -55,6 +60,10 @@ if(WIN32)
   install(FILES ${PROJECT_BINARY_DIR}/quillsim.inf
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 else()
+  if(WRENLINK_REFERENCE)
+    install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/man/man3 DESTINATION ${CMAKE_INSTALL_MANDIR}
+      COMPONENT development FILES_MATCHING PATTERN spifns_* PATTERN wrenlink* PATTERN SpiAction*)
+  endif()
   install(FILES tools/wireshark/wrenlink.lua
     DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenlink COMPONENT tools)
   # Elsewhere than in Debian's own folder, Python packages are pip's affair.

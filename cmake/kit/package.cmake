@@ -45,6 +45,12 @@ else()
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS pkgconf)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS wrenlink-doc)
+
+  set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_NAME wrenlink-doc)
+  set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+  set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
+  set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SHLIBDEPS OFF)
 
   set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME wrenlink-tools)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
@@ -63,7 +69,9 @@ cpack_add_component(library DESCRIPTION
 use this library, several of them on one adapter at once.")
 cpack_add_component(development DEPENDS library DESCRIPTION
 "What building programs with wrenlink needs: the header, what CMake and
-pkg-config find the library by, the documentation and examples.")
+pkg-config find the library by, and a manual page for each function.")
+cpack_add_component(documentation DESCRIPTION
+"How to use wrenlink: its documents, a reference of its functions, examples.")
 cpack_add_component(tools DEPENDS library DESCRIPTION
 "wren reads, writes and inspects the memory of a Marigold chip behind a Quill
 adapter. quillsim offers simulated adapters to those who have none at hand.")

@@ -1,4 +1,4 @@
-"""check_references.py SOURCES KIT: the documents tell of every error, option and member of a result, and
+"""check_references.py SOURCES KIT: the documents tell of every error, option, function and member of a result, and
 name no test that there is not."""
 import json
 import pathlib
@@ -18,11 +18,22 @@ for code, text in stored:
     if code != "0" and not re.search(rf"^\| {code} \|.*" + ".*".join(map(re.escape, constant)), errors, re.M):
         missing.append(f"errors.md: {code} {text}")
 
+told = (sources / "docs/environment.md").read_text()
+for folder in ("bindings", "diag", "platform", "sim", "spi", "tools"):
+    for file in (sources / folder).rglob("*.[cp][py]*"):
+        names = re.findall(r'(?:getenv|environ|environ\.get|nvironment\w*)[([]"(\w+)"', file.read_text())
+        missing += [f"environment.md: {name}" for name in names if f"`{name}`" not in told]
+
 for manual in (kit / "share/man/man1").glob("*.1"):
     shown = subprocess.run([kit / "bin" / manual.stem, "--help"], check=True, capture_output=True, text=True)
     told = manual.read_text().replace("Fl Fl ", "--").replace("\\-", "-")
     options = set(re.findall(r"--[a-z-]+", shown.stdout))
     missing += sorted(f"{manual.name}: {option}" for option in options if not re.search(rf"{option}\b", told))
+
+for name in re.findall(r"^SPIFNS_API .*?(\w+)\(", (sources / "include/wrenlink/spifns.h").read_text(), re.M):
+    manual = kit / "share/man" / (kit / f"share/man/man3/{name}.3").read_text().removeprefix(".so ").strip()
+    if f"{name} " not in manual.read_text():
+        missing.append(f"{manual.name}: {name}")
 
 rows = re.findall(r"^\| (`[a-z`, ]+`) \| (.*) \|$", (sources / "docs/wren-json.md").read_text(), re.M)
 for line in ["ports", "info", "xap", "speed --seconds 0.02", "read 0 1", "read 0 1 -o /dev/null", "dump 0 1",
