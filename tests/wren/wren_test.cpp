@@ -123,7 +123,7 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
         {"wren read 16 2",
          "# adapter 100: 2 words from 0x0010 on, CRC-32 83c334c6\n0010: 0007 abcd\n"},
         {"wren fill --region 0x12:3 1 0 0xffff",
-         "adapter 100: 3 words from 0x0012 on filled and verified, CRC-32 00000000\n"},
+         "adapter 100: 3 words from 0x0012 on filled and verified, CRC-32 c4b860f9\n"},
         {"wren fill 0x12 3 1 2",
          "adapter 100: 3 words from 0x0012 on filled and verified, CRC-32 c98c8bcc\n"},
         {"wren fill 0 0 1", "[2] wren: error: a region has at least one word\n"},
