@@ -2,6 +2,10 @@
 // and an error slot. The library is a component of its own, linked in; diag/tidewater holds our
 // stand-in for it. Everything here may be called from any thread.
 //
+// Texts, the names of functions and files included, are read during the call that they are given
+// to, and by a trace scope until it closes. The component keeps none of them: what it wants to know
+// later it copies.
+//
 // While nobody listens, a trace scope calls nothing and costs next to nothing: what the component
 // does then stands here, inline.
 #ifndef WRENLINK_DIAG_MESSAGE_HANDLER_H
@@ -34,7 +38,8 @@ class CMessageHandler {
 class CTheMsgHnd {
    public:
     static CTheMsgHnd& Instance() { return IsListening() ? ListeningInstance() : silent_; }
-    // The handler for a traced function; it stays valid while a trace scope holds it.
+    // The handler for a traced function; it stays valid while a trace scope holds it. The name need
+    // not outlive the call.
     static CMessageHandler& GetAppropriateHandler(CMessageHandler::GroupEnum group,
                                                   const char* name, bool flag) {
         return IsListening() ? ListeningHandler(group, name, flag) : silentHandler_;
@@ -57,7 +62,7 @@ class CTheMsgHnd {
     static CMessageHandler& silentHandler_;
 };
 
-// A trace scope: construction enters a function, destruction leaves it. The texts must outlive it.
+// A trace scope: construction enters a function, destruction leaves it. Its texts must outlive it.
 // One that opens while nobody listens counts as printed from the start, and keeps nothing else.
 class CDebugSentry {
    public:

@@ -15,6 +15,9 @@ namespace {
 
 // Holds kNoFile before the log is opened and after it is closed, so it may be read at any time.
 constinit std::atomic<os::LogFile> logFile{os::kNoFile};
+// The threads that are writing to it: one that still does when the process exits keeps it open, or
+// its line could go to a file that gets its number.
+constinit std::atomic<unsigned> writers{0};
 
 class LogLife {
    public:
@@ -31,7 +34,7 @@ class LogLife {
     ~LogLife() {
         const os::ErrorKeeper keeper;
         const os::LogFile file = logFile.exchange(os::kNoFile);
-        if (ownsFile_ && file != os::kNoFile) os::close(file);
+        if (ownsFile_ && file != os::kNoFile && writers == 0) os::close(file);
     }
 
    private:
@@ -93,15 +96,18 @@ void writeLine(const Place& place, const char* format, ...) noexcept {
 }
 
 void writeLineList(const Place& place, const char* format, std::va_list arguments) noexcept {
-    const os::LogFile file = logFile.load(std::memory_order_relaxed);
-    if (file == os::kNoFile) return;
-    const os::ErrorKeeper keeper;
-    LineBuffer line;
-    addTime(line);
-    line.add(" %lu %lu %s %s:%lu ", os::processId(), os::threadId(), place.function, place.file,
-             place.line);
-    line.addList(format, arguments);
-    line.writeTo(file);
+    ++writers;
+    const os::LogFile file = logFile;
+    if (file != os::kNoFile) {
+        const os::ErrorKeeper keeper;
+        LineBuffer line;
+        addTime(line);
+        line.add(" %lu %lu %s %s:%lu ", os::processId(), os::threadId(), place.function, place.file,
+                 place.line);
+        line.addList(format, arguments);
+        line.writeTo(file);
+    }
+    --writers;
 }
 
 }  // namespace tidewater

@@ -17,18 +17,48 @@ constexpr const char* kUnknown = "-";
 
 const char* orUnknown(const char* text) { return text == nullptr ? kUnknown : text; }
 
+// Copies of the texts that outlast the calls they came with: names of functions and files. Without
+// a lock, which a thread that ends in the middle of an exit would leave locked.
+class KeptTexts {
+   public:
+    // The one copy of a text; null when there is no room left.
+    const char* keep(const char* text) {
+        const char* copy = nullptr;
+        for (std::atomic<const char*>& place : texts_) {
+            const char* kept = place.load(std::memory_order_acquire);
+            if (kept == nullptr) {
+                if (copy == nullptr) copy = copyOf(text);
+                if (copy == nullptr || place.compare_exchange_strong(kept, copy)) return copy;
+            }
+            if (std::strcmp(kept, text) == 0) return kept;
+        }
+        return nullptr;
+    }
+
+   private:
+    const char* copyOf(const char* text) {
+        const std::size_t size = std::strlen(text) + 1;
+        const std::size_t begin = used_.fetch_add(size, std::memory_order_relaxed);
+        if (begin + size > bytes_.size()) return nullptr;
+        return static_cast<const char*>(std::memcpy(&bytes_[begin], text, size));
+    }
+
+    std::array<std::atomic<const char*>, 192> texts_{};
+    std::array<char, 16384> bytes_{};
+    std::atomic<std::size_t> used_{0};
+};
+constinit KeptTexts keptTexts;
+
 // The handler of one function, or of all that the table has no room for.
 class FunctionHandler : public CMessageHandler {
    public:
-    // Whether this is the function's handler; a free one becomes so. The name is kept, not copied:
-    // it is a literal of the module that tidewater is part of.
+    // Whether this is the handler of the function with that kept name; a free one becomes so.
     bool serves(const char* function) {
         const char* mine = nullptr;
-        if (function_.compare_exchange_strong(mine, function)) return true;
-        return std::strcmp(mine, function) == 0;
+        return function_.compare_exchange_strong(mine, function) || mine == function;
     }
     void setPlace(const char* file, unsigned long line) {
-        file_.store(file, std::memory_order_relaxed);
+        file_.store(keptTexts.keep(file), std::memory_order_relaxed);
         line_.store(line, std::memory_order_relaxed);
     }
     tidewater::Place place() const {
@@ -46,8 +76,10 @@ constinit std::array<FunctionHandler, 128> functionHandlers;
 constinit FunctionHandler commonHandler;
 
 FunctionHandler& handlerOf(const char* function) {
+    const char* const kept = keptTexts.keep(function);
+    if (kept == nullptr) return commonHandler;
     for (FunctionHandler& handler : functionHandlers) {
-        if (handler.serves(function)) return handler;
+        if (handler.serves(kept)) return handler;
     }
     return commonHandler;
 }
@@ -77,7 +109,7 @@ bool CMessageHandler::SetErrorMsg(short code, const std::string& text) {
 }
 
 void CMessageHandler::PrintEntryLine(const char* function, const char* file, unsigned long line) {
-    static_cast<FunctionHandler*>(this)->setPlace(file, line);
+    static_cast<FunctionHandler*>(this)->setPlace(orUnknown(file), line);
     tidewater::writeLine({orUnknown(function), orUnknown(file), line}, "-> %s",
                          orUnknown(function));
 }

@@ -5,7 +5,7 @@
 namespace wrenlink {
 
 CUsbStreamData::CUsbStreamData() {
-    constexpr char kName[] = "CUsbStreamData::CUsbStreamData";
+    static constexpr char kName[] = "CUsbStreamData::CUsbStreamData";
     CTheMsgHnd::Instance();
     CTheMsgHnd::GetAppropriateHandler(kMessageGroup, kName, true);
     const Trace trace(kName);
