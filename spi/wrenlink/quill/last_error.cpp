@@ -21,12 +21,11 @@ struct LastErrorRecord {
 LastErrorStore* theStore = nullptr;
 
 LastErrorRecord* currentRecord() {
-    if (theStore == nullptr) return nullptr;
     return static_cast<LastErrorRecord*>(theStore->slot().get());
 }
 
 LastErrorRecord* makeRecord() {
-    void* record = theStore == nullptr ? nullptr : std::malloc(sizeof(LastErrorRecord));
+    void* record = std::malloc(sizeof(LastErrorRecord));
     if (record == nullptr || !theStore->slot().set(record)) {
         std::free(record);
         throw std::bad_alloc();

@@ -9,6 +9,7 @@
 #include "diag/result_sentry.h"
 #include "quill/host_call.h"
 #include "quill/last_error.h"
+#include "wrenlink/call_gate.h"
 #include "wrenlink/stream_table.h"
 
 namespace wrenlink {
@@ -51,9 +52,12 @@ void guardMemory(Work&& work) {
     }
 }
 
-// Runs work(stream) on the named stream; 262 "Invalid stream" when there is none.
+// Runs work(stream) on the named stream; 262 "Invalid stream" when there is none. Does nothing once
+// the process has unloaded the library.
 template <class Work>
 void onStream(StreamName name, Work&& work) {
+    const Call call;
+    if (!call) return;
     guardMemory([&] {
         const CUsbStreamRef stream = name.find();
         if (stream)

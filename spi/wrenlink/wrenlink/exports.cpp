@@ -72,6 +72,16 @@ int assignLegacy(std::uint32_t id) {
     return Quill_SetLastError(263, 0, "Legacy stream already assigned");
 }
 
+// ---- The last error ----
+
+unsigned int lastError(unsigned int* address, const char** text) {
+    const Call call;
+    if (call) return Quill_GetLastError(address, text);
+    if (address != nullptr) *address = 0;
+    if (text != nullptr) *text = "";
+    return 0;
+}
+
 }  // namespace
 
 extern "C" {
@@ -92,11 +102,14 @@ void spifns_chip_select(void) { const Trace trace; }
 
 void spifns_clear_last_error(void) {
     const Trace trace;
-    Quill_ClearLastError();
+    const Call call;
+    if (call) Quill_ClearLastError();
 }
 
 void spifns_close(void) {
     const Trace trace;
+    const Call call;
+    if (!call) return;
     const CUsbStreamRef stream = streamTable().getLegacyStream();
     if (!stream) return;
     streamTable().removeStream(stream->id());
@@ -110,26 +123,28 @@ const char* spifns_command(const char* name) {
 uint32_t spifns_count_streams(void) {
     std::uint32_t result = 0;
     const ResultTrace<std::uint32_t> trace(result);
-    return result = streamTable().countStreams();
+    const Call call;
+    return result = call ? streamTable().countStreams() : 0;
 }
 
 void spifns_enumerate_ports(spifns_port_callback callback, void* context) {
     const Trace trace;
-    guardMemory([=] { Quill_EnumeratePorts(callback, context); });
+    const Call call;
+    if (call) guardMemory([=] { Quill_EnumeratePorts(callback, context); });
 }
 
 int spifns_get_last_error(uint16_t* address, const char** text) {
     int result = 0;
     const ResultTrace<int> trace(result);
     unsigned int fullAddress = 0;
-    result = static_cast<int>(Quill_GetLastError(&fullAddress, text));
+    result = static_cast<int>(lastError(&fullAddress, text));
     if (address != nullptr) *address = static_cast<std::uint16_t>(fullAddress);
     return result;
 }
 
 int spifns_get_last_error32(uint32_t* address, const char** text) {
     const Trace trace;
-    return static_cast<int>(Quill_GetLastError(address, text));
+    return static_cast<int>(lastError(address, text));
 }
 
 uint32_t spifns_get_version(void) { return SPIFNS_VERSION; }
@@ -150,7 +165,8 @@ int spifns_init(void) {
     result = spifns_stream_init(&id);
     if (result != 0) return result;
     result = 1;  // unless the next succeeds
-    guardMemory([&] { result = assignLegacy(id); });
+    const Call call;
+    if (call) guardMemory([&] { result = assignLegacy(id); });
     return result;
 }
 
@@ -179,7 +195,8 @@ void spifns_stream_chip_select(void) { const Trace trace; }
 
 void spifns_stream_close(uint32_t stream) {
     const Trace trace;
-    streamTable().removeStream(stream);
+    const Call call;
+    if (call) streamTable().removeStream(stream);
     spifns_clear_last_error();
 }
 
@@ -200,7 +217,9 @@ const char* spifns_stream_getvar(uint32_t stream, const char* name) {
 int spifns_stream_init(uint32_t* stream) {
     int result = 1;
     const ResultTrace<int> trace(result);
+    const Call call;
     guardMemory([&] {
+        if (!call) return;
         if (stream == nullptr) {
             Quill_SetLastError(262, 0, "Invalid stream");
             return;

@@ -1,6 +1,8 @@
-// The library's load and unload. What is here is made before any export can run and destroyed after
-// the last.
+// The library's load and unload. What is here is made before any export can run and destroyed when
+// no more can.
 #include "wrenlink/library.h"
+
+#include "wrenlink/call_gate.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -25,7 +27,18 @@ struct RuntimeMemory {
 RuntimeMemory runtimeMemory;
 #endif
 
-wrenlink::Library library;
+// Destroyed as a whole or, when a call is running, not at all: the process is ending then.
+union LoadedLibrary {
+    LoadedLibrary() : library() {}
+    LoadedLibrary(const LoadedLibrary&) = delete;
+    LoadedLibrary& operator=(const LoadedLibrary&) = delete;
+    ~LoadedLibrary() {
+        if (wrenlink::callGate.shut()) library.~Library();
+    }
+
+    wrenlink::Library library;
+};
+LoadedLibrary loadedLibrary;
 
 }  // namespace
 

@@ -1,6 +1,5 @@
 #include "wrenlink/stream_table.h"
 
-#include <mutex>
 #include <utility>
 
 namespace wrenlink {
@@ -14,13 +13,7 @@ CUsbStreamTable& streamTable() { return *theTable; }
 
 CUsbStreamTable::CUsbStreamTable() { theTable = this; }
 
-CUsbStreamTable::~CUsbStreamTable() {
-    const std::unique_lock lock(lock_, std::try_to_lock);
-    if (!lock) return;
-    delete std::exchange(slots_, nullptr);
-    count_ = 0;
-    legacyAssigned_ = false;
-}
+CUsbStreamTable::~CUsbStreamTable() { delete slots_; }
 
 bool CUsbStreamTable::addStream(std::uint32_t* id, CUsbStreamData* stream) {
     const LocalLockGuard guard(lock_);

@@ -45,8 +45,7 @@ class CUsbStreamTable {
     CUsbStreamTable();
     CUsbStreamTable(const CUsbStreamTable&) = delete;
     CUsbStreamTable& operator=(const CUsbStreamTable&) = delete;
-    // Streams that are still open are left as they are. A thread that is in a call while the
-    // process exits finds an empty table; one that is in the table, or has ended in it, keeps it.
+    // Streams that are still open are left as they are.
     ~CUsbStreamTable();
 
     // Stores a stream, which the table then owns, in the first free slot after the one assigned
