@@ -23,10 +23,15 @@ static_assert(kUserLanguage == 0x400);
 // With its terminator.
 constexpr DWORD kLongestVariable = 32768;
 
-struct TaskMemoryFreer {
-    void operator()(wchar_t* text) const noexcept { ::CoTaskMemFree(text); }
+// A text of the shell's, given back in any case, even when it is none.
+struct TaskText {
+    PWSTR text = nullptr;
+
+    TaskText() = default;
+    TaskText(const TaskText&) = delete;
+    TaskText& operator=(const TaskText&) = delete;
+    ~TaskText() { ::CoTaskMemFree(text); }
 };
-using TaskText = std::unique_ptr<wchar_t, TaskMemoryFreer>;
 
 struct FileCloser {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
@@ -40,6 +45,9 @@ bool isOrdinaryFile(std::FILE* file) noexcept {
 }
 
 }  // namespace
+
+// The session's, whatever the environment is.
+bool chooseNamespace() noexcept { return true; }
 
 const char kPathSeparator = '\\';
 
@@ -70,11 +78,10 @@ bool environmentVariable(const char* name, std::string& value) {
 }
 
 bool sharedDocumentsFolder(std::string& folder) {
-    PWSTR path = nullptr;
-    const HRESULT result = ::SHGetKnownFolderPath(FOLDERID_PublicDocuments, 0, nullptr, &path);
-    const TaskText owner(path);
-    if (FAILED(result)) return false;
-    folder = toUtf8(path);
+    TaskText path;
+    if (FAILED(::SHGetKnownFolderPath(FOLDERID_PublicDocuments, 0, nullptr, &path.text)))
+        return false;
+    folder = toUtf8(path.text);
     return true;
 }
 
