@@ -15,6 +15,9 @@
 namespace wrenlink::bench {
 namespace {
 
+// For what uses kernel objects without a stream.
+const bool hasNamespace = os::chooseNamespace();
+
 Actions oneWordReads(Words& words) {
     Actions actions;
     for (std::uint32_t i = 0; i < words.size(); ++i)

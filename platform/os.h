@@ -8,6 +8,9 @@
 //
 // Names are 8-bit texts. Kernel objects live in one namespace for all processes of the session
 // (Windows), or for all that use one runtime directory (POSIX).
+//
+// A child made by fork has none of its parent's kernel mutexes, mappings and devices: its copies of
+// them are as if closed, but for views, which stay. It opens its own.
 #ifndef WRENLINK_PLATFORM_OS_H
 #define WRENLINK_PLATFORM_OS_H
 
@@ -33,6 +36,15 @@ void setLastError(ErrorCode code) noexcept;
 // when it has none. Windows texts end with CR LF, which stays.
 void errorText(ErrorCode code, char* buffer, std::size_t size) noexcept;
 
+// ---- The namespace -----------------------------------------------------------------------------
+
+// Takes from the environment where kernel objects and adapters are found (POSIX: the runtime
+// directory), for all that is opened until the next call. Nothing else here looks for it, so a
+// change of the environment moves nothing. False when there is no such place: then there are no
+// adapters, and no kernel object can be had, as before the first call. No other thread may be
+// opening anything meanwhile.
+bool chooseNamespace() noexcept;
+
 // ---- Synchronisation ---------------------------------------------------------------------------
 
 inline constexpr std::uint32_t kInfinite = 0xFFFFFFFF;
@@ -50,6 +62,9 @@ inline constexpr NativeHandle kNoHandle = -1;
 
 // A mutex that every process can reach by its kernel name. The operating system frees it when the
 // process that holds it ends, however it ends. One object must not be used by two threads at once.
+//
+// That a mutex of this name cannot be had, for want of permission or of handles, or because
+// something else has the name, is for the caller to notice: nothing else tells.
 //
 // Windows: the thread that waited owns the mutex and may wait for it again through another object.
 // POSIX: the object owns the mutex; a second object of the same thread would wait. Nothing above
@@ -70,7 +85,7 @@ class KernelMutex {
     }
     ~KernelMutex() { close(); }
 
-    bool valid() const noexcept { return handle_ != kNoHandle; }
+    bool valid() const noexcept;
     // Waits at most so many milliseconds, or without limit for kInfinite. An invalid mutex fails.
     WaitResult wait(std::uint32_t milliseconds) noexcept;
     // For the holder: gives the mutex back. False when the system refuses.
@@ -82,10 +97,6 @@ class KernelMutex {
 };
 
 // A mutex of this process, re-entrant for the thread that holds it.
-//
-// POSIX: destroying it frees nothing and leaves its memory as it is, so that a thread which is
-// still in a call while the process exits meets a mutex and not a ruin. On Windows no such thread
-// is left by then.
 class LocalMutex {
    public:
     LocalMutex() noexcept;
@@ -101,7 +112,8 @@ class LocalMutex {
    private:
     void destroy() noexcept;
 
-    alignas(8) std::byte native_[40];
+    // Room for the largest: 40 bytes on x86-64, also on Windows, and 48 on 64-bit ARM.
+    alignas(8) std::byte native_[48];
 };
 
 // ---- Shared memory -----------------------------------------------------------------------------
@@ -131,7 +143,7 @@ class FileMapping {
     // false when the call failed. An object of that name that is not such a block is refused; but
     // Windows, which sees sizes in whole pages, lets map() refuse a block that is too small.
     static FileMapping open(std::string_view kernelName, std::size_t size, bool& existed) noexcept;
-    bool valid() const noexcept { return handle_ != kNoHandle; }
+    bool valid() const noexcept;
     // Maps the whole block for reading and writing; null when it cannot be mapped.
     void* map(std::size_t size) noexcept;
     static void unmap(void* view, std::size_t size) noexcept;
@@ -242,7 +254,8 @@ class Device {
 // that its caller does not have.
 bool environmentVariable(const char* name, std::string& value);
 
-// The folder for documents that all users share, in UTF-8, without a separator at its end.
+// The folder for documents that all users share, in UTF-8, without a separator at its end. POSIX:
+// looks into the environment.
 bool sharedDocumentsFolder(std::string& folder);
 
 // Between the folders and the file of a path.

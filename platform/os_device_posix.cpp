@@ -23,6 +23,7 @@
 
 #include "platform/os.h"
 #include "platform/runtime_dir_posix.h"
+#include "platform/unshared_posix.h"
 
 namespace wrenlink::os {
 namespace {
@@ -107,9 +108,7 @@ ErrorCode completionCode(std::size_t received, bool hasSender, const std::byte* 
 
 std::vector<std::string> presentAdapters(std::size_t most) {
     std::vector<std::string> paths;
-    std::string prefix;
-    if (!runtimeDirectory(prefix)) return paths;
-    prefix += "/adapters/";
+    const std::string prefix = std::string(runtimeDirectory()) + "/adapters/";
     Descriptor descriptor = openRuntimeFolder("adapters", O_RDONLY);
     if (!descriptor.valid()) return paths;
     const Folder folder(::fdopendir(descriptor.get()));
@@ -128,13 +127,15 @@ std::vector<std::string> presentAdapters(std::size_t most) {
 }
 
 bool Device::open(const char* devicePath) noexcept {
-    Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!socket.valid()) return false;
-    int result = connectTo(socket.get(), devicePath);
-    if (result != 0 && errno == ENAMETOOLONG) result = connectToFar(socket.get(), devicePath);
-    if (result != 0) return false;
-    device_ = socket.release();
-    return true;
+    device_ = openUnshared([] {
+        return Descriptor(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    });
+    const int socket = descriptorOf(device_);
+    if (socket < 0) return false;
+    int result = connectTo(socket, devicePath);
+    if (result != 0 && errno == ENAMETOOLONG) result = connectToFar(socket, devicePath);
+    if (result != 0) closeUnshared(device_);
+    return result == 0;
 }
 
 // The connection itself signals a completion.
@@ -151,7 +152,7 @@ RequestStart Device::start(std::uint32_t controlCode, const void* request, std::
     message.msg_iovlen = std::size(pieces);
     ssize_t sent = 0;
     do {
-        sent = ::sendmsg(static_cast<int>(device_), &message, MSG_NOSIGNAL);
+        sent = ::sendmsg(descriptorOf(device_), &message, MSG_NOSIGNAL);
     } while (sent < 0 && errno == EINTR);
     if (sent < 0) {
         if (errno == EPIPE) errno = ECONNRESET;
@@ -172,7 +173,7 @@ WaitResult Device::wait(std::uint32_t milliseconds) noexcept {
     const auto deadline = milliseconds == kInfinite
                               ? Clock::time_point::max()
                               : Clock::now() + std::chrono::milliseconds(milliseconds);
-    pollfd connection{static_cast<int>(device_), POLLIN, 0};
+    pollfd connection{descriptorOf(device_), POLLIN, 0};
     // To wait in the receiving call is faster than to poll first, but the kernel may let its limit
     // run over by an eighth. So it gets most of the time, and polling what it or a signal leaves.
     if (milliseconds > 0) {
@@ -206,7 +207,7 @@ bool Device::receive(int flags) noexcept {
     message.msg_namelen = sizeof sender;
     message.msg_iov = pieces;
     message.msg_iovlen = std::size(pieces);
-    const ssize_t received = ::recvmsg(static_cast<int>(device_), &message, flags);
+    const ssize_t received = ::recvmsg(descriptorOf(device_), &message, flags);
     if (received >= 0) {
         completion_ = completionCode(static_cast<std::size_t>(received), message.msg_namelen > 0,
                                      status.data());
@@ -219,17 +220,17 @@ bool Device::receive(int flags) noexcept {
     return true;
 }
 
-// Tells the server, even when a child made by fork shares the connection.
+// Tells the server now, and not only when the connection closes.
 void Device::cancelAndWait() noexcept {
     const int error = errno;
-    ::shutdown(static_cast<int>(device_), SHUT_RDWR);
+    ::shutdown(descriptorOf(device_), SHUT_RDWR);
     errno = error;
     inFlight_ = false;
 }
 
 void Device::close() noexcept {
     if (inFlight_) cancelAndWait();
-    closeQuietly(static_cast<int>(std::exchange(device_, kNoHandle)));
+    closeUnshared(device_);
 }
 
 }  // namespace wrenlink::os

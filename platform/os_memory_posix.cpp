@@ -11,6 +11,7 @@
 
 #include "platform/os.h"
 #include "platform/runtime_dir_posix.h"
+#include "platform/unshared_posix.h"
 
 namespace wrenlink::os {
 namespace {
@@ -29,6 +30,18 @@ LockResult lockFile(int file, int operation) noexcept {
         if (errno != EINTR) return LockResult::failed;
     }
     return LockResult::locked;
+}
+
+// Whether a file is an ordinary one with one name, which is empty or has the block's size: anything
+// else is not to be written to. EEXIST then.
+bool canBeBlock(int file, std::size_t size) noexcept {
+    struct stat status {};
+    if (::fstat(file, &status) != 0) return false;
+    const bool sizeFits =
+        status.st_size == 0 || static_cast<std::uintmax_t>(status.st_size) == size;
+    if (S_ISREG(status.st_mode) && status.st_nlink == 1 && sizeFits) return true;
+    errno = EEXIST;
+    return false;
 }
 
 bool fileSize(int file, std::size_t& size) noexcept {
@@ -101,33 +114,31 @@ FileMapping FileMapping::open(std::string_view kernelName, std::size_t size,
                               bool& existed) noexcept {
     existed = false;
     FileMapping mapping;
-    Descriptor file = openObjectFile(kernelName, size);
-    if (!file.valid()) return mapping;
+    mapping.handle_ = openUnshared([&] { return openObjectFile(kernelName); });
+    const int file = descriptorOf(mapping.handle_);
+    if (file < 0) return mapping;
     const auto deadline = Clock::now() + kCreatorLimit;
-    Attempt attempt = lockBlock(file.get(), size);
+    Attempt attempt = canBeBlock(file, size) ? lockBlock(file, size) : Attempt::failed;
     while (attempt == Attempt::again && Clock::now() < deadline) {
         std::this_thread::sleep_for(kPause);
-        attempt = lockBlock(file.get(), size);
+        attempt = lockBlock(file, size);
     }
     if (attempt == Attempt::again) errno = ETIMEDOUT;
-    if (attempt == Attempt::created || attempt == Attempt::opened) {
-        existed = attempt == Attempt::opened;
-        mapping.handle_ = file.release();
-    }
+    existed = attempt == Attempt::opened;
+    if (!existed && attempt != Attempt::created) mapping.close();
     return mapping;
 }
 
+bool FileMapping::valid() const noexcept { return descriptorOf(handle_) >= 0; }
+
 void* FileMapping::map(std::size_t size) noexcept {
     void* const view =
-        ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, static_cast<int>(handle_), 0);
+        ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptorOf(handle_), 0);
     return view == MAP_FAILED ? nullptr : view;
 }
 
 void FileMapping::unmap(void* view, std::size_t size) noexcept { ::munmap(view, size); }
 
-// Without unlocking: a child made by fork may share the descriptor, and then still holds the block.
-void FileMapping::close() noexcept {
-    closeQuietly(static_cast<int>(std::exchange(handle_, kNoHandle)));
-}
+void FileMapping::close() noexcept { closeUnshared(handle_); }
 
 }  // namespace wrenlink::os

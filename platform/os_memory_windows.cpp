@@ -10,6 +10,8 @@ FileMapping FileMapping::open(std::string_view kernelName, std::size_t size,
     return mapping;
 }
 
+bool FileMapping::valid() const noexcept { return handle_ != kNoHandle; }
+
 void* FileMapping::map(std::size_t size) noexcept { return mapForWriting(toHandle(handle_), size); }
 
 void FileMapping::unmap(void* view, std::size_t) noexcept { ::UnmapViewOfFile(view); }

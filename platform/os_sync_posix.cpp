@@ -1,5 +1,7 @@
 // Kernel mutexes are whole-file locks (flock) on files of the runtime directory: the kernel frees
-// one with its last descriptor, and nothing that a peer may write into the file can harm a holder.
+// one with its last descriptor. What the file holds, how many names it has, even whether it is a
+// file or a pipe does not matter to the lock, and all who open the name get the same one; so nobody
+// looks. A link, which would lead elsewhere, a folder and a socket cannot be opened.
 #include <pthread.h>
 #include <sys/file.h>
 
@@ -9,6 +11,7 @@
 
 #include "platform/os.h"
 #include "platform/runtime_dir_posix.h"
+#include "platform/unshared_posix.h"
 
 namespace wrenlink::os {
 namespace {
@@ -46,22 +49,21 @@ pthread_mutex_t* mutex(std::byte* native) noexcept {
 }  // namespace
 
 KernelMutex::KernelMutex(std::string_view kernelName) noexcept
-    : handle_(openObjectFile(kernelName, 0).release()) {}
+    : handle_(openUnshared([&] { return openObjectFile(kernelName); })) {}
+
+bool KernelMutex::valid() const noexcept { return descriptorOf(handle_) >= 0; }
 
 WaitResult KernelMutex::wait(std::uint32_t milliseconds) noexcept {
-    const int file = static_cast<int>(handle_);
+    const int file = descriptorOf(handle_);
     if (milliseconds == kInfinite) {
         return lockFile(file, LOCK_EX) == 0 ? WaitResult::acquired : WaitResult::failed;
     }
     return waitUntil(file, Clock::now() + std::chrono::milliseconds(milliseconds));
 }
 
-// Closing alone would not do: a child made by fork may share the descriptor.
-bool KernelMutex::release() noexcept { return lockFile(static_cast<int>(handle_), LOCK_UN) == 0; }
+bool KernelMutex::release() noexcept { return lockFile(descriptorOf(handle_), LOCK_UN) == 0; }
 
-void KernelMutex::close() noexcept {
-    closeQuietly(static_cast<int>(std::exchange(handle_, kNoHandle)));
-}
+void KernelMutex::close() noexcept { closeUnshared(handle_); }
 
 static_assert(sizeof(pthread_mutex_t) <= sizeof(LocalMutex));
 
@@ -73,7 +75,7 @@ LocalMutex::LocalMutex() noexcept {
     ::pthread_mutexattr_destroy(&attributes);
 }
 
-void LocalMutex::destroy() noexcept {}
+void LocalMutex::destroy() noexcept { ::pthread_mutex_destroy(mutex(native_)); }
 
 void LocalMutex::enter() noexcept { ::pthread_mutex_lock(mutex(native_)); }
 bool LocalMutex::tryEnter() noexcept { return ::pthread_mutex_trylock(mutex(native_)) == 0; }

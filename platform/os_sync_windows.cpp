@@ -28,6 +28,8 @@ static_assert(kInfinite == INFINITE);
 KernelMutex::KernelMutex(std::string_view kernelName) noexcept
     : handle_(fromHandle(openMutex(kernelName))) {}
 
+bool KernelMutex::valid() const noexcept { return handle_ != kNoHandle; }
+
 WaitResult KernelMutex::wait(std::uint32_t milliseconds) noexcept {
     return waitResult(::WaitForSingleObject(toHandle(handle_), milliseconds));
 }
@@ -36,7 +38,7 @@ bool KernelMutex::release() noexcept { return ::ReleaseMutex(toHandle(handle_)) 
 
 void KernelMutex::close() noexcept { closeQuietly(std::exchange(handle_, kNoHandle)); }
 
-static_assert(sizeof(CRITICAL_SECTION) == sizeof(LocalMutex));
+static_assert(sizeof(CRITICAL_SECTION) <= sizeof(LocalMutex));
 
 LocalMutex::LocalMutex() noexcept { ::InitializeCriticalSection(section(native_)); }
 void LocalMutex::destroy() noexcept { ::DeleteCriticalSection(section(native_)); }

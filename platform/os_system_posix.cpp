@@ -22,14 +22,13 @@ ErrorCode lastError() noexcept { return static_cast<ErrorCode>(errno); }
 void setLastError(ErrorCode code) noexcept { errno = static_cast<int>(code); }
 
 void errorText(ErrorCode code, char* buffer, std::size_t size) noexcept {
-    if (size == 0) return;
-    const int error = errno;
-    char scratch[256];
-    const char* const text = ::strerror_r(static_cast<int>(code), scratch, sizeof scratch);
-    const std::size_t length = ::strnlen(text, size - 1);
-    std::memcpy(buffer, text, length);
-    buffer[length] = '\0';
-    errno = error;
+    // Not in the host's language: to find it, the system would look into the environment, which the
+    // host may be changing in another thread.
+    const char* const text = ::strerrordesc_np(static_cast<int>(code));
+    if (text != nullptr)
+        std::snprintf(buffer, size, "%s", text);
+    else
+        std::snprintf(buffer, size, "Unknown error %d", static_cast<int>(code));
 }
 
 bool environmentVariable(const char* name, std::string& value) {

@@ -7,6 +7,7 @@
 
 #include "platform/os.h"
 #include "platform/process_block_posix.h"
+#include "platform/unshared_posix.h"
 
 namespace wrenlink::os {
 
@@ -56,19 +57,11 @@ void afterForkInChild() noexcept {
     if (mutex != nullptr) initialiseMutex(mutex);
 }
 
-// Once for each module; the loader takes the handlers away with it.
-bool handleForks() noexcept {
-    static std::atomic<bool> handled{false};
-    if (handled.exchange(true)) return true;
-    if (succeeded(::pthread_atfork(beforeFork, afterForkInParent, afterForkInChild))) return true;
-    handled = false;
-    return false;
-}
-
 }  // namespace
 
 ProcessMutex* openProcessMutex(const char* name) noexcept {
-    if (!handleForks()) return nullptr;
+    static constinit std::atomic<bool> handled{false};
+    if (!handleForks(handled, beforeFork, afterForkInParent, afterForkInChild)) return nullptr;
     bool existed = false;
     auto* const mutex =
         static_cast<ProcessMutex*>(openBlock(name, sizeof(ProcessMutex), initialiseMutex, existed));

@@ -15,6 +15,10 @@
 #include <cstring>
 #include <initializer_list>
 #include <thread>
+#include <utility>
+
+#include "platform/os.h"
+#include "platform/unshared_posix.h"
 
 namespace wrenlink::os {
 namespace {
@@ -28,6 +32,9 @@ constexpr int kOpenAttempts = 10;
 // The bytes of a kernel name that its file name keeps when it cannot be the name itself.
 constexpr std::size_t kKeptBytes = 200;
 
+// The directory's canonical path, or empty.
+constinit char place[PATH_MAX] = "";
+
 // Null for a relative path: it would lead elsewhere once the host changes its current directory.
 const char* configuredDirectory() noexcept {
     const char* directory = ::secure_getenv("WRENLINK_RUNTIME_DIR");
@@ -38,8 +45,7 @@ const char* configuredDirectory() noexcept {
 // Writes the path of what is reached by these names from the runtime directory on. False with errno
 // set when it has none.
 bool writePath(char (&path)[PATH_MAX], std::initializer_list<std::string_view> names) noexcept {
-    const char* const directory = configuredDirectory();
-    if (directory == nullptr) {
+    if (*place == '\0') {
         errno = ENOENT;
         return false;
     }
@@ -49,7 +55,7 @@ bool writePath(char (&path)[PATH_MAX], std::initializer_list<std::string_view> n
         end = std::copy(piece.begin(), piece.end(), end);
         return true;
     };
-    bool fits = append(directory);
+    bool fits = append(place);
     for (const std::string_view name : names) fits = fits && append("/") && append(name);
     *end = '\0';
     if (!fits) errno = ENAMETOOLONG;
@@ -129,25 +135,18 @@ Descriptor openOrCreate(const char* name) noexcept {
     return Descriptor();
 }
 
-bool isObjectFile(int file, std::size_t size) noexcept {
-    struct stat status {};
-    if (::fstat(file, &status) != 0) return false;
-    const bool sizeFits =
-        status.st_size == 0 || static_cast<std::uintmax_t>(status.st_size) == size;
-    if (S_ISREG(status.st_mode) && status.st_nlink == 1 && sizeFits) return true;
-    errno = EEXIST;
+}  // namespace
+
+bool chooseNamespace() noexcept {
+    const char* const directory = configuredDirectory();
+    if (directory == nullptr) errno = ENOENT;
+    if (directory != nullptr && ::realpath(directory, place) != nullptr && watchForks())
+        return true;
+    *place = '\0';
     return false;
 }
 
-}  // namespace
-
-bool runtimeDirectory(std::string& path) {
-    char canonical[PATH_MAX];
-    const char* const directory = configuredDirectory();
-    if (directory == nullptr || ::realpath(directory, canonical) == nullptr) return false;
-    path = canonical;
-    return true;
-}
+const char* runtimeDirectory() noexcept { return place; }
 
 Descriptor openRuntimeFolder(const char* name, int access) noexcept {
     char path[PATH_MAX];
@@ -155,12 +154,10 @@ Descriptor openRuntimeFolder(const char* name, int access) noexcept {
     return Descriptor(::open(path, access | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-Descriptor openObjectFile(std::string_view kernelName, std::size_t size) noexcept {
+Descriptor openObjectFile(std::string_view kernelName) noexcept {
     const ObjectFileName name(kernelName);
     Descriptor file = openDirectly(name.text());
-    if (!file.valid()) file = openOrCreate(name.text());
-    if (file.valid() && !isObjectFile(file.get(), size)) return Descriptor();
-    return file;
+    return file.valid() ? std::move(file) : openOrCreate(name.text());
 }
 
 ObjectFileName::ObjectFileName(std::string_view kernelName) noexcept {

@@ -4,13 +4,12 @@
 // files in objects/ and nothing else, never removes or shrinks one, and refuses whatever does not
 // look like its own.
 //
-// The place is read anew at each use, so everything here may be called from any thread.
+// os::chooseNamespace() takes its place from the environment; everything else here may be called
+// from any thread.
 #ifndef WRENLINK_PLATFORM_RUNTIME_DIR_POSIX_H
 #define WRENLINK_PLATFORM_RUNTIME_DIR_POSIX_H
 
 #include <climits>
-#include <cstddef>
-#include <string>
 #include <string_view>
 
 #include "platform/descriptor_posix.h"
@@ -18,17 +17,17 @@
 namespace wrenlink::os {
 
 // The absolute path of the runtime directory, without links, dots or a slash at its end, so that
-// each directory has one path. False with errno set when there is no such directory.
-bool runtimeDirectory(std::string& path);
+// each directory has one path. Empty when there is none.
+const char* runtimeDirectory() noexcept;
 
 // Opens a folder of the runtime directory, "adapters" or "objects", for O_RDONLY to list it or for
 // O_PATH to reach what is in it. Invalid with errno set when it is missing, or is a link.
 Descriptor openRuntimeFolder(const char* name, int access) noexcept;
 
-// Opens the file of a kernel object for reading and writing, or makes it, empty, for everybody who
-// may use its folder. Only an ordinary file with one name, which is empty or has exactly so many
-// bytes, is accepted. Invalid with errno set otherwise; EEXIST when something else has the name.
-Descriptor openObjectFile(std::string_view kernelName, std::size_t size) noexcept;
+// Opens the file of a kernel object for reading and writing, without waiting for anything, or makes
+// it, empty, for everybody who may use its folder. Links are not followed; what the file is and
+// what is in it is left to the caller. Invalid with errno set when it cannot be opened.
+Descriptor openObjectFile(std::string_view kernelName) noexcept;
 
 // The file name that stands for a kernel name: the name itself, unless it cannot be one. Then its
 // beginning, made printable, and a digest of the whole.

@@ -3,12 +3,14 @@
 #include <algorithm>
 
 namespace wrenlink {
+namespace {
+
+constexpr std::string_view kPrefix = "kvs_shm_";
+
+}  // namespace
 
 SharedMemory::SharedMemory(std::string_view regionName, std::size_t size, std::byte fill)
-    : mutex_(regionName),
-      kernelName_(std::string("kvs_shm_").append(regionName)),
-      size_(size),
-      fill_(fill) {}
+    : kernelName_(std::string(kPrefix).append(regionName)), size_(size), fill_(fill) {}
 
 SharedMemory::~SharedMemory() {
     std::byte* const mapped = view_.load(std::memory_order_relaxed);
@@ -21,10 +23,11 @@ SharedMemory::~SharedMemory() {
 std::byte* SharedMemory::firstView() noexcept {
     const LocalLockGuard local(localLock_);
     std::byte* const mapped = view_.load(std::memory_order_relaxed);
-    if (mapped != nullptr) return mapped;
-    const NamedMutexGuard creating(mutex_);
+    if (mapped != nullptr && mapping_.valid()) return mapped;
+    mutex_.emplace(std::string_view(kernelName_).substr(kPrefix.size()));
+    const NamedMutexGuard creating(*mutex_);
     mapRegion();
-    return view_.load(std::memory_order_relaxed);
+    return mapping_.valid() ? view_.load(std::memory_order_relaxed) : nullptr;
 }
 
 void SharedMemory::mapRegion() noexcept {
@@ -38,7 +41,8 @@ void SharedMemory::mapRegion() noexcept {
         return;
     }
     if (!existed) std::fill_n(mapped, size_, fill_);
-    view_.store(mapped, std::memory_order_release);
+    std::byte* const former = view_.exchange(mapped, std::memory_order_release);
+    if (former != nullptr) os::FileMapping::unmap(former, size_);
 }
 
 }  // namespace wrenlink

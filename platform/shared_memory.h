@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -24,10 +25,11 @@ class SharedMemory {
     ~SharedMemory();
 
     // The region's bytes, owned by this object; null when they cannot be mapped now, and then the
-    // next call tries again. The first success takes the region's locks, later calls none.
+    // next call tries again. The first success takes the region's locks, later calls none. A child
+    // made by fork maps the region anew: its parent's hold on it is not its own.
     std::byte* view() noexcept {
         std::byte* const mapped = view_.load(std::memory_order_acquire);
-        return mapped != nullptr ? mapped : firstView();
+        return mapped != nullptr && mapping_.valid() ? mapped : firstView();
     }
     // Whether the last attempt of view() to map the region did not find it made already. Without
     // meaning before the first.
@@ -40,7 +42,7 @@ class SharedMemory {
     os::FileMapping mapping_;
     std::atomic<std::byte*> view_{nullptr};
     LocalLock localLock_;
-    NamedMutex mutex_;
+    std::optional<NamedMutex> mutex_;  // under which all processes create this region
     std::atomic<bool> created_{false};
     const std::string kernelName_;
     const std::size_t size_;

@@ -44,6 +44,7 @@ struct Promise {
 };
 
 constexpr Promise kPromises[] = {
+    {Call::chooseNamespace, Effect::noAdapters},
     {Call::kernelMutex, Effect::none},
     {Call::mutexWait, Effect::none},
     {Call::mutexRelease, Effect::none},
@@ -196,6 +197,7 @@ class EveryCall : public testing::TestWithParam<FaultScenario> {
     // What the library makes for itself and for others has gone. The locks are tried from a thread
     // of its own, since a thread may hold one twice.
     void expectNothingHeld() {
+        EXPECT_TRUE(os::chooseNamespace());
         std::vector<std::string> locks = os::presentAdapters(1);
         for (const auto& [region, size] :
              {std::pair("quilldelays100", std::size_t{2}), {"quillcmdbits100", 4}}) {

@@ -113,6 +113,7 @@ TEST(Failures, WithoutSharedCaches) {
 // A region that cannot be had is missed; a mutex that cannot be had is done without.
 TEST(Failures, WhenNamesAreTakenByOtherKinds) {
     Simulator simulator({100}, "1.9");
+    ASSERT_TRUE(os::chooseNamespace());
     const struct {
         std::string taken;
         Failure delay;

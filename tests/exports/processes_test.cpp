@@ -78,6 +78,8 @@ const ChildRole kWork("work", work);
 // The caches of the adapter with the id 100.
 class Caches {
    public:
+    Caches() { os::chooseNamespace(); }
+
     DelayCache& delays() { return *reinterpret_cast<DelayCache*>(delays_.view()); }
     CmdBitsCache& cmdBits() { return *reinterpret_cast<CmdBitsCache*>(cmdBits_.view()); }
 

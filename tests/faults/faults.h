@@ -15,6 +15,7 @@ namespace wrenlink::test {
 
 // What can fail. All but the last are primitives.
 enum class Call {
+    chooseNamespace,
     kernelMutex,
     mutexWait,
     mutexRelease,

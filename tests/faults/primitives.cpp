@@ -29,6 +29,7 @@ bool strikes(Call call) {
         return original_##name arguments;                                \
     }
 
+DECORATE(chooseNamespace, bool, (), (), false)
 DECORATE(kernelMutex, void, (os::KernelMutex * self, std::string_view name), (self, name),
          static_cast<void>(new (self) os::KernelMutex()))
 DECORATE(mutexWait, os::WaitResult, (os::KernelMutex * self, std::uint32_t milliseconds),

@@ -12,6 +12,8 @@ namespace {
 
 class NamedMutexTest : public testing::Test {
    protected:
+    NamedMutexTest() { os::chooseNamespace(); }
+
     // Whether somebody else could take the mutex now.
     bool isFree(const std::string& name) {
         bool acquired = false;

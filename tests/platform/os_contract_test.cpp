@@ -23,6 +23,8 @@ using test::tellParent;
 
 class OsContract : public testing::Test {
    protected:
+    OsContract() { EXPECT_TRUE(chooseNamespace()); }
+
     test::TestRuntime runtime_;
 };
 
@@ -58,6 +60,7 @@ void expectExclusion(Enter enter, Leave leave) {
 
 // Holds a mutex until told, then waits to be ended.
 const ChildRole mutexHolder("hold mutex", [](const Arguments& arguments) {
+    chooseNamespace();
     KernelMutex mutex(arguments.at(0));
     tellParent(holds(mutex.wait(kInfinite)) ? "held" : "failed");
     awaitParent();
@@ -139,6 +142,7 @@ struct Block {
 
 // Maps a block, fills it and waits to be ended.
 const ChildRole mapper("map", [](const Arguments& arguments) {
+    chooseNamespace();
     const Block block(arguments.at(0));
     if (block.view == nullptr) return 1;
     std::memset(block.view, 'c', kBlockSize);

@@ -37,6 +37,7 @@ class SystemCalls : public testing::Test {
     SystemCalls() {
         test::offerShortCuts(
             true);  // before the first use: a short cut that failed is not tried again
+        chooseNamespace();
         bool existed = false;
         holder_ = FileMapping::open("held", 16, existed);
         const std::filesystem::path adapters = runtime_.path() / "adapters";
@@ -57,7 +58,7 @@ class SystemCalls : public testing::Test {
     // given it. It may have shared the block before.
     bool comeLate(off_t size, bool shared) {
         const std::string name = "late " + std::to_string(++blocks_);
-        Descriptor maker = openObjectFile(name, 16);
+        Descriptor maker = openObjectFile(name);
         originalFlock(maker.get(), LOCK_EX);
         std::thread ending([&] {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -48,7 +48,8 @@ void Quill_Enumerate() {
     const Trace trace;
     if (tables != nullptr) return;
     auto made = std::make_unique<Tables>();
-    const std::vector<std::string> paths = os::presentAdapters(kPortCount);
+    std::vector<std::string> paths;
+    if (os::chooseNamespace()) paths = os::presentAdapters(kPortCount);
     tables = made.release();
     for (const std::string& path : paths) Quill_AddDevice(path.c_str());
 }
