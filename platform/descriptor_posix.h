@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <utility>
 
 namespace wrenlink::os {
@@ -37,6 +38,18 @@ class Descriptor {
 
    private:
     int descriptor_;
+};
+
+// The path that leads to what a descriptor has open, whatever became of its name.
+class DescriptorLink {
+   public:
+    explicit DescriptorLink(int descriptor) noexcept {
+        std::snprintf(path_, sizeof path_, "/proc/self/fd/%d", descriptor);
+    }
+    const char* path() const noexcept { return path_; }
+
+   private:
+    char path_[32];
 };
 
 }  // namespace wrenlink::os

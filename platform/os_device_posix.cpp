@@ -79,9 +79,7 @@ int connectTo(int socket, const char* path) noexcept {
 int connectToFar(int socket, const char* path) noexcept {
     const Descriptor file(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!file.valid()) return -1;
-    char link[32];
-    std::snprintf(link, sizeof link, "/proc/self/fd/%d", file.get());
-    return connectTo(socket, link);
+    return connectTo(socket, DescriptorLink(file.get()).path());
 }
 
 // poll's time limit: rounded up, so that it never ends early.

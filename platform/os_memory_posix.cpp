@@ -1,6 +1,7 @@
 // File mappings are files of the runtime directory. Whoever has one open holds a shared lock on its
 // file, so that an opener who gets the exclusive lock is alone and starts the block afresh, however
 // the holders before it ended.
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -131,9 +132,14 @@ FileMapping FileMapping::open(std::string_view kernelName, std::size_t size,
 
 bool FileMapping::valid() const noexcept { return descriptorOf(handle_) >= 0; }
 
+// A view is as good as a descriptor at keeping a lock, and a child made by fork has it too. So the
+// file is mapped from where it is opened once more, without the lock; unless there is no /proc.
 void* FileMapping::map(std::size_t size) noexcept {
-    void* const view =
-        ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptorOf(handle_), 0);
+    const int locked = descriptorOf(handle_);
+    const Descriptor unlocked(::open(DescriptorLink(locked).path(), O_RDWR | O_CLOEXEC));
+    if (!unlocked.valid() && errno != ENOENT) return nullptr;
+    void* const view = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED,
+                              unlocked.valid() ? unlocked.get() : locked, 0);
     return view == MAP_FAILED ? nullptr : view;
 }
 

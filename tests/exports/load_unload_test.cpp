@@ -4,28 +4,13 @@
 #include <thread>
 
 #include "platform/thread_local_slot.h"
+#include "tests/exports/loaded_library.h"
 #include "tests/support/child_process.h"
-#include "tests/support/loaded_module.h"
 #include "tests/support/simulator.h"
 #include "tests/support/store_registry.h"
-#include "wrenlink/spifns.h"
 
 namespace wrenlink::test {
 namespace {
-
-class LoadedLibrary : public LoadedModule {
-   public:
-    explicit LoadedLibrary(const std::string& path = WRENLINK_LIBRARY) : LoadedModule(path) {}
-
-    decltype(&spifns_stream_init) const init =
-        find<decltype(spifns_stream_init)>("spifns_stream_init");
-    decltype(&spifns_stream_close) const close =
-        find<decltype(spifns_stream_close)>("spifns_stream_close");
-    decltype(&spifns_stream_sequence) const run =
-        find<decltype(spifns_stream_sequence)>("spifns_stream_sequence");
-    decltype(&spifns_get_last_error) const lastError =
-        find<decltype(spifns_get_last_error)>("spifns_get_last_error");
-};
 
 // A stream of a library that has just started, with the adapter selected and known.
 std::uint32_t openStream(const LoadedLibrary& library) {
