@@ -226,6 +226,32 @@ TEST_F(WrenTest, WorksWithTheAdaptersThatAreMeant) {
     expect({{"quillsim unplug 0", ""}, {"wren xap", "running\n"}});
 }
 
+TEST_F(WrenTest, TakesTurnsWithOtherHosts) {
+    std::signal(SIGINT, SIG_DFL);
+    Program other = start("wren speed --seconds 60");
+    while (simulator_.control("log 0").find("ops=read(") == std::string::npos)
+        std::this_thread::yield();
+    expect({
+        {"wren --wait 0 write 0 1",
+         "[5] wren: error: another host is at work at adapter 100; wait longer with --wait, or do "
+         "not wait for it with --no-lock\n"},
+        {"wren xap", "running\n"},
+        {"wren --no-lock verify 0 1",
+         "0x0000: expected 0x0001, found 0x0000\n[4] wren: error: another host may have been at "
+         "work: 1 of 1 words differ; let others finish, and try again\n"},
+    });
+    simulator_.occupyKernelName("usbspi_mutex_1");
+    EXPECT_THAT(outcome(start("wren --port 200 --wait 0 verify 0 0")),
+                HasSubstr("WARNING: other hosts may come between at adapter 200: no lock '"));
+    Program waiting({WREN, "fill", "--region", "all", "7"}, "../filled", "../waited");
+    while (contentsOf("../waited").empty()) std::this_thread::yield();
+    other.interrupt();
+    EXPECT_EQ(other.wait(), 130);
+    EXPECT_THAT(outcome(start("wren fill --region all 8")), HasSubstr("filled and verified"));
+    EXPECT_EQ(waiting.wait(), 0);
+    EXPECT_EQ(contentsOf("../waited"), "wren: waiting for another host at adapter 100\n");
+}
+
 TEST_F(WrenTest, MovesTheWholeMemoryThroughEachFormat) {
     std::string image(0x20000, '\0');
     std::generate(image.begin(), image.end(),

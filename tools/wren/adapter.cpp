@@ -50,12 +50,16 @@ void requireApart(const Adapters& adapters) {
 }
 
 void workWith(Adapter& adapter, const std::string& name, const Work& work) {
+    const std::vector<Setting>& settings = adapter.context.connection.settings;
     auto failure = failureOf([&] {
         adapter.session.select(name);
         adapter.report.setId(adapter.session.id());
-        adapter.session.setAll(adapter.context.connection.settings);
+        if (!work.isBrief || !settings.empty())
+            adapter.turn.take(adapter.session.get("MUTEXNAME"), adapter.report.adapter());
+        adapter.session.setAll(settings);
         work(adapter);
     });
+    adapter.turn.give();  // some systems let the thread alone do so that has it
     if (failure) adapter.report.fail(std::move(*failure));
 }
 
@@ -80,6 +84,8 @@ void workWithAdapters(Context& context, const Work& work) {
     }
     requireApart(adapters);
 
+    for (const std::string& lock : missingLocks())
+        context.debugText.tell("WARNING: other hosts may come between: no lock " + lock);
     std::vector<std::jthread> others;
     for (std::size_t i = 1; i < names.size(); ++i)
         others.emplace_back([&, i] { workWith(*adapters[i], names[i], work); });

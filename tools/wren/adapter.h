@@ -13,6 +13,7 @@
 #include "output.h"
 #include "session.h"
 #include "terminal.h"
+#include "turn.h"
 
 namespace wren {
 
@@ -22,6 +23,7 @@ struct Connection {
     // adapter that there is when empty.
     std::string port;
     std::vector<Setting> settings;  // made in this order once the adapter is selected
+    Turn::Terms turn;
 
     bool namesSeveral() const { return port == "all" || port.find(',') != std::string::npos; }
 };
@@ -36,19 +38,32 @@ struct Context {
 // An adapter in a command's hands.
 struct Adapter {
     Adapter(Context& commandContext, Report& adapterReport)
-        : context(commandContext), report(adapterReport), session(context.debugText) {}
+        : context(commandContext),
+          report(adapterReport),
+          session(context.debugText),
+          turn(context.connection.turn, context.debugText) {}
 
     Context& context;
     Report& report;
     Session session;
+    Turn turn;
     terminal::StatusLine status;
 };
 
 // What a command does with an adapter. It throws Failure.
-using Work = std::function<void(Adapter&)>;
+struct Work : std::function<void(Adapter&)> {
+    using function::function;
+    bool isBrief = false;  // one exchange, in which nobody can come between
+};
 
-// Selects each adapter that the user means, sets it up and does the work; a failure at one of them
-// goes into its report and stops no other. Throws Failure when it is not clear which ones they are.
+inline Work briefly(Work work) {
+    work.isBrief = true;
+    return work;
+}
+
+// Selects each adapter that the user means, sets it up and does the work, all in one turn unless it
+// is brief; a failure at one of them goes into its report and stops no other. Throws Failure when
+// it is not clear which ones they are.
 void workWithAdapters(Context& context, const Work& work);
 
 }  // namespace wren

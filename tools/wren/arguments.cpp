@@ -39,12 +39,14 @@ CLI::Validator wholeNumberIn(std::uint64_t lowest, std::uint64_t highest) {
             ""};
 }
 
-CLI::Validator secondsValidator() {
-    return {[](std::string& text) {
+CLI::Validator secondsValidator(bool orNone) {
+    return {[orNone](std::string& text) {
                 constexpr double kDay = 86400;
                 const auto seconds = decimalNumber(text);
-                if (seconds && *seconds > 0 && *seconds <= kDay) return std::string();
-                return fmt::format("'{}' is not a number of seconds above 0", text);
+                const bool good = seconds && (orNone ? *seconds >= 0 : *seconds > 0);
+                if (good && *seconds <= kDay) return std::string();
+                return fmt::format("'{}' is not a number of seconds{}", text,
+                                   orNone ? "" : " above 0");
             },
             ""};
 }

@@ -14,8 +14,8 @@ namespace wren {
 // Takes a whole number within limits, in decimal or as 0x..., and hands it on in decimal.
 CLI::Validator wholeNumberIn(std::uint64_t lowest, std::uint64_t highest);
 
-// A number of seconds above 0, at most a day.
-CLI::Validator secondsValidator();
+// A number of seconds above 0, or from 0 on; at most a day.
+CLI::Validator secondsValidator(bool orNone = false);
 
 // What a flag without a value hands on, as 1.
 CLI::Validator flagAsOne();

@@ -8,11 +8,11 @@
 namespace wren {
 
 Work sendCommand(const std::string& name) {
-    return [command = chipCommand(name)](Adapter& adapter) {
+    return briefly([command = chipCommand(name)](Adapter& adapter) {
         adapter.session.command(command);
         adapter.report.say("{} done\n", command);
         adapter.report.result()["name"] = command;
-    };
+    });
 }
 
 Work sendMgcmd(const MgcmdRequest& request) {

@@ -239,6 +239,16 @@ void CommandLine::addConnectionOptions() {
                     "between them, or all")
         ->envname("WREN_PORT")
         ->type_name("KEY_OR_ID");
+    app_.add_flag_callback(
+        "--no-lock", [this] { context_.connection.turn.wanted = false; },
+        "Work beside other hosts, which may come between");
+    app_.add_option("--wait")
+        ->description("Wait so long at most for another host at the adapter")
+        ->check(secondsValidator(true))
+        ->each([this](const std::string& text) {
+            context_.connection.turn.mostSeconds = decimalNumber(text);
+        })
+        ->type_name("SECONDS");
     addSetting("--mode", "QUILLMODE", "MODE", "Interface mode: SPI or JTAG");
     addSetting("--max-clock", "SPIMAXCLOCK", "KHZ",
                "Refuse to work at an SPI clock above this one (1070)");

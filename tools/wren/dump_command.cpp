@@ -62,7 +62,9 @@ void watch(Adapter& adapter, Segment& segment, const DumpRequest& request) {
         }
         before = segment.words;
         if (look == request.mostLooks) return;
+        adapter.turn.give();
         if (!waitFor(*request.watchSeconds)) throw Failure(ExitCode::interrupted, "interrupted");
+        adapter.turn.resume();
     }
 }
 

@@ -105,11 +105,11 @@ Work showInfo() {
 }
 
 Work showXapState() {
-    return [](Adapter& adapter) {
+    return briefly([](Adapter& adapter) {
         const char* const state = xapText(adapter.session);
         adapter.report.print("{}\n", state);
         adapter.report.result()["xap"] = state;
-    };
+    });
 }
 
 Work measureSpeed(const SpeedRequest& request) {

@@ -28,8 +28,11 @@ void requireSame(Adapter& adapter, const Segments& image, std::size_t mostListed
     for (const Difference& word : comparison.first)
         adapter.report.print("0x{:04x}: expected 0x{:04x}, found 0x{:04x}\n", word.address,
                              word.expected, word.found);
-    throw Failure(ExitCode::differs,
-                  fmt::format("{} of {} words differ", comparison.differing, wordCount(image)));
+    const std::string differ =
+        fmt::format("{} of {} words differ", comparison.differing, wordCount(image));
+    if (adapter.turn.isHeld()) throw Failure(ExitCode::differs, differ);
+    throw Failure(ExitCode::differs, "another host may have been at work: " + differ,
+                  "let others finish, and try again");
 }
 
 // Writes an image, compares it if asked to, and reports.
@@ -44,7 +47,7 @@ Work writeImage(Segments image, bool verify, const char* done) {
             try {
                 requireSame(adapter, image, CompareRequest().mostListed);
             } catch (Failure& failure) {
-                if (failure.exitCode() == ExitCode::differs)
+                if (failure.exitCode() == ExitCode::differs && failure.hint().empty())
                     failure.setHint(remedyFor(SPIFNS_ERROR_ADAPTER).hint);
                 throw;
             }

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <system_error>
 
+#include "runtime_folder_posix.h"
 #include "system.h"
 
 namespace wren::system {
@@ -75,9 +76,13 @@ std::string userConfiguration() {
 
 std::string inUtf8(const std::string& text) { return text; }
 
-std::string whyNoAdapters() {
+std::string runtimeFolder() {
     const char* const named = ::getenv("WRENLINK_RUNTIME_DIR");
-    const std::string folder = named != nullptr && *named != '\0' ? named : "/run/wrenlink";
+    return named != nullptr && *named != '\0' ? named : "/run/wrenlink";
+}
+
+std::string whyNoAdapters() {
+    const std::string folder = runtimeFolder();
     const std::string adapters = folder + "/adapters";
     if (folder.front() != '/') return "WRENLINK_RUNTIME_DIR must be an absolute path";
     DIR* const listing = ::opendir(adapters.c_str());

@@ -20,14 +20,14 @@ std::optional<std::string> presentValue(const Session& session, const std::strin
 Work getVariables(const std::vector<std::string>& names) {
     std::vector<std::string> variables(names.size());
     std::ranges::transform(names, variables.begin(), readableVariable);
-    return [variables](Adapter& adapter) {
+    return briefly([variables](Adapter& adapter) {
         Json& result = adapter.report.result()["variables"];
         for (const std::string& name : variables) {
             const std::string value = adapter.session.get(name);
             adapter.report.print("{}={}\n", name, shownValue(name, value));
             result[name] = value;
         }
-    };
+    });
 }
 
 Work setVariables(const std::vector<std::string>& settings) {
@@ -47,7 +47,7 @@ Work setVariables(const std::vector<std::string>& settings) {
 }
 
 Work listVariables() {
-    return [](Adapter& adapter) {
+    return briefly([](Adapter& adapter) {
         const spifns_variable* table = nullptr;
         std::uint32_t count = 0;
         spifns_getvarlist(&table, &count);
@@ -64,7 +64,7 @@ Work listVariables() {
                               {"present", present ? Json(*present) : Json()},
                               {"opens_port", variable.flag != 0}});
         }
-    };
+    });
 }
 
 }  // namespace wren

@@ -10,7 +10,8 @@ _wren_complete() {
     COMPREPLY=()
     local commands='ports info xap speed read dump write fill verify diff get set vars command mgcmd
         run help'
-    local options='--port --mode --clock --max-clock --mux --read-bits --write-bits --simulate --capture
+    local options='--port --wait --no-lock --mode --clock --max-clock --mux --read-bits --write-bits
+        --simulate --capture
         --json --verbose --log --help --version'
     local variables='SPIPORT QUILLMODE SPI_DELAY SPICLOCK SPIMUL SPICMDBITS SPICMDREADBITS
         SPICMDWRITEBITS SPIMAXCLOCK'
