@@ -19,6 +19,11 @@ function(write_copyright file)
   file(WRITE ${file} "${text}")
 endfunction()
 
+# cpack has the library's scripts call ldconfig, besides the trigger that Debian wants.
+set(library ${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME})
+file(WRITE ${CPACK_TEMPORARY_DIRECTORY}/library/usr/share/lintian/overrides/${library}
+  "${library}: maintscript-calls-ldconfig\n")
+
 foreach(component ${CPACK_COMPONENTS_ALL})
   string(TOUPPER ${component} COMPONENT)
   set(package ${CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME})

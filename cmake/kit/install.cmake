@@ -1,5 +1,6 @@
 # What `cmake --install` offers, in components: the library, which is all that running programs need;
-# what building such programs needs; the documentation; the tools; and the Python package.
+# what building such programs needs; the documentation; the tools; what a system has in common for all
+# that reach adapters; and the Python package.
 include(CMakePackageConfigHelpers)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/wrenlink)
@@ -64,8 +65,15 @@ else()
     install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/man/man3 DESTINATION ${CMAKE_INSTALL_MANDIR}
       COMPONENT development FILES_MATCHING PATTERN spifns_* PATTERN wrenlink* PATTERN SpiAction*)
   endif()
+  # Where Debian's Wireshark looks for dissectors.
   install(FILES tools/wireshark/wrenlink.lua
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenlink COMPONENT tools)
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins COMPONENT tools)
+  foreach(kind sysusers tmpfiles)
+    install(FILES cmake/kit/system/${kind}.conf RENAME wrenlink.conf
+      DESTINATION lib/${kind}.d COMPONENT common)
+  endforeach()
+  install(FILES cmake/kit/system/quillsim.service
+    DESTINATION lib/systemd/system COMPONENT tools)
   # Elsewhere than in Debian's own folder, Python packages are pip's affair.
   install(DIRECTORY bindings/python/wrenlink DESTINATION lib/python3/dist-packages
     COMPONENT python EXCLUDE_FROM_ALL PATTERN __pycache__ EXCLUDE)

@@ -1,7 +1,7 @@
 # What cpack makes of the installed files: a set of Debian packages, or an archive for Windows.
 set(CPACK_PACKAGE_VENDOR "wrenlink contributors")
 # Whoever builds a package answers for it, and says so as Debian's own tools want it.
-set(CPACK_PACKAGE_CONTACT "wrenlink contributors <wrenlink@localhost.localdomain>")
+set(CPACK_PACKAGE_CONTACT "wrenlink maintainers <maintainers@users.noreply.c-seed-67a5e027.example>")
 if(DEFINED ENV{DEBEMAIL})
   set(CPACK_PACKAGE_CONTACT "$ENV{DEBFULLNAME} <$ENV{DEBEMAIL}>")
 endif()
@@ -39,7 +39,25 @@ else()
   set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libwrenlink${PROJECT_VERSION_MAJOR})
   set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
   file(WRITE ${PROJECT_BINARY_DIR}/kit/triggers "activate-noawait ldconfig\n")
-  set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/kit/triggers)
+  # Functions are added with a minor version.
+  set(release ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+  file(STRINGS spi/wrenlink/wrenlink/wrenlink.map symbols REGEX spifns_)
+  list(TRANSFORM symbols REPLACE "^ *(.*);" " \\1@Base ${release}\n")
+  list(SORT symbols)
+  string(CONCAT symbols "libwrenlink.so.${PROJECT_VERSION_MAJOR} libwrenlink${PROJECT_VERSION_MAJOR} "
+    "(>= ${release})\n" ${symbols})
+  file(WRITE ${PROJECT_BINARY_DIR}/kit/symbols ${symbols})
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_BINARY_DIR}/kit/triggers ${PROJECT_BINARY_DIR}/kit/symbols)
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_RECOMMENDS wrenlink-common)
+
+  set(CPACK_DEBIAN_COMMON_PACKAGE_NAME wrenlink-common)
+  set(CPACK_DEBIAN_COMMON_PACKAGE_SECTION misc)
+  set(CPACK_DEBIAN_COMMON_PACKAGE_ARCHITECTURE all)
+  set(CPACK_DEBIAN_COMMON_PACKAGE_SHLIBDEPS OFF)
+  set(CPACK_DEBIAN_COMMON_PACKAGE_DEPENDS "systemd | systemd-standalone-sysusers | systemd-sysusers\
+, systemd | systemd-standalone-tmpfiles | systemd-tmpfiles")
+  set(CPACK_DEBIAN_COMMON_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/system/common/postinst)
 
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libwrenlink-dev)
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -54,6 +72,7 @@ else()
 
   set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME wrenlink-tools)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/system/tools/prerm)
 
   set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-wrenlink)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
@@ -72,7 +91,10 @@ cpack_add_component(development DEPENDS library DESCRIPTION
 pkg-config find the library by, and a manual page for each function.")
 cpack_add_component(documentation DESCRIPTION
 "How to use wrenlink: its documents, a reference of its functions, examples.")
-cpack_add_component(tools DEPENDS library DESCRIPTION
+cpack_add_component(common DESCRIPTION
+"The group of users who may use Quill adapters, and the folder in which the
+services of adapters and the programs that use them meet.")
+cpack_add_component(tools DEPENDS library common DESCRIPTION
 "wren reads, writes and inspects the memory of a Marigold chip behind a Quill
 adapter. quillsim offers simulated adapters to those who have none at hand.")
 cpack_add_component(python DEPENDS library DESCRIPTION
