@@ -21,7 +21,7 @@ for code, text in stored:
 told = (sources / "docs/environment.md").read_text()
 for folder in ("bindings", "diag", "platform", "sim", "spi", "tools"):
     for file in (sources / folder).rglob("*.[cp][py]*"):
-        names = re.findall(r'(?:getenv|environ|environ\.get|nvironment\w*)[([]"(\w+)"', file.read_text())
+        names = re.findall(r'(?:getenv|environ|environ\.get|nvironment\w*|envname)[([]L?"(\w+)"', file.read_text())
         missing += [f"environment.md: {name}" for name in names if f"`{name}`" not in told]
 
 for manual in (kit / "share/man/man1").glob("*.1"):

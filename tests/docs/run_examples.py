@@ -19,13 +19,15 @@ COMMAND = re.compile(r"^\$ ((?:.*\\\n)*.*\n)((?:(?!\$ ).*\n)*)", re.MULTILINE)
 # A kit is found as if it were installed for the whole system; one in /usr is. What is started in
 # the background serves when it says so, and ends with the session.
 START = r"""set -e
-ln -s "$1/examples" "$1/tools" .
+ln -s "$1/examples" .
 unset ${!WRENLINK_@}
 export HOME=$PWD LC_ALL=C.UTF-8 CMAKE_GENERATOR=Ninja
 if [ "$2" != /usr ]; then
     export PATH=$2/bin:$PATH CMAKE_PREFIX_PATH=$2 PKG_CONFIG_PATH=$2/lib/pkgconfig
     export LD_RUN_PATH=$2/lib WRENLINK_LIBRARY=$2/lib/libwrenlink.so.1
     export PYTHONPATH=$1/bindings/python PYTHONDONTWRITEBYTECODE=1
+    mkdir -p .local/lib/wireshark
+    ln -s "$2/lib/wireshark/plugins" .local/lib/wireshark
 fi
 trap 'exec &>/dev/null; kill -KILL $(jobs -p) || :; wait' EXIT
 started() {
