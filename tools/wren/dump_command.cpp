@@ -51,7 +51,8 @@ void fillResult(Report& report, const Segment& segment, const Words& before) {
         if (segment.words[i] != before[i]) result["changed"].push_back(segment.address + i);
 }
 
-void watch(Adapter& adapter, Segment& segment, const DumpRequest& request) {
+// Ctrl-C is its usual end.
+void watch(Adapter& adapter, Segment& segment, const DumpRequest& request) try {
     Words before;
     for (std::uint64_t look = 1;; ++look) {
         readSegments(adapter, {&segment, 1});
@@ -63,9 +64,11 @@ void watch(Adapter& adapter, Segment& segment, const DumpRequest& request) {
         before = segment.words;
         if (look == request.mostLooks) return;
         adapter.turn.give();
-        if (!waitFor(*request.watchSeconds)) throw Failure(ExitCode::interrupted, "interrupted");
+        if (!waitFor(*request.watchSeconds)) return;
         adapter.turn.resume();
     }
+} catch (const Failure& failure) {
+    if (failure.exitCode() != ExitCode::interrupted) throw;
 }
 
 }  // namespace

@@ -20,19 +20,20 @@ std::string versionText(const std::string& variable) {
 
 void listPort(Context& context, const Port& port, Report& report) {
     Json entry{{"key", port.key}, {"name", port.name}, {"id", nullptr}, {"firmware", nullptr}};
-    std::string text;
+    std::string id = "-";
+    std::string firmware;
     try {
         Session session(context.debugText);
         session.select(std::to_string(port.key));
-        const std::string firmware = versionText(session.get("QUILLVERSION"));
+        firmware = versionText(session.get("QUILLVERSION"));
+        id = std::to_string(port.id);
         entry["id"] = port.id;
         entry["firmware"] = firmware;
-        text = fmt::format("id {:<10}  firmware {}", port.id, firmware);
     } catch (const Failure& failure) {
         entry["error"] = {{"code", failure.errorCode()}, {"text", failure.what()}};
-        text = fmt::format("error {}: {}", failure.errorCode(), failure.what());
+        firmware = fmt::format("error {}: {}", failure.errorCode(), failure.what());
     }
-    report.print("{:>2}  {:<20}  {}\n", port.key, port.name, text);
+    report.print("{:>4}  {:<20}  {:<10}  {}\n", port.key, port.name, id, firmware);
     report.result()["ports"].push_back(std::move(entry));
 }
 
@@ -63,6 +64,7 @@ Work listPorts(Context& context) {
     const Session session(context.debugText);
     const std::vector<Port> ports = session.ports();
     report.result()["ports"] = Json::array();
+    if (!ports.empty()) report.print("PORT  {:<20}  {:<10}  FIRMWARE\n", "NAME", "ID");
     for (const Port& port : ports) listPort(context, port, report);
     if (ports.empty()) {
         report.result()["reason"] = system::whyNoAdapters();

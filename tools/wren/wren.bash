@@ -28,7 +28,7 @@ _wren_complete() {
         --format) words='raw hex text' ;;
         --endian) words='little big' ;;
         --region) words='all' ;;
-        --port) words=$(wren ports 2>/dev/null | sed -nE 's/.* id ([0-9]+) .*/\1/p') ;;
+        --port) words=$(wren ports 2>/dev/null | sed -nE 's/.*\(([0-9]+)\).*/\1/p') ;;
         -o | --output | -i | --input | --log | --capture)
             _wren_files "$word"
             return
