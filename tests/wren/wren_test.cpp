@@ -88,6 +88,7 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
     std::string closed = textOf(NativeError::closed);
     closed.erase(closed.find_last_not_of("\r\n") + 1);  // the tool keeps an error in one line
     makeFile("script", "set SPICLOCK=500 # slow\n\nwrite 0x20 1 2 3\nread 0x20 4\n");
+    makeFile("script2", "read 0 1\nread 0x8001 9\n");
     makeFile("fast", "write 0 1\nset SPI_DELAY=3\n");
     makeFile("bad", "read 0 1\nwrite 0xffff 1 2\n");
     expect({
@@ -136,9 +137,20 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
         {"wren verify 0x11 0xabcd 1 2 9",
          "0x0014: expected 0x0009, found 0x0001\n[4] wren: error: 1 of 4 words differ\n"},
         {"quillsim faulty 0 0x8000 0x8000", ""},
-        {"wren read 0x8000 64", unread + power},
+        {"quillsim faulty 0 0x8002 0x8004", ""},
+        {"wren read 0x8000 64", unread + " at 0x8000, 0x8002 to 0x8004" + power},
+        {"wren verify --json 0x8003 1 2",
+         R"({"command":"verify","exit":1,"result":{"id":100,"address":32771,"count":2,)"
+         R"("crc32":"abcedafb"},"error":{"code":517,"text":"Read failed on USB-SPI","progress":"",)"
+         R"("hint":"check the chip's power and wiring, and try a lower --clock","address":32771,)"
+         R"("words":[{"address":32771,"count":2}]}})"
+         "\n" +
+             unread + " at 0x8003 to 0x8004" + power},
+        {"wren run script2",
+         unread + " at 0x8001 (what the sequence did before that stays done)" + power},
         {"wren read 0 65536 -o bad",
-         unread + " (after reading at least 32256 of 65536 words)" + power},
+         unread + " at 0x8000, 0x8002 to 0x8004 (after reading at least 32256 of 65536 words)" +
+             power},
         {"quillsim fault 0 badstatus 0x4101 code=0x4100", ""},
         {"wren mgcmd 1",
          "[1] wren: error 517: MGCMD failed on USB-SPI device; prepare the adapter with --init, "

@@ -11,7 +11,9 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include "region.h"
 #include "system.h"
 
 namespace wren {
@@ -60,17 +62,22 @@ class Failure : public std::runtime_error {
 
     ExitCode exitCode() const noexcept { return exitCode_; }
     int errorCode() const noexcept { return errorCode_; }
+    // The words that could not be read, if it is about such; a count of 0 when it is known where
+    // the failed read began, and no more.
+    const std::vector<Region>& words() const noexcept { return words_; }
     // How far the command got, such as "after writing 8 of 16 words"; may be empty.
     const std::string& progress() const noexcept { return progress_; }
     // The next thing to try; may be empty.
     const std::string& hint() const noexcept { return hint_; }
 
+    void setWords(std::vector<Region> words) { words_ = std::move(words); }
     void setProgress(std::string progress) { progress_ = std::move(progress); }
     void setHint(std::string hint) { hint_ = std::move(hint); }
 
    private:
     ExitCode exitCode_;
     int errorCode_ = 0;
+    std::vector<Region> words_;
     std::string progress_;
     std::string hint_;
 };

@@ -26,6 +26,7 @@ std::string lineOf(const Failure& failure) {
     std::string line;
     if (failure.errorCode() != 0) line += fmt::format(" {}", failure.errorCode());
     line += fmt::format(": {}", failure.what());
+    if (!failure.words().empty()) line += fmt::format(" at {}", addressesOf(failure.words()));
     if (!failure.progress().empty()) line += fmt::format(" ({})", failure.progress());
     if (!failure.hint().empty()) line += fmt::format("; {}", failure.hint());
     // Names and contents of files may hold what would move the cursor.

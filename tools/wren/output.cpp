@@ -16,11 +16,16 @@ int exitCodeOf(const std::optional<Failure>& failure) {
 }
 
 void addError(Json& object, const std::optional<Failure>& failure) {
-    if (failure)
-        object["error"] = {{"code", failure->errorCode()},
-                           {"text", failure->what()},
-                           {"progress", failure->progress()},
-                           {"hint", failure->hint()}};
+    if (!failure) return;
+    Json& error = object["error"] = {{"code", failure->errorCode()},
+                                     {"text", failure->what()},
+                                     {"progress", failure->progress()},
+                                     {"hint", failure->hint()}};
+    if (failure->words().empty()) return;
+    error["address"] = failure->words().front().address;
+    for (const Region& words : failure->words())
+        if (words.count > 0)
+            error["words"].push_back({{"address", words.address}, {"count", words.count}});
 }
 
 void write(std::string_view text) {

@@ -11,6 +11,16 @@ std::string countOf(std::size_t words) {
     return fmt::format("{} word{}", words, words == 1 ? "" : "s");
 }
 
+std::string addressesOf(std::span<const Region> regions) {
+    std::string text;
+    for (const Region& region : regions) {
+        text += fmt::format("{}0x{:04x}", text.empty() ? "" : ", ", region.address);
+        if (region.count > 1)
+            text += fmt::format(" to 0x{:04x}", region.address + region.count - 1);
+    }
+    return text;
+}
+
 Region makeRegion(std::uint32_t address, std::size_t count) {
     if (count == 0) throw Failure(ExitCode::usage, "a region has at least one word");
     if (address + count > kMemoryWords)

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -24,6 +25,9 @@ Region parseRegion(std::string_view text);
 
 // Throws a usage Failure when there are none, or they reach beyond the last word.
 Region makeRegion(std::uint32_t address, std::size_t count);
+
+// "0x0100 to 0x0102, 0x0200".
+std::string addressesOf(std::span<const Region> regions);
 
 // "1 word", "2 words".
 std::string countOf(std::size_t words);

@@ -18,9 +18,14 @@ namespace {
 
 Failure lastFailure() {
     const char* text = "";
-    const int code = spifns_get_last_error(nullptr, &text);
+    std::uint16_t address = 0;
+    const int code = spifns_get_last_error(&address, &text);
     const Remedy& remedy = remedyFor(code);
-    return {remedy.exitCode, flattened(system::inUtf8(text)), remedy.hint, code};
+    Failure failure(remedy.exitCode, flattened(system::inUtf8(text)), remedy.hint, code);
+    // The library takes over a failed read's address with its two bytes exchanged.
+    if (std::string_view(text).starts_with("Read failed"))
+        failure.setWords({{static_cast<std::uint32_t>((address & 0xFF) << 8 | address >> 8), 0}});
+    return failure;
 }
 
 // The number in "USB SPI (100)" and "quill100".

@@ -62,12 +62,63 @@ class Pass {
     ProgressBar bar_;
 };
 
+bool canRead(Session& session, const Region& region) try {
+    std::vector<std::uint16_t> words(region.count);
+    session.read(region.address, words);
+    return true;
+} catch (const Failure& failure) {
+    if (failure.errorCode() != SPIFNS_ERROR_ADAPTER) throw;
+    return false;
+}
+
+// The halves of regions that cannot be read.
+std::vector<Region> unreadableHalves(Session& session, const std::vector<Region>& regions) {
+    std::vector<Region> unreadable;
+    for (const Region& region : regions) {
+        const std::uint32_t half = (region.count + 1) / 2;
+        for (const Region& part :
+             {Region{region.address, half}, Region{region.address + half, region.count - half}})
+            if (part.count > 0 && !canRead(session, part)) unreadable.push_back(part);
+    }
+    return unreadable;
+}
+
+// The words of a region that cannot be read; with others near them when they are very many.
+std::vector<Region> unreadableWords(Session& session, const Region& whole) {
+    constexpr std::size_t kVeryMany = 256;
+    std::vector<Region> regions{whole};
+    while (regions.size() <= kVeryMany && !interrupted() &&
+           std::ranges::any_of(regions, [](const Region& region) { return region.count > 1; }))
+        regions = unreadableHalves(session, regions);
+    std::vector<Region> joined;
+    for (const Region& region : regions) {
+        if (!joined.empty() && joined.back().address + joined.back().count == region.address)
+            joined.back().count += region.count;
+        else
+            joined.push_back(region);
+    }
+    return joined;
+}
+
+// Names the words that cannot be read, if the adapter says that there are such.
+void read(Session& session, std::uint32_t address, std::span<std::uint16_t> words) try {
+    session.read(address, words);
+} catch (Failure& failure) {
+    if (failure.errorCode() != SPIFNS_ERROR_ADAPTER) throw;
+    const auto narrower = failureOf([&] {
+        const auto found =
+            unreadableWords(session, {address, static_cast<std::uint32_t>(words.size())});
+        if (!found.empty()) failure.setWords(found);
+    });
+    throw;
+}
+
 }  // namespace
 
 void readSegments(Adapter& adapter, std::span<Segment> segments) {
     Pass(adapter, "reading", wordCount(segments))
         .run(segments, [&](std::uint32_t address, std::span<std::uint16_t> chunk) {
-            adapter.session.read(address, chunk);
+            read(adapter.session, address, chunk);
         });
 }
 
@@ -83,7 +134,7 @@ Comparison compareSegments(Adapter& adapter, std::span<const Segment> expected,
     Comparison comparison;
     const auto compare = [&](std::uint32_t address, std::span<const std::uint16_t> chunk) {
         std::vector<std::uint16_t> found(chunk.size());
-        adapter.session.read(address, found);
+        read(adapter.session, address, found);
         for (std::size_t i = 0; i < chunk.size(); ++i) {
             if (chunk[i] == found[i]) continue;
             if (comparison.differing++ < mostListed)
