@@ -70,14 +70,6 @@ const ChildRole mutexHolder("hold mutex", [](const Arguments& arguments) {
 });
 
 TEST_F(OsContract, MutexesExcludeThreads) {
-    expectExclusion(
-        [&] {
-            KernelMutex mutex(runtime_.name("threads"));
-            EXPECT_TRUE(holds(mutex.wait(kInfinite)));
-            return mutex;
-        },
-        [](KernelMutex& mutex) { EXPECT_TRUE(mutex.release()); });
-
     LocalMutex local;
     expectExclusion(
         [&] {
@@ -111,7 +103,6 @@ TEST_F(OsContract, MutexExcludesProcesses) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(mutex.wait(40), WaitResult::timedOut);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(35));
-    EXPECT_EQ(KernelMutex(runtime_.name("another")).wait(0), WaitResult::acquired);
 
     holder.go();
     ASSERT_EQ(holder.readLine(), "released");
@@ -137,39 +128,20 @@ struct Block {
     ~Block() {
         if (view != nullptr) FileMapping::unmap(view, kBlockSize);
     }
-    bool isZero() const { return std::string(view, kBlockSize) == std::string(kBlockSize, '\0'); }
 };
 
-// Maps a block, fills it and waits to be ended.
-const ChildRole mapper("map", [](const Arguments& arguments) {
-    chooseNamespace();
-    const Block block(arguments.at(0));
-    if (block.view == nullptr) return 1;
-    std::memset(block.view, 'c', kBlockSize);
-    tellParent(block.existed ? "existed" : "created");
-    awaitParent();
-    return 0;
-});
-
-TEST_F(OsContract, MappingIsSharedUntilItsLastHolderGoes) {
-    const std::string name = runtime_.name("gone");
-    for (int round = 0; round < 3; ++round) {
-        ChildProcess child("map", {name});
-        ASSERT_EQ(child.readLine(), "created");
-        {
-            const Block mine(name);
-            ASSERT_NE(mine.view, nullptr);
-            EXPECT_TRUE(mine.existed);
-            child.kill();
-            const Block again(name);
-            EXPECT_TRUE(again.existed);
-            EXPECT_EQ(again.view[kBlockSize - 1], 'c');
-            EXPECT_EQ(Block(name, 2 * kBlockSize).view, nullptr) << "another size";
-        }
-        const Block afresh(name);
-        ASSERT_NE(afresh.view, nullptr);
-        EXPECT_FALSE(afresh.existed);
-        EXPECT_TRUE(afresh.isZero());
+TEST_F(OsContract, MappingHasItsSizeAndComesZeroed) {
+    const std::string name = runtime_.name("block");
+    for (int round = 0; round < 2; ++round) {
+        const Block block(name);
+        ASSERT_NE(block.view, nullptr);
+        EXPECT_FALSE(block.existed) << "it went with its last holder";
+        EXPECT_EQ(std::string(block.view, kBlockSize), std::string(kBlockSize, '\0'));
+        block.view[kBlockSize - 1] = 'c';
+        const Block again(name);
+        EXPECT_TRUE(again.existed);
+        EXPECT_EQ(again.view[kBlockSize - 1], 'c');
+        EXPECT_EQ(Block(name, 2 * kBlockSize).view, nullptr) << "another size";
     }
 }
 
