@@ -20,9 +20,7 @@ struct LastErrorRecord {
 
 LastErrorStore* theStore = nullptr;
 
-LastErrorRecord* currentRecord() {
-    return static_cast<LastErrorRecord*>(theStore->slot().get());
-}
+LastErrorRecord* currentRecord() { return static_cast<LastErrorRecord*>(theStore->slot().get()); }
 
 LastErrorRecord* makeRecord() {
     void* record = std::malloc(sizeof(LastErrorRecord));
