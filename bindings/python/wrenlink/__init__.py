@@ -89,8 +89,8 @@ def open(
     """Opens the chip behind an adapter.
 
     port is a port number, an adapter id or a key of the map file, as a number or a text, or one of
-    ports(); None selects no adapter. mode is "SPI" or "JTAG", clock and max_clock are in kHz, mux is
-    0 to 16, the command bits are 0 to 0xFFFF. What is not given stays as the adapter has it.
+    ports(); None selects no adapter. mode is "SPI" or "JTAG", clock and max_clock are in kHz, mux
+    is 0 to 16, the command bits are 0 to 0xFFFF. What is not given stays as the adapter has it.
 
     Exchanges. Raises ArgumentError, NoAdapterError when there is no such adapter, OpenError,
     ExchangeError, StreamError when 32 chips are open, and LibraryError.

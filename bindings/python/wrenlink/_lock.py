@@ -6,6 +6,7 @@ runtime directory. The system frees one when its holder ends, however it ends.
 from __future__ import annotations
 
 import contextlib
+import errno
 import os
 import sys
 import time
@@ -20,8 +21,11 @@ _FIRST_PAUSE, _LONGEST_PAUSE = 0.0001, 0.01
 
 
 def runtime_directory() -> Path:
-    """Where hosts and adapters meet on Linux."""
-    return Path(os.environ.get("WRENLINK_RUNTIME_DIR") or "/run/wrenlink")
+    """Where hosts and adapters meet on Linux. OSError when it cannot be there, as for hosts."""
+    named = os.environ.get("WRENLINK_RUNTIME_DIR") or "/run/wrenlink"
+    if not os.path.isabs(named):
+        raise FileNotFoundError(errno.ENOENT, "WRENLINK_RUNTIME_DIR is no absolute path", named)
+    return Path(named)
 
 
 if sys.platform == "win32":
@@ -57,20 +61,33 @@ if sys.platform == "win32":
 else:
     import fcntl
 
-    # Opening must not wait (for a pipe), follow a link or reach children.
-    _FLAGS = os.O_RDWR | os.O_NOFOLLOW | os.O_CLOEXEC | os.O_NONBLOCK | os.O_NOCTTY
+    # Opening must not wait (for a pipe), follow a link or reach children. Who may read a file may
+    # lock it.
+    _FLAGS = os.O_RDONLY | os.O_NOFOLLOW | os.O_CLOEXEC | os.O_NONBLOCK | os.O_NOCTTY
+    _FOLDER_FLAGS = os.O_PATH | os.O_DIRECTORY | os.O_NOFOLLOW | os.O_CLOEXEC
+
+    def _file_name(name: str) -> bytes:
+        """The name, or as much of it as a file's name can hold, and a digest of it (FNV-1a)."""
+        whole = os.fsencode(name)
+        if len(whole) <= 255:
+            return whole
+        digest = 0xCBF29CE484222325
+        for byte in whole:
+            digest = (digest ^ byte) * 0x100000001B3 % (1 << 64)
+        return whole[:200] + b"~%016x" % digest
 
     def _open(name: str) -> int:
-        folder = os.open(runtime_directory() / "objects", os.O_PATH | os.O_DIRECTORY | os.O_CLOEXEC)
+        file = _file_name(name)
+        folder = os.open(runtime_directory() / "objects", _FOLDER_FLAGS)
         try:
             while True:
                 try:
-                    return os.open(name, _FLAGS, dir_fd=folder)
+                    return os.open(file, _FLAGS, dir_fd=folder)
                 except FileNotFoundError:
                     # With the access that the folder grants, whatever this process masks out.
                     mode = os.fstat(folder).st_mode & 0o666
                 try:
-                    made = os.open(name, _FLAGS | os.O_CREAT | os.O_EXCL, mode, dir_fd=folder)
+                    made = os.open(file, _FLAGS | os.O_CREAT | os.O_EXCL, mode, dir_fd=folder)
                 except FileExistsError:
                     continue
                 os.fchmod(made, mode)
