@@ -30,25 +30,12 @@ int configure(const Arguments&) {
 }
 const ChildRole kConfigure("configure", configure);
 
-// Exchanges 100 times.
-int exchange(const Arguments&) {
-    const Stream stream("0");
-    tellParent("open");
-    awaitParent();
-    int failed = 0;
-    for (int i = 0; i < 100; ++i) failed += stream.run("r0:1");
-    tellParent(std::to_string(failed));
-    return 0;
-}
-const ChildRole kExchange("exchange", exchange);
-
-// Gives the adapter delay and command bits 1, 2, 3 and so on, and uses words between, until killed.
+// Gives the adapter the delays 1, 2, 3 and so on, and uses words between, until killed.
 int change(const Arguments&) {
     const Stream stream("0");
     tellParent("open");
     for (int i = 1; i < kUnknown; ++i) {
         stream.run("SPI_DELAY=" + std::to_string(i));
-        stream.run("SPICMDBITS=" + std::to_string(i));  // which old firmware does not have
         stream.run("w0:600 r0:600");
     }
     return 0;
@@ -126,82 +113,40 @@ TEST(Processes, ShareWhatTheAdapterHas) {
     EXPECT_EQ(simulator.takeFrames(), frames("0300 0400 00 0500"));
 }
 
-TEST(Processes, TakeTurnsAtTheAdapter) {
-    Simulator simulator;
-    simulator.control("set 0 answer-us 200");
-    ChildProcess first("exchange");
-    ChildProcess second("exchange");
-    EXPECT_EQ(first.readLine() + second.readLine(), "openopen");
-    first.go();
-    second.go();
-    EXPECT_EQ(first.readLine() + second.readLine(), "00");
-    EXPECT_THAT(simulator.control("count 0"), testing::HasSubstr("peak=1\n"));
-}
-
-// Kills a host of the first adapter at a random moment, again and again, while others work.
-class Kills {
+// Kills a host of the adapter at a random moment, again and again, while three others work.
+TEST(Processes, LoseNothingWhenOneOfFourIsKilled) {
     using Clock = std::chrono::steady_clock;
-    using Microseconds = std::chrono::microseconds;
-
-   public:
-    Kills(unsigned workers, const char* firmware) : simulator_({100}, firmware) {
-        for (unsigned i = 1; i <= workers; ++i)
-            workers_.emplace_back("work",
-                                  Arguments{std::to_string(1000 * i), std::to_string(count_)});
-    }
-
-    void run() {
-        for (unsigned i = 0; i < count_ && !testing::Test::HasFailure(); ++i) {
-            forget();
-            for (ChildProcess& worker : workers_) worker.go();
-            ChildProcess victim("change");
-            if (random_() % 2 == 0) victim.readLine();  // else it may only be starting
-            std::this_thread::sleep_for(Microseconds(random_() % 5000));
-            victim.kill();
-            exchange();
-            check(loadField(caches_.delays().delay), "delay");
-            check(loadField(caches_.cmdBits().half[0]), "readbits");
-            check(loadField(caches_.cmdBits().half[1]), "writebits");
-            for (ChildProcess& worker : workers_) EXPECT_EQ(worker.readLine(), "0");
-        }
-        std::cout << count_ << " kills, longest exchange after one: " << longest_.count()
-                  << " us\n";
-        EXPECT_LT(longest_, std::chrono::seconds(5));
-    }
-
-   private:
-    // The adapter's settings are 0 from here on, and the caches know nothing.
-    void forget() {
-        ASSERT_EQ(stream_.set("QUILLMODE", "SPI"), 0);
-        for (const char* name : {"delay", "readbits", "writebits"})
-            simulator_.control(std::string("set 0 ") + name + " 0");
-    }
-
-    // An exchange, behind which nothing is left that the victim asked for.
-    void exchange() {
+    using std::chrono::microseconds;
+    const unsigned kills = 50 * scale();
+    Simulator simulator({100}, "1.9");
+    const Stream stream("0");
+    Caches caches;
+    std::list<ChildProcess> workers;
+    for (const char* first : {"1000", "2000", "3000"})
+        workers.emplace_back("work", Arguments{first, std::to_string(kills)});
+    std::mt19937 random(kSeed);
+    microseconds longest{0};
+    for (unsigned i = 0; i < kills && !HasFailure(); ++i) {
+        // The delay is 0 from here on, and nobody knows.
+        ASSERT_EQ(stream.set("QUILLMODE", "SPI"), 0);
+        simulator.control("set 0 delay 0");
+        for (ChildProcess& worker : workers) worker.go();
+        ChildProcess victim("change");
+        if (random() % 2 == 0) victim.readLine();  // else it may only be starting
+        std::this_thread::sleep_for(microseconds(random() % 5000));
+        victim.kill();
+        // Behind an exchange nothing is left that the victim asked for.
         const auto before = Clock::now();
-        EXPECT_EQ(spifns_stream_marigold_xap_stopped(stream_.id()), SPIFNS_XAP_RUNNING)
+        EXPECT_EQ(spifns_stream_marigold_xap_stopped(stream.id()), SPIFNS_XAP_RUNNING)
             << lastFailure();
-        longest_ = std::max(longest_, duration_cast<Microseconds>(Clock::now() - before));
+        longest = std::max(longest, duration_cast<microseconds>(Clock::now() - before));
+        EXPECT_THAT(loadField(caches.delays().delay),
+                    testing::AnyOf(kUnknown, simulator.number("delay")));
+        for (ChildProcess& worker : workers) EXPECT_EQ(worker.readLine(), "0");
     }
-
-    // What is on its way is unknown.
-    void check(int cached, const char* name) {
-        EXPECT_THAT(cached, testing::AnyOf(kUnknown, simulator_.number(name))) << name;
-    }
-
-    const unsigned count_ = 50 * scale();
-    Simulator simulator_;
-    const Stream stream_{"0"};
-    Caches caches_;
-    std::list<ChildProcess> workers_;
-    std::mt19937 random_{kSeed};
-    Microseconds longest_{0};
-};
-
-TEST(Processes, LoseNothingWhenOneOfFourIsKilled) { Kills(3, "1.8").run(); }
-
-TEST(Processes, KeepCachesRightWhenKilled) { Kills(0, "1.9").run(); }
+    std::cout << kills << " kills, longest exchange after one: " << longest.count() << " us\n";
+    EXPECT_LT(longest, std::chrono::seconds(5));
+}
 
 TEST(Processes, WorkOnWhateverAPeerStoresInTheCaches) {
     Simulator simulator({100}, "1.9");
