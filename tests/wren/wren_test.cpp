@@ -213,6 +213,12 @@ TEST_F(WrenTest, WorksWithTheAdaptersThatAreMeant) {
              R"-("}},{"adapter":"200","exit":0,"result":{"id":200,"xap":"running"}}]})-"
              "\n[3] wren: adapter 9: error 514: Couldn't find device with id (9); " +
              choices},
+        {"wren --port all read 5 1 -o chip.bin",
+         "[2] wren: error: several adapters would share 'chip.bin'; name a file with {id} in its "
+         "name\n"},
+        {"wren --port all read 5 1 -o {id}.bin",
+         "adapter 100: 1 word from 0x0005 on read into 100.bin, CRC-32 6af4413c\n"
+         "adapter 200: 1 word from 0x0005 on read into 200.bin, CRC-32 6af4413c\n"},
         {"wren --port 200,1 xap", "[2] wren: error: adapter 200 is named twice\n"},
     });
     setEnvironment("WREN_PORT", "");

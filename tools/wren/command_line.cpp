@@ -274,7 +274,9 @@ void CommandLine::addReading() {
     CLI::App* read = add("read", "Read words, to a file or as text",
                          [this] { return readMemory(read_, context_); });
     addRegionChoice(read, read_.region);
-    read->add_option("-o,--output", read_.file, "File to write; - is standard output")
+    read->add_option(
+            "-o,--output", read_.file,
+            "File to write, with the adapter's id for {id} in its name; - is standard output")
         ->type_name("FILE");
     addFormat(read, read_.format);
 

@@ -1,6 +1,7 @@
 // What the tool does: one function for each of its commands. It checks what the arguments make
 // together, each of which has been checked by itself, and returns what is to be done with each
-// adapter, or nothing when all is done by then. Failures are thrown as Failure.
+// adapter, or nothing when all is done by then; that refers to the request. Failures are thrown as
+// Failure.
 //
 // Threads: called once, by the main thread. What is returned may work with several adapters at
 // once.

@@ -10,6 +10,15 @@ namespace wren {
 
 namespace {
 
+// Where the adapter's id goes in the name of a file.
+constexpr std::string_view kIdPlace = "{id}";
+
+std::string fileFor(std::string name, const Report& report) {
+    const std::size_t place = name.find(kIdPlace);
+    return place != std::string::npos ? name.replace(place, kIdPlace.size(), report.adapter())
+                                      : name;
+}
+
 Json jsonOf(const Comparison& comparison) {
     Json list = Json::array();
     for (const Difference& word : comparison.first)
@@ -65,26 +74,30 @@ Work readMemory(const ReadRequest& request, const Context& context) {
     const ImageFormat& format = request.format.formatFor(file);
     if (context.output.isJson() && request.file == "-")
         throw Failure(ExitCode::usage, "--json and --output - would mix on standard output");
-    return
-        [=, toFile = request.file.has_value(), endian = request.format.endian](Adapter& adapter) {
-            Segments segments{{region.address, std::vector<std::uint16_t>(region.count)}};
-            readSegments(adapter, segments);
+    const bool perAdapter = !request.file || file.find(kIdPlace) != std::string::npos;
+    if (context.connection.namesSeveral() && !perAdapter)
+        throw Failure(ExitCode::usage, fmt::format("several adapters would share '{}'", file),
+                      fmt::format("name a file with {} in its name", kIdPlace));
+    return [region, &format, &request](Adapter& adapter) {
+        Segments segments{{region.address, std::vector<std::uint16_t>(region.count)}};
+        readSegments(adapter, segments);
 
-            Report& report = adapter.report;
-            report.setMemory(segments);
-            if (toFile) {
-                writeFile(file, format.print(segments, endian));
-                report.result()["file"] = file;
-                report.result()["format"] = std::string(format.name);
-                if (file != "-")
-                    report.say("{} read into {}, CRC-32 {}\n", placeOf(segments), file,
-                               crcOf(segments));
-            } else {
-                report.result()["words"] = segments.front().words;
-                report.remark("{}, CRC-32 {}\n", placeOf(segments), crcOf(segments));
-                report.print("{}", format.print(segments, endian));
-            }
-        };
+        Report& report = adapter.report;
+        report.setMemory(segments);
+        const std::string contents = format.print(segments, request.format.endian);
+        if (!request.file) {
+            report.result()["words"] = segments.front().words;
+            report.remark("{}, CRC-32 {}\n", placeOf(segments), crcOf(segments));
+            report.print("{}", contents);
+            return;
+        }
+        const std::string target = fileFor(*request.file, report);
+        writeFile(target, contents);
+        report.result()["file"] = target;
+        report.result()["format"] = std::string(format.name);
+        if (target != "-")
+            report.say("{} read into {}, CRC-32 {}\n", placeOf(segments), target, crcOf(segments));
+    };
 }
 
 Work writeMemory(const WriteRequest& request) {
