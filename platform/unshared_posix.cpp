@@ -1,22 +1,19 @@
 #include "platform/unshared_posix.h"
 
+#include <pthread.h>
+
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 
 namespace wrenlink::os {
 namespace {
 
-// The pauses share it, and a fork has it alone; it does not wait for ever for those who come later.
-pthread_rwlock_t forking = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
-
-void initialiseLock() noexcept {
-    pthread_rwlockattr_t attributes;
-    ::pthread_rwlockattr_init(&attributes);
-    ::pthread_rwlockattr_setkind_np(&attributes, PTHREAD_RWLOCK_PREFER_WRITER_NONRECURSIVE_NP);
-    ::pthread_rwlock_init(&forking, &attributes);
-    ::pthread_rwlockattr_destroy(&attributes);
-}
+// How many pauses there are, and whether a thread forks, or waits to. No lock of the system's own:
+// the child would have to give back what its parent holds.
+constexpr std::uint32_t kForking = 0x80000000;
+constinit std::atomic<std::uint32_t> pauses{0};
 
 // The descriptors, each plus 1, or 0. One stands at the place that its number gives, or at the next
 // that is free; there are far fewer of them: two for each stream and two for each running call.
@@ -40,15 +37,21 @@ bool replace(int descriptor, int former, int value) noexcept {
 constinit std::atomic<std::uint32_t> generation{0};
 static_assert(sizeof(NativeHandle) == 8 && sizeof(int) == 4);
 
-void beforeFork() noexcept { ::pthread_rwlock_wrlock(&forking); }
+void beforeFork() noexcept {
+    std::uint32_t seen = 0;
+    while (((seen = pauses.fetch_or(kForking)) & kForking) != 0) pauses.wait(seen);
+    while ((seen = pauses.load()) != kForking) pauses.wait(seen);
+}
 
-void afterForkInParent() noexcept { ::pthread_rwlock_unlock(&forking); }
+void afterForkInParent() noexcept {
+    pauses.store(0);
+    pauses.notify_all();
+}
 
-// The lock is made anew, since its holder's id is the parent's.
 void afterForkInChild() noexcept {
     for (std::atomic<int>& each : listed) closeQuietly(each.exchange(0) - 1);
     generation.fetch_add(1, std::memory_order_relaxed);
-    initialiseLock();
+    pauses.store(0);
 }
 
 }  // namespace
@@ -67,8 +70,20 @@ bool watchForks() noexcept {
     return handleForks(handled, beforeFork, afterForkInParent, afterForkInChild);
 }
 
-ForkPause::ForkPause() noexcept { ::pthread_rwlock_rdlock(&forking); }
-ForkPause::~ForkPause() { ::pthread_rwlock_unlock(&forking); }
+ForkPause::ForkPause() noexcept {
+    std::uint32_t seen = pauses.load();
+    for (;;) {
+        if ((seen & kForking) != 0) {
+            pauses.wait(seen);
+            seen = pauses.load();
+        } else if (pauses.compare_exchange_weak(seen, seen + 1)) {
+            return;
+        }
+    }
+}
+ForkPause::~ForkPause() {
+    if (pauses.fetch_sub(1) == kForking + 1) pauses.notify_all();
+}
 
 NativeHandle enlist(Descriptor descriptor) noexcept {
     if (!descriptor.valid()) return kNoHandle;

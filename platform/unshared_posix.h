@@ -8,8 +8,6 @@
 #ifndef WRENLINK_PLATFORM_UNSHARED_POSIX_H
 #define WRENLINK_PLATFORM_UNSHARED_POSIX_H
 
-#include <pthread.h>
-
 #include <atomic>
 
 #include "platform/descriptor_posix.h"

@@ -76,7 +76,8 @@ bool endedWell(pid_t child) {
     static std::atomic<int> started{0};
     for (int i = 0; i < 4; ++i)
         std::thread([kind] {
-            for (++started; kind == 0;) {
+            ++started;
+            while (kind == 0) {
                 library->getvar(40, "SPIPORT");
                 library->clearLastError();
             }
@@ -90,7 +91,7 @@ bool endedWell(pid_t child) {
 
 bool leaveUnderCalls() {
     const Simulator simulator;
-    for (unsigned i = 0; i < 60 * scale(); ++i) {
+    for (unsigned i = 0; i < 40 * scale(); ++i) {
         const int kind = i % 10 == 8 ? 1 : i % 10 == 9 ? 2 : 0;
         const pid_t child = startChild([kind]() -> bool { workInThreads(kind); });
         if (!endedWell(child)) return false;
