@@ -245,6 +245,24 @@ TEST_F(WrenTest, WorksWithTheAdaptersThatAreMeant) {
     expect({{"quillsim unplug 0", ""}, {"wren xap", "running\n"}});
 }
 
+TEST_F(WrenTest, KeepsARecord) {
+    expect(
+        {{"wren --record line --port 9 xap",
+          "[3] wren: error 514: Couldn't find device with id (9); there are 0: USB SPI (100), 1: "
+          "USB SPI (200)\n"},
+         {"wren --record line verify 5 0 0",
+          "adapter 100: 2 words from 0x0005 on are the same, CRC-32 2144df1c\n"}});
+    EXPECT_THAT(
+        contentsOf("line"),
+        MatchesRegex(R"-(\{"time":"20.+Z","version":"1.4","adapter":"9","firmware":null,)-"
+                     R"-("command":"xap","exit":3,"error":"Couldn't .+","seconds":[.0-9]+\})-"
+                     "\n"
+                     R"-(\{"time":"20.+Z","version":"1.4","adapter":"100",)-"
+                     R"-("firmware":"1.8","command":"verify","address":5,"count":2,)-"
+                     R"-("crc32":"2144df1c","differing":0,"exit":0,"seconds":[.0-9]+\})-"
+                     "\n"));
+}
+
 TEST_F(WrenTest, TakesTurnsWithOtherHosts) {
     std::signal(SIGINT, SIG_DFL);
     Program other = start("wren speed --seconds 60");
@@ -372,6 +390,17 @@ TEST_F(WrenTest, ShowsWhatChangesUnderAWatch) {
     EXPECT_THAT(
         outcome(std::move(program)),
         EndsWith("|\n0008:  0000 4142*0000 0000 0000 0000 0000 0000  |..BA............|\n"));
+
+    Program ports = start("wren ports --await 2 --watch=0.02");
+    await("200  ");
+    simulator_.control("unplug 1");
+    await("adapter 200 went\n");
+    simulator_.control("plug 1");
+    await("adapter 200 came\n");
+    ports.interrupt();
+    EXPECT_EQ(ports.wait(), 0);
+    EXPECT_THAT(outcome(start("wren ports --await 3 --wait 0")),
+                HasSubstr("[3] wren: error: 2 of 3 adapters answer"));
 }
 
 TEST_F(WrenTest, SimulatesAdaptersForOneCommand) {

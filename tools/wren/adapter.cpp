@@ -3,11 +3,12 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <set>
 #include <thread>
 
-#include "interruption.h"
+#include "record.h"
 
 namespace wren {
 
@@ -50,6 +51,7 @@ void requireApart(const Adapters& adapters) {
 }
 
 void workWith(Adapter& adapter, const std::string& name, const Work& work) {
+    const auto start = std::chrono::steady_clock::now();
     const std::vector<Setting>& settings = adapter.context.connection.settings;
     auto failure = failureOf([&] {
         adapter.session.select(name);
@@ -61,6 +63,9 @@ void workWith(Adapter& adapter, const std::string& name, const Work& work) {
     });
     adapter.turn.give();  // some systems let the thread alone do so that has it
     if (failure) adapter.report.fail(std::move(*failure));
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+    failure = failureOf([&] { record(adapter, taken); });
+    if (failure && !adapter.report.failure()) adapter.report.fail(std::move(*failure));
 }
 
 }  // namespace

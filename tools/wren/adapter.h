@@ -33,6 +33,7 @@ struct Context {
     Connection connection;
     DebugText debugText;
     Output output;
+    LineFile record;
 };
 
 // An adapter in a command's hands.

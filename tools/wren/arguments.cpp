@@ -59,6 +59,15 @@ CLI::Validator flagAsOne() {
             ""};
 }
 
+void addWatch(CLI::App* command, const char* purpose, std::optional<double>& seconds) {
+    command->add_flag("--watch")
+        ->description(purpose)
+        ->transform(flagAsOne())
+        ->check(secondsValidator())
+        ->each([&seconds](const std::string& text) { seconds = decimalNumber(text); })
+        ->type_name("[=SECONDS]");
+}
+
 CLI::Option* addAddress(CLI::App* command, std::optional<std::uint32_t>& address) {
     return command->add_option("ADDR", address, "First word, 0 to 0xffff")
         ->transform(wholeNumberIn(0, kMemoryWords - 1))

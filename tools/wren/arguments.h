@@ -20,6 +20,8 @@ CLI::Validator secondsValidator(bool orNone = false);
 // What a flag without a value hands on, as 1.
 CLI::Validator flagAsOne();
 
+// --watch, or --watch=SECONDS.
+void addWatch(CLI::App* command, const char* purpose, std::optional<double>& seconds);
 CLI::Option* addAddress(CLI::App* command, std::optional<std::uint32_t>& address);
 CLI::Option* addWords(CLI::App* command, const char* name, std::vector<std::uint16_t>& words,
                       const char* purpose);

@@ -23,10 +23,7 @@ namespace {
 // The most adapters that the library lists.
 constexpr std::uint64_t kMostAdapters = 32;
 
-std::string versionText() {
-    const std::uint32_t version = spifns_get_version();
-    return fmt::format("wren on wrenlink {}.{}", version >> 8, version & 0xFF);
-}
+std::string versionText() { return "wren on wrenlink " + wren::versionText(spifns_get_version()); }
 
 std::string footerText() {
     std::string text = "'wren help COMMAND' tells about one.\n\nExit codes:";
@@ -81,6 +78,7 @@ class CommandLine {
     Context& context_;
     CLI::App app_{"Reads, writes and inspects a Marigold chip through a Quill adapter.", "wren"};
     RunOptions options_;
+    PortsRequest ports_;
     ReadRequest read_;
     WriteRequest write_;
     CompareRequest compare_;
@@ -209,6 +207,9 @@ void CommandLine::addRunOptions() {
                   "Show the library's debug text; -vv shows all of it");
     app_.add_option("--log", options_.logFile, "Add the debug text to this file, with the time")
         ->type_name("FILE");
+    app_.add_option("--record", options_.recordFile,
+                    "Add a line of JSON to this file for each adapter that the command worked with")
+        ->type_name("FILE");
     CLI::Option* simulate =
         app_.add_flag("--simulate", options_.simulatedAdapters,
                       "Work with N simulated adapters (1), which last as long as the command")
@@ -259,7 +260,13 @@ void CommandLine::addConnectionOptions() {
 }
 
 void CommandLine::addInspection() {
-    add("ports", "List the adapters", [this] { return listPorts(context_); });
+    CLI::App* ports =
+        add("ports", "List the adapters", [this] { return listPorts(ports_, context_); });
+    ports->add_option("--await", ports_.awaited, "Wait until so many answer")
+        ->transform(wholeNumberIn(1, kMostAdapters))
+        ->type_name("N");
+    addWatch(ports, "Look again every SECONDS (1) and tell which come and go, until Ctrl-C",
+             ports_.watchSeconds);
     add("info", "Show the adapter, its settings and the chip's state",
         [this] { return showInfo(); });
     add("xap", "Tell whether the chip's XAP processor runs", [this] { return showXapState(); });
@@ -283,12 +290,8 @@ void CommandLine::addReading() {
     CLI::App* dump = add("dump", "Show words in hexadecimal and as text",
                          [this] { return dumpMemory(dump_, context_); });
     addRegionChoice(dump, dump_.region);
-    dump->add_flag("--watch")
-        ->description("Look again every SECONDS (1) and mark what changed, until Ctrl-C")
-        ->transform(flagAsOne())
-        ->check(secondsValidator())
-        ->each([this](const std::string& text) { dump_.watchSeconds = decimalNumber(text); })
-        ->type_name("[=SECONDS]");
+    addWatch(dump, "Look again every SECONDS (1) and mark what changed, until Ctrl-C",
+             dump_.watchSeconds);
     dump->add_option("--looks", dump_.mostLooks, "Stop watching after so many looks")
         ->transform(wholeNumberIn(1, UINT32_MAX))
         ->needs("--watch")

@@ -17,6 +17,7 @@ struct RunOptions {
     bool json = false;
     int verbosity = 0;  // 1: all debug text; 2: the library's full debug text, too
     std::string logFile;
+    std::string recordFile;
     unsigned simulatedAdapters = 0;
     std::string captureFile;  // of what travels to and from the simulated adapters
 };

@@ -18,6 +18,11 @@
 
 namespace wren {
 
+struct PortsRequest {
+    std::size_t awaited = 0;             // adapters to wait for
+    std::optional<double> watchSeconds;  // from one look to the next
+};
+
 struct ReadRequest {
     RegionChoice region;
     std::optional<std::string> file;  // else standard output, as text
@@ -58,7 +63,7 @@ struct SpeedRequest {
     double seconds = 1;
 };
 
-Work listPorts(Context& context);
+Work listPorts(const PortsRequest& request, Context& context);
 Work showInfo();
 Work showXapState();
 Work measureSpeed(const SpeedRequest& request);

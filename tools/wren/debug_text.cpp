@@ -1,20 +1,16 @@
 #include "debug_text.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 
 #include "failure.h"
-#include "system.h"
 #include "terminal.h"
 
 namespace wren {
 
 void DebugText::logTo(const std::string& path) {
-    file_.reset(system::openFile(pathOf(path), "ab"));
-    if (!file_) failWithErrno("write", path);
+    file_.open(path);
     path_ = path;
 }
 
@@ -29,20 +25,13 @@ void DebugText::take(const std::string& mark, std::string_view text) {
 }
 
 void DebugText::note(std::string_view line) {
-    if (!file_) return;
-    const std::lock_guard alone(noting_);
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-    const std::string stamped = fmt::format(
-        "{:%FT%T}.{:03}Z {}\n", fmt::gmtime(static_cast<std::time_t>(milliseconds / 1000)),
-        milliseconds % 1000, line);
-    // Whether it failed is asked at the end.
-    std::fwrite(stamped.data(), 1, stamped.size(), file_.get());
-    std::fflush(file_.get());
+    // The library's work goes on; whether it failed is asked at the end.
+    if (failureOf([&] { file_.add(fmt::format("{} {}\n", timeStamp(), line)); }))
+        isComplete_ = false;
 }
 
 void DebugText::finish() {
-    if (file_ && std::ferror(file_.get()) != 0)
+    if (!isComplete_)
         throw Failure(ExitCode::failed, fmt::format("the log '{}' is not complete", path_));
 }
 

@@ -4,7 +4,7 @@
 #ifndef WREN_DEBUG_TEXT_H
 #define WREN_DEBUG_TEXT_H
 
-#include <mutex>
+#include <atomic>
 #include <string>
 #include <string_view>
 
@@ -31,8 +31,8 @@ class DebugText {
    private:
     bool showsAll_ = false;
     std::string path_;
-    File file_;
-    std::mutex noting_;
+    LineFile file_;
+    std::atomic<bool> isComplete_{true};
 };
 
 // One line: the operating system's texts may hold line breaks.

@@ -1,7 +1,5 @@
 #include <algorithm>
-#include <chrono>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "commands.h"
 #include "hex_view.h"
@@ -14,15 +12,6 @@ namespace wren {
 namespace {
 
 using Words = std::vector<std::uint16_t>;
-
-// False when the user interrupts the wait.
-bool waitFor(double seconds) {
-    using Clock = std::chrono::steady_clock;
-    constexpr std::chrono::milliseconds kStep(20);
-    const auto end = Clock::now() + std::chrono::duration<double>(seconds);
-    while (!interrupted() && Clock::now() < end) std::this_thread::sleep_for(kStep);
-    return !interrupted();
-}
 
 // The view, with the words marked that changed; where it cannot be shown in place, the lines that
 // hold such words.

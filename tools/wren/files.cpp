@@ -1,9 +1,11 @@
 #include "files.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <random>
 #include <system_error>
 
@@ -121,6 +123,26 @@ void writeFile(const std::string& path, std::string_view contents) {
     fs::path target = fs::weakly_canonical(asked, error);
     if (error) target = asked;
     replaceFile(target, contents, fs::exists(status), path);
+}
+
+void LineFile::open(const std::string& path) {
+    path_ = path;
+    file_.reset(system::openFile(pathOf(path), "ab"));
+    if (!file_) failWithErrno("write", path);
+}
+
+void LineFile::add(std::string_view line) {
+    if (!file_) return;
+    const std::lock_guard alone(adding_);
+    writeAll(file_.get(), line, path_);
+}
+
+std::string timeStamp() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    return fmt::format("{:%FT%T}.{:03}Z",
+                       fmt::gmtime(static_cast<std::time_t>(milliseconds / 1000)),
+                       milliseconds % 1000);
 }
 
 }  // namespace wren

@@ -5,37 +5,10 @@
 #include "commands.h"
 #include "interruption.h"
 #include "number.h"
-#include "system.h"
-#include "terminal.h"
 
 namespace wren {
 
 namespace {
-
-// "0109", the version's two bytes in hexadecimal, is version 1.9.
-std::string versionText(const std::string& variable) {
-    const auto version = hexadecimalNumber(variable);
-    return version ? fmt::format("{}.{}", *version >> 8, *version & 0xFF) : variable;
-}
-
-void listPort(Context& context, const Port& port, Report& report) {
-    Json entry{{"key", port.key}, {"name", port.name}, {"id", nullptr}, {"firmware", nullptr}};
-    std::string id = "-";
-    std::string firmware;
-    try {
-        Session session(context.debugText);
-        session.select(std::to_string(port.key));
-        firmware = versionText(session.get("QUILLVERSION"));
-        id = std::to_string(port.id);
-        entry["id"] = port.id;
-        entry["firmware"] = firmware;
-    } catch (const Failure& failure) {
-        entry["error"] = {{"code", failure.errorCode()}, {"text", failure.what()}};
-        firmware = fmt::format("error {}: {}", failure.errorCode(), failure.what());
-    }
-    report.print("{:>4}  {:<20}  {:<10}  {}\n", port.key, port.name, id, firmware);
-    report.result()["ports"].push_back(std::move(entry));
-}
 
 const char* xapText(const Session& session) { return session.xapStopped() ? "stopped" : "running"; }
 
@@ -59,20 +32,6 @@ double rateOf(Seconds duration, Work work) {
 
 }  // namespace
 
-Work listPorts(Context& context) {
-    Report& report = context.output.add();
-    const Session session(context.debugText);
-    const std::vector<Port> ports = session.ports();
-    report.result()["ports"] = Json::array();
-    if (!ports.empty()) report.print("PORT  {:<20}  {:<10}  FIRMWARE\n", "NAME", "ID");
-    for (const Port& port : ports) listPort(context, port, report);
-    if (ports.empty()) {
-        report.result()["reason"] = system::whyNoAdapters();
-        terminal::tell(fmt::format("wren: no adapters found; {}\n", system::whyNoAdapters()));
-    }
-    return {};
-}
-
 Work showInfo() {
     return [](Adapter& adapter) {
         const Session& session = adapter.session;
@@ -90,7 +49,7 @@ Work showInfo() {
             show(label, key, shownValue(variable, text), decimalNumber(text).value_or(0));
         };
         const std::string device = session.deviceId();
-        const std::string firmware = versionText(session.get("QUILLVERSION"));
+        const std::string firmware = session.firmware();
         show("adapter", "adapter", device, device);
         show("id", "id", fmt::to_string(session.id()), session.id());
         showNumber("port", "port", "SPIPORT");

@@ -1,8 +1,10 @@
 #include "interruption.h"
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <mutex>
+#include <thread>
 
 #include "system.h"
 
@@ -31,5 +33,13 @@ void noteInterrupts() noexcept {
 }
 
 bool interrupted() noexcept { return noted; }
+
+bool waitFor(double seconds) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds kStep(20);
+    const auto end = Clock::now() + std::chrono::duration<double>(seconds);
+    while (!interrupted() && Clock::now() < end) std::this_thread::sleep_for(kStep);
+    return !interrupted();
+}
 
 }  // namespace wren

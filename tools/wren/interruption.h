@@ -14,6 +14,9 @@ void noteInterrupts() noexcept;
 // Whether one was noted.
 bool interrupted() noexcept;
 
+// Waits; false when that was interrupted.
+bool waitFor(double seconds);
+
 }  // namespace wren
 
 #endif

@@ -46,6 +46,7 @@ void runCommand(const ParsedCommand& command, Context& context) {
     const RunOptions& options = command.options;
     if (options.verbosity > 0) context.debugText.showAll();
     if (!options.logFile.empty()) context.debugText.logTo(options.logFile);
+    if (!options.recordFile.empty()) context.record.open(options.recordFile);
     std::optional<Simulation> simulation;
     if (options.simulatedAdapters > 0) {
         // An interrupted tool shall not leave its adapters behind.

@@ -89,7 +89,7 @@ Json Output::objectFor(const std::optional<Failure>& failure) const {
         object["adapters"] = Json::array();
         for (const Report& report : reports_) {
             Json& entry = object["adapters"].emplace_back(
-                Json{{"adapter", report.adapter()}, {"exit", exitCodeOf(report.failure())}});
+                Json{{"adapter", report.adapter()}, {"exit", static_cast<int>(report.exitCode())}});
             entry["result"] = *report.result_;
             addError(entry, report.failure());
         }
@@ -127,7 +127,8 @@ void Output::finish(const std::optional<Failure>& failure) {
 
 ExitCode worstOf(const std::deque<Report>& reports, const std::optional<Failure>& failure) {
     int worst = exitCodeOf(failure);
-    for (const Report& report : reports) worst = std::max(worst, exitCodeOf(report.failure()));
+    for (const Report& report : reports)
+        worst = std::max(worst, static_cast<int>(report.exitCode()));
     return static_cast<ExitCode>(worst);
 }
 

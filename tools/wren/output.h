@@ -59,9 +59,11 @@ class Report {
     }
     // The object of the other form; to be filled in.
     Json& result() noexcept { return *result_; }
+    const Json& result() const noexcept { return *result_; }
 
     void fail(Failure failure) { failure_ = std::move(failure); }
     const std::optional<Failure>& failure() const noexcept { return failure_; }
+    ExitCode exitCode() const noexcept { return failure_ ? failure_->exitCode() : ExitCode::done; }
 
    private:
     friend class Output;
@@ -86,6 +88,7 @@ class Output {
     bool isJson() const noexcept { return asJson_; }
     // The command's name, which the object bears.
     void setCommand(std::string name) { command_ = std::move(name); }
+    const std::string& command() const noexcept { return command_; }
     // From now on the reports are those of several adapters, however many come.
     void expectSeveral() noexcept { several_ = true; }
 

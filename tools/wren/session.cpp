@@ -60,6 +60,10 @@ const Port* portNamed(const std::vector<Port>& ports, std::string_view text) {
     return found != ports.end() ? &*found : nullptr;
 }
 
+std::string versionText(std::uint32_t version) {
+    return fmt::format("{}.{}", version >> 8, version & 0xFF);
+}
+
 SpiAction memoryAction(std::uint32_t type, std::uint32_t address, std::uint16_t* words,
                        std::size_t count) noexcept {
     SpiAction action{};
@@ -139,6 +143,13 @@ std::string Session::deviceId() const {
     std::array<char, 32> buffer{};
     check(spifns_stream_get_device_id(stream_, buffer.data(), buffer.size()));
     return buffer.data();
+}
+
+std::string Session::firmware() const {
+    // "0109", the version's two bytes in hexadecimal, is version 1.9.
+    const std::string text = get("QUILLVERSION");
+    const auto version = hexadecimalNumber(text);
+    return version ? versionText(static_cast<std::uint32_t>(*version)) : text;
 }
 
 void Session::set(const Setting& setting) {

@@ -31,6 +31,9 @@ struct Port {
 // The port that a user's text names by its key, its id, or its device id; null when there is none.
 const Port* portNamed(const std::vector<Port>& ports, std::string_view text);
 
+// 0x109 is version 1.9.
+std::string versionText(std::uint32_t version);
+
 class Session {
    public:
     // Opens a stream, which looks for the adapters. Its debug text goes to the receiver.
@@ -53,6 +56,8 @@ class Session {
     // The selected adapter's id and its name, such as 100 and "quill100".
     std::uint32_t id() const;
     std::string deviceId() const;
+    // Its firmware, such as "1.9".
+    std::string firmware() const;
 
     void set(const Setting& setting);
     // Makes settings in their order, none of them when a clock would be above the maximum; tells

@@ -12,7 +12,7 @@ _wren_complete() {
         run help'
     local options='--port --wait --no-lock --mode --clock --max-clock --mux --read-bits --write-bits
         --simulate --capture
-        --json --verbose --log --help --version'
+        --json --verbose --record --log --help --version'
     local variables='SPIPORT QUILLMODE SPI_DELAY SPICLOCK SPIMUL SPICMDBITS SPICMDREADBITS
         SPICMDWRITEBITS SPIMAXCLOCK'
     local i
@@ -29,7 +29,7 @@ _wren_complete() {
         --endian) words='little big' ;;
         --region) words='all' ;;
         --port) words=$(wren ports 2>/dev/null | sed -nE 's/.*\(([0-9]+)\).*/\1/p') ;;
-        -o | --output | -i | --input | --log | --capture)
+        -o | --output | -i | --input | --log | --record | --capture)
             _wren_files "$word"
             return
             ;;
@@ -37,6 +37,7 @@ _wren_complete() {
             case $command in
                 '') words="$commands $options" ;;
                 help) words=$commands ;;
+                ports) words="--await --watch $options" ;;
                 read) words="--region --output --format --endian $options" ;;
                 dump) words="--region --watch --looks $options" ;;
                 write) words="--region --input --format --endian --no-verify $options" ;;
