@@ -4,8 +4,9 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
-#include <cstdint>
+#include <thread>
 
 namespace wrenlink::os {
 namespace {
@@ -37,14 +38,22 @@ bool replace(int descriptor, int former, int value) noexcept {
 constinit std::atomic<std::uint32_t> generation{0};
 static_assert(sizeof(NativeHandle) == 8 && sizeof(int) == 4);
 
+// Far longer than a pause. A handler of a signal that forks may have interrupted a pause, or a
+// fork, and would wait for its own thread: its child rather has a descriptor too many.
+constexpr std::chrono::milliseconds kLongestWait(200);
+
 void beforeFork() noexcept {
-    std::uint32_t seen = 0;
-    while (((seen = pauses.fetch_or(kForking)) & kForking) != 0) pauses.wait(seen);
-    while ((seen = pauses.load()) != kForking) pauses.wait(seen);
+    const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
+    const auto await = [deadline](auto isSo) {
+        while (!isSo() && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::microseconds(50));
+    };
+    await([] { return (pauses.fetch_or(kForking) & kForking) == 0; });
+    await([] { return pauses.load() == kForking; });
 }
 
 void afterForkInParent() noexcept {
-    pauses.store(0);
+    pauses.fetch_and(~kForking);
     pauses.notify_all();
 }
 
@@ -70,7 +79,7 @@ bool watchForks() noexcept {
     return handleForks(handled, beforeFork, afterForkInParent, afterForkInChild);
 }
 
-ForkPause::ForkPause() noexcept {
+ForkPause::ForkPause() noexcept : generation_(generation) {
     std::uint32_t seen = pauses.load();
     for (;;) {
         if ((seen & kForking) != 0) {
@@ -81,8 +90,9 @@ ForkPause::ForkPause() noexcept {
         }
     }
 }
+// A child has none of its parent's pauses.
 ForkPause::~ForkPause() {
-    if (pauses.fetch_sub(1) == kForking + 1) pauses.notify_all();
+    if (generation_ == generation) pauses.fetch_sub(1);
 }
 
 NativeHandle enlist(Descriptor descriptor) noexcept {

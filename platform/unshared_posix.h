@@ -4,11 +4,12 @@
 // start another program need no such care: the descriptors close with that.
 //
 // Everything here may be called from any thread. A fork waits while a descriptor is being opened or
-// closed, so that none is missed.
+// closed, so that none is missed, but not for ever.
 #ifndef WRENLINK_PLATFORM_UNSHARED_POSIX_H
 #define WRENLINK_PLATFORM_UNSHARED_POSIX_H
 
 #include <atomic>
+#include <cstdint>
 
 #include "platform/descriptor_posix.h"
 #include "platform/os.h"
@@ -30,6 +31,9 @@ class ForkPause {
     ForkPause(const ForkPause&) = delete;
     ForkPause& operator=(const ForkPause&) = delete;
     ~ForkPause();
+
+   private:
+    const std::uint32_t generation_;
 };
 
 // Makes a handle of what open() gives, a Descriptor; kNoHandle with errno set when that is invalid
