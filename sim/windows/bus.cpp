@@ -94,7 +94,7 @@ NTSTATUS Bus::servePnp(IRP& irp, const IO_STACK_LOCATION& stack) {
 
 NTSTATUS Bus::reportChildren(IRP& irp) {
     constexpr std::size_t kSize =
-        sizeof(DEVICE_RELATIONS) + (kMostAdapters - 1) * sizeof(DEVICE_OBJECT*);
+        sizeof(DEVICE_RELATIONS) + (kMostPorts - 1) * sizeof(DEVICE_OBJECT*);
     auto* const relations =
         static_cast<DEVICE_RELATIONS*>(::ExAllocatePoolWithTag(PagedPool, kSize, kPoolTag));
     if (relations == nullptr) return complete(irp, STATUS_INSUFFICIENT_RESOURCES);
@@ -114,18 +114,22 @@ NTSTATUS Bus::reportChildren(IRP& irp) {
     return passOn(irp);
 }
 
-void Bus::runLine(std::string_view line, TextWriter& out) {
+void Bus::runLine(const FILE_OBJECT& file, std::string_view line, TextWriter& out) {
     const PassiveGuard guard(context_.lock);
     std::string_view arguments = line;
     const std::string_view verb = nextWord(arguments);
     std::string_view failure;
     if (verb == "adapters") {
         failure = setAdapters(arguments);
+    } else if (verb == "lend") {
+        failure = lend(file, arguments);
     } else if (verb == "keep") {
         failure = keepCancelled(arguments);
     } else {
-        if (verb == "help") out.text("adapters COUNT\nkeep ADAPTER yes|no\n");
-        runCommand({{adapters_.data(), count_}, &Bus::plug, &Bus::letOpen, this}, line, out);
+        if (verb == "help") out.text("adapters COUNT\nlend COUNT\nkeep ADAPTER yes|no\n");
+        const Range view = inView();
+        runCommand({{&adapters_[view.first], view.count}, &Bus::plug, &Bus::letOpen, this}, line,
+                   out);
         return;
     }
     if (failure.empty()) {
@@ -136,39 +140,70 @@ void Bus::runLine(std::string_view line, TextWriter& out) {
 }
 
 std::string_view Bus::setAdapters(std::string_view arguments) {
-    std::size_t count = 0;
-    if (!readCount(arguments, kMostAdapters, count)) return "not a number in range";
-    for (std::size_t i = 0; i < count; ++i) {
-        if (!ports_[i].powerOn(static_cast<std::uint32_t>(kIdStep * (i + 1)))) {
+    if (lender_ != nullptr) return "a program has adapters of its own now";
+    const std::string_view failure = powerOn(own_, arguments, kMostAdapters);
+    offerInView();
+    return failure;
+}
+
+std::string_view Bus::lend(const FILE_OBJECT& file, std::string_view arguments) {
+    if (lender_ != nullptr && lender_ != &file) return kLentAlready;
+    const std::string_view failure = powerOn(lent_, arguments, kMostLent);
+    if (failure.empty()) lender_ = &file;
+    offerInView();
+    return failure;
+}
+
+void Bus::closed(const FILE_OBJECT& file) {
+    const PassiveGuard guard(context_.lock);
+    if (lender_ != &file) return;
+    lender_ = nullptr;
+    offerInView();
+}
+
+std::string_view Bus::powerOn(Range& range, std::string_view count, std::size_t most) {
+    if (!readCount(count, most, range.count)) return "not a number in range";
+    for (std::size_t i = 0; i < range.count; ++i) {
+        AdapterPort& port = ports_[range.first + i];
+        if (!port.powerOn(static_cast<std::uint32_t>(kIdStep * (i + 1)))) {
+            range.count = i;
             return "not enough memory";
         }
-        adapters_[i] = ports_[i].adapter();
+        adapters_[range.first + i] = port.adapter();
     }
-    count_ = count;
-    for (std::size_t i = 0; i < ports_.size(); ++i) ports_[i].offer(i < count);
-    tellOfChange();
     return {};
 }
 
+void Bus::offerInView() {
+    const Range view = inView();
+    for (std::size_t i = 0; i < ports_.size(); ++i) {
+        const bool isInView = i >= view.first && i < view.first + view.count;
+        ports_[i].offer(isInView && adapters_[i]->plugged);
+    }
+    tellOfChange();
+}
+
 std::string_view Bus::keepCancelled(std::string_view arguments) {
+    const Range view = inView();
     std::size_t adapter = 0;
-    if (!readCount(arguments, kMostAdapters, adapter) || adapter >= count_)
+    if (!readCount(arguments, kMostAdapters, adapter) || adapter >= view.count)
         return "no such adapter";
     const std::string_view answer = nextWord(arguments);
     if (answer != "yes" && answer != "no") return "not yes or no";
-    ports_[adapter].keepCancelled(answer == "yes");
+    ports_[view.first + adapter].keepCancelled(answer == "yes");
     return {};
 }
 
 bool Bus::plug(void* bus, std::size_t adapter, bool plugged) {
     auto& self = *static_cast<Bus*>(bus);
-    self.ports_[adapter].offer(plugged);
+    self.ports_[self.inView().first + adapter].offer(plugged);
     self.tellOfChange();
     return true;
 }
 
 bool Bus::letOpen(void* bus, std::size_t adapter, bool openable) {
-    static_cast<Bus*>(bus)->ports_[adapter].letOpen(openable);
+    auto& self = *static_cast<Bus*>(bus);
+    self.ports_[self.inView().first + adapter].letOpen(openable);
     return true;
 }
 

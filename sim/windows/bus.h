@@ -46,8 +46,11 @@ class Bus final : public Role {
 
     NTSTATUS serve(IRP& irp, IO_STACK_LOCATION& stack) override;
 
-    // Carries out a command line: one of the adapters' commands, or the bus's own.
-    void runLine(std::string_view line, TextWriter& out);
+    // Carries out a command line, which came through a file object: one of the adapters' commands,
+    // or the bus's own.
+    void runLine(const FILE_OBJECT& file, std::string_view line, TextWriter& out);
+    // A program has closed the control device. What was lent to it is there no more.
+    void closed(const FILE_OBJECT& file);
 
    private:
     NTSTATUS setUp();
@@ -59,7 +62,20 @@ class Bus final : public Role {
 
     // The bus's own commands; they return why they fail, or nothing.
     std::string_view setAdapters(std::string_view arguments);
+    std::string_view lend(const FILE_OBJECT& file, std::string_view arguments);
     std::string_view keepCancelled(std::string_view arguments);
+
+    // Places among the ports: those that are there for good, and those lent to one program, which
+    // take the place of the others meanwhile.
+    struct Range {
+        std::size_t first;
+        std::size_t count;
+    };
+    static constexpr std::size_t kMostPorts = kMostAdapters + kMostLent;
+    Range inView() const { return lender_ == nullptr ? own_ : lent_; }
+    std::string_view powerOn(Range& range, std::string_view count, std::size_t most);
+    // Offers what is in view and plugged in, and nothing else.
+    void offerInView();
     // For the adapters' commands.
     static bool plug(void* bus, std::size_t adapter, bool plugged);
     static bool letOpen(void* bus, std::size_t adapter, bool openable);
@@ -68,9 +84,11 @@ class Bus final : public Role {
     ControlDevice control_{*this};
     DEVICE_OBJECT* device_ = nullptr;
     DEVICE_OBJECT* next_ = nullptr;  // where requests are passed on to
-    std::array<AdapterPort, kMostAdapters> ports_;
-    std::array<Adapter*, kMostAdapters> adapters_{};
-    std::size_t count_ = 0;
+    std::array<AdapterPort, kMostPorts> ports_;
+    std::array<Adapter*, kMostPorts> adapters_{};
+    Range own_{0, 0};
+    Range lent_{kMostAdapters, 0};
+    const FILE_OBJECT* lender_ = nullptr;  // by which they were lent
 };
 
 }  // namespace quillsim

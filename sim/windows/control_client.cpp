@@ -40,4 +40,14 @@ std::string ControlClient::run(std::string_view line) {
     return std::string(text.substr(0, before));
 }
 
+std::size_t ControlClient::offered() {
+    constexpr std::string_view kPlugged = " plugged=1 ";
+    const std::string states = run("list");
+    std::size_t count = 0;
+    for (auto at = states.find(kPlugged); at != std::string::npos;
+         at = states.find(kPlugged, at + 1))
+        ++count;
+    return count;
+}
+
 }  // namespace quillsim

@@ -2,6 +2,7 @@
 #ifndef WRENLINK_SIM_WINDOWS_CONTROL_CLIENT_H
 #define WRENLINK_SIM_WINDOWS_CONTROL_CLIENT_H
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +21,8 @@ class ControlClient {
     // Carries out a command line and returns the lines that it answers. Throws std::runtime_error
     // with the driver's reason, std::system_error when the driver does not answer.
     std::string run(std::string_view line);
+    // How many adapters are plugged in, be they listed yet or not. Throws as run() does.
+    std::size_t offered();
 
    private:
     void* device_;

@@ -47,6 +47,8 @@ void ControlDevice::remove() {
     if (device_ == nullptr) return;
     UNICODE_STRING link = linkName();
     ::IoDeleteSymbolicLink(&link);
+    // A program may have it open still.
+    static_cast<DeviceExtension*>(device_->DeviceExtension)->role = nullptr;
     ::IoDeleteDevice(device_);
     device_ = nullptr;
 }
@@ -54,8 +56,10 @@ void ControlDevice::remove() {
 NTSTATUS ControlDevice::serve(IRP& irp, IO_STACK_LOCATION& stack) {
     switch (stack.MajorFunction) {
         case IRP_MJ_CREATE:
+            return complete(irp, STATUS_SUCCESS);
         case IRP_MJ_CLEANUP:
-        case IRP_MJ_CLOSE:
+        case IRP_MJ_CLOSE:  // not every system has told of the cleanup before
+            bus_.closed(*stack.FileObject);
             return complete(irp, STATUS_SUCCESS);
         case IRP_MJ_DEVICE_CONTROL:
             return runLine(irp, stack);
@@ -80,7 +84,7 @@ NTSTATUS ControlDevice::runLine(IRP& irp, const IO_STACK_LOCATION& stack) {
 
     AnswerBuffer answer{buffer, parameters.OutputBufferLength};
     TextWriter out(&AnswerBuffer::take, &answer);
-    bus_.runLine({line, length}, out);
+    bus_.runLine(*stack.FileObject, {line, length}, out);
     ::ExFreePoolWithTag(line, kPoolTag);
 
     if (answer.size > answer.room) return complete(irp, STATUS_BUFFER_OVERFLOW, answer.room);

@@ -17,13 +17,17 @@ inline constexpr char kControlPath[] = R"(\\.\quillsim)";
 // have long answers, and those change nothing then: send them again with a larger buffer.
 inline constexpr std::uint32_t kControlRequest = 0x222000;
 
+// Why no adapters are lent while another program has some.
+inline constexpr char kLentAlready[] = "another program has adapters of its own now";
+
 inline constexpr std::size_t kLongestLine = 4096;
 
 // The hardware id of the bus device, by which the INF file finds it.
 inline constexpr char kBusHardwareId[] = R"(root\quillsim)";
 
-// The most adapters that the driver can offer.
+// The most adapters that the driver can offer, and lend to one program.
 inline constexpr std::size_t kMostAdapters = 64;
+inline constexpr std::size_t kMostLent = 32;
 
 }  // namespace quillsim
 

@@ -9,7 +9,11 @@ using quillsim::Bus;
 NTSTATUS addDevice(DRIVER_OBJECT* driver, DEVICE_OBJECT* below) { return Bus::add(driver, below); }
 
 NTSTATUS dispatch(DEVICE_OBJECT* device, IRP* irp) {
-    return quillsim::roleOf(*device).serve(*irp, *IoGetCurrentIrpStackLocation(irp));
+    IO_STACK_LOCATION& stack = *IoGetCurrentIrpStackLocation(irp);
+    if (quillsim::Role* const role = quillsim::roleOf(*device)) return role->serve(*irp, stack);
+    const bool closes =
+        stack.MajorFunction == IRP_MJ_CLEANUP || stack.MajorFunction == IRP_MJ_CLOSE;
+    return quillsim::complete(*irp, closes ? STATUS_SUCCESS : STATUS_DELETE_PENDING);
 }
 
 // Its devices are gone by then, and all that it had with them.

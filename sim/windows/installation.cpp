@@ -14,8 +14,6 @@
 namespace quillsim {
 namespace {
 
-constexpr GUID kAdapterInterface = {
-    0x7AC3548C, 0x4E55, 0x49BE, {0x8D, 0xB1, 0xF4, 0x73, 0xF4, 0x24, 0x6A, 0x58}};
 // What the INF file calls the driver.
 constexpr char kServiceName[] = "quillsim";
 // The class that the INF file names.
@@ -107,28 +105,6 @@ void removeDriver() {
               "removing the bus device");
     }
     deleteService();
-}
-
-std::vector<std::string> listAdapters() {
-    const DeviceList list = owned(::SetupDiGetClassDevsA(&kAdapterInterface, nullptr, nullptr,
-                                                         DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
-    std::vector<std::string> paths;
-    SP_DEVICE_INTERFACE_DATA member{};
-    member.cbSize = sizeof member;
-    for (DWORD i = 0;
-         ::SetupDiEnumDeviceInterfaces(list.get(), nullptr, &kAdapterInterface, i, &member); ++i) {
-        struct {
-            SP_DEVICE_INTERFACE_DETAIL_DATA_A head;
-            char rest[MAX_PATH];
-        } detail{};
-        detail.head.cbSize = sizeof detail.head;
-        // One that has gone meanwhile has no detail.
-        if (::SetupDiGetDeviceInterfaceDetailA(list.get(), &member, &detail.head, sizeof detail,
-                                               nullptr, nullptr)) {
-            paths.emplace_back(detail.head.DevicePath);
-        }
-    }
-    return paths;
 }
 
 }  // namespace quillsim

@@ -4,8 +4,6 @@
 #define WRENLINK_SIM_WINDOWS_INSTALLATION_H
 
 #include <filesystem>
-#include <string>
-#include <vector>
 
 namespace quillsim {
 
@@ -14,9 +12,6 @@ void installDriver(const std::filesystem::path& inf);
 
 // Removes the bus device with everything on it, and the driver; does nothing without them.
 void removeDriver();
-
-// The device paths of the adapters that are present, in the system's order.
-std::vector<std::string> listAdapters();
 
 }  // namespace quillsim
 

@@ -16,6 +16,7 @@
 
 #include "sim/adapter_arguments.h"
 #include "sim/model/adapter.h"
+#include "sim/windows/adapter_list.h"
 #include "sim/windows/control_client.h"
 #include "sim/windows/control_protocol.h"
 #include "sim/windows/installation.h"

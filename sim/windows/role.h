@@ -32,8 +32,9 @@ struct DeviceExtension {
     Role* role;
 };
 
-inline Role& roleOf(const DEVICE_OBJECT& device) {
-    return *static_cast<const DeviceExtension*>(device.DeviceExtension)->role;
+// Null when the device has none any more.
+inline Role* roleOf(const DEVICE_OBJECT& device) {
+    return static_cast<const DeviceExtension*>(device.DeviceExtension)->role;
 }
 
 // Makes a device object with a role. The role stays the caller's and outlives the device; name may

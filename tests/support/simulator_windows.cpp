@@ -10,8 +10,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "sim/windows/adapter_list.h"
 #include "sim/windows/control_client.h"
-#include "sim/windows/installation.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {
@@ -24,17 +24,9 @@ struct HandleCloser {
 };
 using Handle = std::unique_ptr<void, HandleCloser>;
 
-// How many times a text is part of a longer one.
-std::size_t countOf(const std::string& part, const std::string& text) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++count;
-    return count;
-}
-
 // Adapters come and go some time after the command.
 void awaitPlugged(quillsim::ControlClient& client) {
-    const std::size_t plugged = countOf(" plugged=1 ", client.run("list"));
+    const std::size_t plugged = client.offered();
     const auto end = std::chrono::steady_clock::now() + kPatience;
     while (quillsim::listAdapters().size() != plugged) {
         if (std::chrono::steady_clock::now() > end)

@@ -1,96 +1,100 @@
-// The simulator's driver offers the adapters to the whole machine; its tool steers it.
-#include <windows.h>
-
+// The simulator's driver offers adapters to the whole machine. It lends this process some of its
+// own, in place of those, for as long as the process has the driver open: however it ends.
+#include <algorithm>
+#include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <string_view>
+#include <thread>
 
 #include "failure.h"
+#include "interruption.h"
+#include "sim/windows/adapter_list.h"
+#include "sim/windows/control_client.h"
+#include "sim/windows/control_protocol.h"
 #include "simulation.h"
+#include "system.h"
 
 namespace wren {
 
 namespace {
 
-constexpr const char* kRemedy =
-    "put quillsim.exe beside wren.exe or on PATH, and run 'quillsim install' as an administrator";
+using quillsim::ControlClient;
 
-[[noreturn]] void fail(const std::string& text, const std::string& hint = kRemedy) {
+constexpr const char* kInstall = "run 'quillsim install' as an administrator, once";
+constexpr std::chrono::seconds kPatience(5);
+
+[[noreturn]] void fail(const std::string& text, const std::string& hint) {
     throw Failure(ExitCode::failed, "no simulated adapters: " + text, hint);
 }
 
-struct CloseHandle {
-    void operator()(HANDLE handle) const noexcept { ::CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, CloseHandle>;
-
-struct Outcome {
-    DWORD exitCode = 1;
-    std::string printed;
-};
-
-std::string readToEnd(HANDLE pipe) {
-    std::string text;
-    char buffer[4096];
-    for (DWORD size = 0; ::ReadFile(pipe, buffer, sizeof buffer, &size, nullptr) && size > 0;)
-        text.append(buffer, size);
-    return text;
-}
-
-// Runs quillsim, found beside the tool or on PATH.
-Outcome runTool(const std::string& arguments) {
-    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    HANDLE ends[2]{};
-    if (!::CreatePipe(&ends[0], &ends[1], &inherited, 0)) fail("a pipe cannot be made");
-    const Handle out(ends[0]);
-    Handle in(ends[1]);
-    ::SetHandleInformation(out.get(), HANDLE_FLAG_INHERIT, 0);
-    STARTUPINFOA startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = in.get();
-    startup.hStdError = in.get();
-    PROCESS_INFORMATION started{};
-    std::string line = "quillsim.exe " + arguments;
-    if (!::CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
-                          nullptr, &startup, &started)) {
-        fail("'quillsim.exe' cannot be started");
+// Tries something until it succeeds; false when it does not in time.
+template <class Attempt>
+bool await(Attempt attempt) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (!attempt()) {
+        if (interrupted() || std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    in.reset();
-    const Handle process(started.hProcess);
-    const Handle thread(started.hThread);
-    Outcome outcome;
-    outcome.printed = readToEnd(out.get());
-    ::WaitForSingleObject(process.get(), INFINITE);
-    ::GetExitCodeProcess(process.get(), &outcome.exitCode);
-    return outcome;
+    return true;
 }
 
-void setAdapters(unsigned count) {
-    const std::string number = std::to_string(count);
-    if (runTool("control \"adapters " + number + "\"").exitCode != 0)
-        fail("the simulator's driver is not installed");
-    if (runTool("wait " + number).exitCode != 0) fail("the adapters do not appear");
+void require(bool good, const std::string& otherwise, const std::string& hint) {
+    if (interrupted()) throw Failure(ExitCode::interrupted, "interrupted");
+    if (!good) fail(otherwise, hint);
+}
+
+// Adapters come and go some time after the command.
+bool awaitListed(ControlClient& driver) {
+    return await([&] { return quillsim::listAdapters().size() == driver.offered(); });
+}
+
+// False while another program has some.
+bool tryToBorrow(ControlClient& driver, unsigned count) try {
+    driver.run("lend " + std::to_string(count));
+    return true;
+} catch (const std::runtime_error& refusal) {
+    if (std::string_view(refusal.what()).ends_with(quillsim::kLentAlready)) return false;
+    fail("the driver says '" + system::inUtf8(refusal.what()) + "'", kInstall);
+}
+
+void borrow(ControlClient& driver, unsigned count) {
+    // The driver may not have noticed yet that the program was killed.
+    const bool lent = await([&] { return tryToBorrow(driver, count); });
+    require(lent, quillsim::kLentAlready, "try again when it has ended");
+    require(awaitListed(driver), "they do not come and go as they should", kInstall);
 }
 
 }  // namespace
 
-struct Simulation::Native {};
+struct Simulation::Native {
+    ControlClient driver;
+};
 
 Simulation::Simulation(unsigned adapters, const std::string& captureFile) : native_(nullptr) {
     if (!captureFile.empty()) fail("captures are made on Linux alone", "leave --capture out");
-    // Others' adapters would be among ours, and port 0 might be a real one.
-    if (!runTool("list").printed.empty())
-        fail("this machine has adapters already", "use those, without --simulate");
-    setAdapters(adapters);
+    auto native = std::make_unique<Native>();
+    if (!native->driver.isOpen()) fail("the simulator's driver is not installed", kInstall);
+    if (!std::ranges::all_of(quillsim::listAdapters(), quillsim::isSimulated))
+        fail("they would be among those of this machine", "use these, or unplug them");
+    // None in between, so that those that go are told from those that come.
+    borrow(native->driver, 0);
+    borrow(native->driver, adapters);
+    native_ = native.release();
 }
 
 void Simulation::finish() {}
 
 Simulation::~Simulation() {
+    std::unique_ptr<Native> native(native_);
     try {
-        setAdapters(0);
-    } catch (const Failure&) {
-        // Whoever starts a simulation next is told that adapters are there.
+        borrow(native->driver, 0);
+        native.reset();
+        ControlClient others;
+        awaitListed(others);
+    } catch (const std::exception&) {
+        // They go all the same.
     }
 }
 
