@@ -6,12 +6,20 @@
 #include <CLI/CLI.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
+#include <ostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "sim/model/text.h"
 
 namespace quillsim {
+
+// The path of a file by its UTF-8 name.
+inline std::filesystem::path pathOf(const std::string& name) {
+    return std::u8string(name.begin(), name.end());
+}
 
 // Lists are given for some adapters, by number; valueFor tells what holds for the others.
 struct AdapterArguments {
@@ -45,7 +53,14 @@ inline void declareAdapters(CLI::App& app, AdapterArguments& arguments, std::siz
             ""));
     addPerAdapter(app, "--memory", arguments.memory,
                   "file of little-endian words from address 0 on (others: zeros)")
-        ->check(CLI::ExistingFile);
+        ->check(CLI::Validator(
+            [](std::string& name) {
+                std::error_code ignored;
+                const auto kind = std::filesystem::status(pathOf(name), ignored);
+                const bool isFile = exists(kind) && !is_directory(kind);
+                return isFile ? "" : "File does not exist: " + name;
+            },
+            ""));
     addPerAdapter(app, "--xap", arguments.xap,
                   "running or stopped (others: as the last one, or running)")
         ->check(CLI::IsMember({"running", "stopped"}));
@@ -62,8 +77,9 @@ inline void declareManners(CLI::App& app) {
 
 // Prints what a command line that is not carried out asks for, or what is wrong with it, and
 // returns the exit code: 0 or 2.
-inline int answerUnrun(const CLI::App& app, const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : 2;
+inline int answerUnrun(const CLI::App& app, const CLI::ParseError& error, std::ostream& out,
+                       std::ostream& complaints) {
+    return app.exit(error, out, complaints) == 0 ? 0 : 2;
 }
 
 // The value of an adapter in a list given for some: its own, else the last one, else the default.

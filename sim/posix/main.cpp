@@ -125,7 +125,7 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
         return arguments.command.empty() ? serve(arguments) : control(arguments);
     } catch (const CLI::ParseError& error) {
-        return quillsim::answerUnrun(app, error);
+        return quillsim::answerUnrun(app, error, std::cout, std::cerr);
     } catch (const std::exception& error) {
         std::cerr << "quillsim: " << error.what() << '\n';
         return 1;

@@ -6,7 +6,9 @@
 #include <setupapi.h>
 
 #include <cstring>
+#include <iterator>
 #include <memory>
+#include <string>
 #include <system_error>
 
 #include "sim/windows/control_protocol.h"
@@ -88,9 +90,10 @@ void installDriver(const std::filesystem::path& inf) {
           "the bus device's hardware id");
     check(::SetupDiCallClassInstaller(DIF_REGISTERDEVICE, list.get(), &device),
           "registering the bus device");
+    const std::wstring id(std::begin(kBusHardwareId), std::end(kBusHardwareId));
     BOOL reboot = FALSE;
-    check(::UpdateDriverForPlugAndPlayDevicesA(nullptr, kBusHardwareId, inf.string().c_str(),
-                                               INSTALLFLAG_FORCE, &reboot),
+    check(::UpdateDriverForPlugAndPlayDevicesW(nullptr, id.c_str(), inf.c_str(), INSTALLFLAG_FORCE,
+                                               &reboot),
           "installing the driver");
 }
 

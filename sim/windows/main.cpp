@@ -1,14 +1,19 @@
 // quillsim: installs the driver that offers simulated adapters to the hosts of this machine, steers
 // it, and removes it.
 #include <windows.h>
+// Behind windows.h, which it needs.
+#include <fcntl.h>
+#include <io.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -20,6 +25,7 @@
 #include "sim/windows/control_client.h"
 #include "sim/windows/control_protocol.h"
 #include "sim/windows/installation.h"
+#include "sim/windows/unicode.h"
 
 namespace {
 
@@ -56,7 +62,7 @@ fs::path ownFolder() {
 
 void loadMemory(ControlClient& client, const std::string& adapter, const std::string& file) {
     constexpr std::size_t kWordsALine = 32;
-    std::ifstream in(file, std::ios::binary);
+    std::ifstream in(quillsim::pathOf(file), std::ios::binary);
     const std::string image{std::istreambuf_iterator<char>(in), {}};
     if (image.size() % 2 != 0) throw std::runtime_error(file + ": ends inside a word");
     const std::size_t words = image.size() / 2;
@@ -105,12 +111,13 @@ void install(const Arguments& arguments) {
 void control(const std::string& command) {
     ControlClient client;
     if (!client.isOpen()) throw std::runtime_error("the driver is not installed");
-    std::cout << client.run(command);
+    quillsim::print(stdout, client.run(command));
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main() {
+    for (std::FILE* const stream : {stdout, stderr}) ::_setmode(::_fileno(stream), _O_BINARY);
     CLI::App app{"Simulated Quill adapters with Marigold chips behind them"};
     Arguments arguments;
     quillsim::declareManners(app);
@@ -128,14 +135,22 @@ int main(int argc, char** argv) {
     waiting->add_option("COUNT", arguments.awaited)->required();
     waiting->callback([&] { awaitAdapters(arguments.awaited); });
     app.add_subcommand("list", "list the device paths of the adapters")->callback([] {
-        for (const std::string& path : quillsim::listAdapters()) std::cout << path << '\n';
+        for (const std::string& path : quillsim::listAdapters())
+            quillsim::print(stdout, path + '\n');
     });
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> words = quillsim::argumentsInUtf8();
+        std::ranges::reverse(words);  // as the parser takes them
+        app.parse(std::move(words));
     } catch (const CLI::ParseError& error) {
-        return quillsim::answerUnrun(app, error);
+        std::ostringstream out;
+        std::ostringstream complaints;
+        const int code = quillsim::answerUnrun(app, error, out, complaints);
+        quillsim::print(stdout, out.str());
+        quillsim::print(stderr, complaints.str());
+        return code;
     } catch (const std::exception& error) {
-        std::cerr << "quillsim: " << error.what() << '\n';
+        quillsim::print(stderr, "quillsim: " + quillsim::systemTextInUtf8(error.what()) + '\n');
         return 1;
     }
     return 0;

@@ -27,10 +27,11 @@ std::string read(std::string_view file, std::string_view contents, Endian endian
 }
 
 TEST(Formats, AreReadStrictly) {
+    using namespace std::string_view_literals;
     constexpr Endian kLittle = Endian::little;
     const struct {
         const char* file;
-        const char* contents;
+        std::string_view contents;
         const char* expected;
         Endian endian = kLittle;
     } cases[] = {
@@ -41,6 +42,9 @@ TEST(Formats, AreReadStrictly) {
         {"-", "ffff: 1\nfffe: 2", "fffe: 0002 0001\n"},
         {"-", "0: 9\n7ffb: 1 2 3 4 5 6 7 8 9\nffff: 6",  // over the first 64 KiB of bytes
          "0000: 0009\n7ffb: 0001 0002 0003 0004 0005 0006 0007 0008\n8003: 0009\nffff: 0006\n"},
+        {"-", "\xEF\xBB\xBF 0: 1", "0000: 0001\n"},
+        {"-", "\xFF\xFE\x30\0:\0\x31\0\r\0\n\0"sv, "0000: 0001\n"},
+        {"-", "\0\x30\0:\0\x31\0#\x26\x02"sv, "0000: 0001\n"},
         {"-", "0: 1\n0: 1", "line 2: the word at 0x0000 is there twice"},
         {"-", "ffff: 1 2", "line 1: it goes beyond the last word, 0xffff"},
         {"-", "0: 10000", "line 1: '10000' is no hexadecimal number up to ffff"},

@@ -31,6 +31,10 @@ std::string contentsOf(const char* name, std::ios::openmode mode = std::ios::in)
 
 std::string printed() { return contentsOf("../output"); }
 
+void awaitPrinted(const char* text) {
+    while (printed().find(text) == std::string::npos) std::this_thread::yield();
+}
+
 // Starts the tool, or the first host, with the words of a command line.
 Program start(const std::string& line) {
     std::istringstream text(line);
@@ -311,7 +315,10 @@ TEST_F(WrenTest, MovesTheWholeMemoryThroughEachFormat) {
         {"wren diff a.hex --endian big",
          "0x7fff: expected 0x0001, found 0x0002\n[4] wren: error: 1 of 65536 words differ\n"},
         {"wren read 0 1 -o - --format raw", "42"},
+        {"wren read 0 1 -o NUL",  // a device on Windows
+         "adapter 100: 1 word from 0x0000 on read into NUL, CRC-32 3224b088\n"},
     });
+    EXPECT_EQ(contentsOf("../output", std::ios::binary).find('\r'), std::string::npos);
     EXPECT_TRUE(contentsOf("copy", std::ios::binary) == image);
 }
 
@@ -380,12 +387,9 @@ TEST_F(WrenTest, StopsBetweenTwoPiecesOnCtrlC) {
 TEST_F(WrenTest, ShowsWhatChangesUnderAWatch) {
     std::signal(SIGINT, SIG_DFL);
     Program program = start("wren dump 0 16 --watch 0.02");
-    const auto await = [](const char* text) {
-        while (printed().find(text) == std::string::npos) std::this_thread::yield();
-    };
-    await("0008:");
+    awaitPrinted("0008:");
     simulator_.control("poke 0 9 0x4142");
-    await("4142");
+    awaitPrinted("4142");
     program.interrupt();
     EXPECT_THAT(
         outcome(std::move(program)),
@@ -404,9 +408,18 @@ TEST_F(WrenTest, ShowsWhatChangesUnderAWatch) {
 }
 
 TEST_F(WrenTest, SimulatesAdaptersForOneCommand) {
-    expect({{"quillsim unplug 0", ""},
+    setEnvironment("TMPDIR", simulator_.runtime().path().string());  // for what is left behind
+    Program killed = start("wren --simulate dump 0 16 --watch=9");
+    awaitPrinted("0008:");
+    killed.kill();
+    expect({{"quillsim poke 0 0 7", ""},
+            {"wren --simulate 2 --port 100 read 0 1",
+             "# adapter 100: 1 word from 0x0000 on, CRC-32 41d912ff\n0000: 0000\n"},
+            {"quillsim peek 0 0 1", "0x0007\n"},
+            {"quillsim unplug 0", ""},
             {"quillsim unplug 1", ""},
             {"wren --simulate 2 --port 200 xap", "running\n"}});
+    setEnvironment("TMPDIR", "");
     EXPECT_THAT(outcome(start("wren --json ports")), HasSubstr(R"("ports":[],"reason":)"));
 }
 

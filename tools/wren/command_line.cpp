@@ -14,6 +14,7 @@
 #include "debug_text.h"
 #include "failure.h"
 #include "files.h"
+#include "lines.h"
 #include "number.h"
 
 namespace wren {
@@ -136,7 +137,7 @@ void CommandLine::readConfiguration() {
     for (const std::string& file : {std::string("wren.toml"), system::userConfiguration()}) {
         std::error_code ignored;
         if (!std::filesystem::exists(pathOf(file), ignored)) continue;
-        std::istringstream text(readFile(file));
+        std::istringstream text(textOf(readFile(file)));
         for (const CLI::ConfigItem& item : CLI::ConfigTOML().from_config(text))
             configure(file, item);
     }

@@ -95,10 +95,7 @@ void failWithErrno(std::string_view doing, const std::string& path) {
 fs::path pathOf(const std::string& utf8) { return std::u8string(utf8.begin(), utf8.end()); }
 
 std::string readFile(const std::string& path) {
-    if (path == kStandardStream) {
-        system::passBytes(stdin);
-        return readAll(stdin, "standard input");
-    }
+    if (path == kStandardStream) return readAll(stdin, "standard input");
     std::error_code ignored;
     // Some systems open a folder and then cannot read it.
     if (fs::is_directory(pathOf(path), ignored)) fail("read", path, "it is a folder");
@@ -108,17 +105,12 @@ std::string readFile(const std::string& path) {
 }
 
 void writeFile(const std::string& path, std::string_view contents) {
-    if (path == kStandardStream) {
-        std::fflush(stdout);
-        system::passBytes(stdout);
-        return writeAll(stdout, contents, "standard output");
-    }
-    std::error_code error;
+    if (path == kStandardStream) return writeAll(stdout, contents, "standard output");
     const fs::path asked = pathOf(path);
+    if (system::isDevice(asked)) return writePlain(asked, contents, path);
+    std::error_code error;
     const fs::file_status status = fs::status(asked, error);
     if (fs::is_directory(status)) fail("write", path, "it is a folder");
-    if (fs::exists(status) && !fs::is_regular_file(status))
-        return writePlain(asked, contents, path);
     // A link stays a link: the file that it names is replaced.
     fs::path target = fs::weakly_canonical(asked, error);
     if (error) target = asked;

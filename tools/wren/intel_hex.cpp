@@ -138,7 +138,7 @@ std::string record(std::uint32_t offset, RecordType type, std::span<const std::u
 
 Segments parseIntelHex(std::string_view contents, Endian endian) {
     ByteImage image;
-    for (const Line& line : linesOf(contents)) image.take(line);
+    for (const Line& line : Lines(contents)) image.take(line);
     Segments segments = image.segments(endian);
     if (segments.empty()) throw FormatError("it holds no words");
     return segments;

@@ -78,7 +78,7 @@ ExitCode conclude(Context& context, std::optional<Failure> failure) {
 }
 
 int run(int argc, char** argv) {
-    system::guardStandardStreams();
+    system::prepareStandardStreams();
     Context context;
     const std::vector<std::string> arguments = system::arguments(argc, argv);
     if (std::ranges::count(arguments, "--json") > 0) context.output.useJson();

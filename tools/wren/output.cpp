@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
-#include <system_error>
 
 #include "files.h"
+#include "terminal.h"
 
 namespace wren {
 
@@ -29,11 +29,7 @@ void addError(Json& object, const std::optional<Failure>& failure) {
 }
 
 void write(std::string_view text) {
-    try {
-        fmt::print(stdout, "{}", text);  // in any language, also on consoles with a code page
-    } catch (const std::system_error&) {
-        failWithErrno("write", "standard output");
-    }
+    if (!terminal::put(stdout, text)) failWithErrno("write", "standard output");
 }
 
 void flush() {

@@ -74,7 +74,7 @@ ScriptAction parseAction(Words words) {
 
 std::vector<ScriptAction> parseScript(std::string_view text) {
     std::vector<ScriptAction> actions;
-    for (const Line& line : linesOf(text)) {
+    for (const Line& line : Lines(text)) {
         const auto words = wordsOf(line.text.substr(0, line.text.find('#')));
         if (words.empty()) continue;
         try {

@@ -14,9 +14,10 @@ namespace wren::system {
 // The arguments of the tool in UTF-8, without its name, from those of main().
 std::vector<std::string> arguments(int argc, char** argv);
 
-// From now on, writing to a closed pipe fails and does not end the tool, and no file takes the
-// place of a standard stream that was closed when the tool started.
-void guardStandardStreams() noexcept;
+// From now on, bytes pass through the standard streams unchanged, so that lines end as they are
+// written; writing to a closed pipe fails and does not end the tool, and no file takes the place of
+// a standard stream that was closed when the tool started.
+void prepareStandardStreams() noexcept;
 
 // As std::signal(); but what waits for a stream does not go on waiting and fails with EINTR.
 using SignalHandler = void (*)(int);
@@ -25,8 +26,8 @@ SignalHandler setSignalHandler(int signal, SignalHandler handler) noexcept;
 // As std::fopen(); null with errno on failure.
 std::FILE* openFile(const std::filesystem::path& path, const char* mode) noexcept;
 
-// From now on, bytes pass through a standard stream unchanged.
-void passBytes(std::FILE* stream) noexcept;
+// Whether a path leads to what is no file that another could replace, such as a device or a pipe.
+bool isDevice(const std::filesystem::path& path);
 
 // Runs the tool anew, with main()'s arguments and one more environment variable, and returns its
 // exit code. Does nothing and returns -1 when the variable has that value already.

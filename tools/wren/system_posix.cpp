@@ -33,7 +33,7 @@ std::vector<std::string> arguments(int argc, char** argv) {
     return {argv + (argc > 0 ? 1 : 0), argv + argc};
 }
 
-void guardStandardStreams() noexcept {
+void prepareStandardStreams() noexcept {
     std::signal(SIGPIPE, SIG_IGN);
     // Opened for reading, so that writing still fails.
     int opened = 0;
@@ -53,7 +53,10 @@ std::FILE* openFile(const std::filesystem::path& path, const char* mode) noexcep
     return std::fopen(path.c_str(), mode);
 }
 
-void passBytes(std::FILE*) noexcept {}
+bool isDevice(const std::filesystem::path& path) {
+    std::error_code ignored;
+    return std::filesystem::is_other(path, ignored);
+}
 
 // Replaces this process, so that whoever started it sees no other.
 int runAgainWith(const char* variable, const char* value, char** argv) {

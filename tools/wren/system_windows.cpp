@@ -2,51 +2,36 @@
 // Behind windows.h, which it needs.
 #include <fcntl.h>
 #include <io.h>
-#include <shellapi.h>
 
+#include <array>
 #include <csignal>
 #include <cstring>
 #include <memory>
+#include <string_view>
 #include <system_error>
 
+#include "sim/windows/unicode.h"
 #include "system.h"
 
 namespace wren::system {
 
 namespace {
 
-struct FreeLocal {
-    void operator()(void* memory) const noexcept { ::LocalFree(memory); }
-};
-
 struct CloseHandle {
     void operator()(HANDLE handle) const noexcept { ::CloseHandle(handle); }
 };
-
-std::string utf8(const wchar_t* text) {
-    const int size = ::WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-    if (size <= 1) return "";
-    std::string converted(static_cast<std::size_t>(size) - 1, '\0');
-    ::WideCharToMultiByte(CP_UTF8, 0, text, -1, converted.data(), size, nullptr, nullptr);
-    return converted;
-}
 
 // Ctrl-C reaches the tool that was run anew, too, and that one decides.
 BOOL WINAPI ignoreCtrlC(DWORD) { return TRUE; }
 
 }  // namespace
 
-std::vector<std::string> arguments(int argc, char** argv) {
-    int count = 0;
-    const std::unique_ptr<wchar_t*, FreeLocal> words(
-        ::CommandLineToArgvW(::GetCommandLineW(), &count));
-    if (!words) return {argv + 1, argv + argc};
-    std::vector<std::string> converted;
-    for (int i = 1; i < count; ++i) converted.push_back(utf8(words.get()[i]));
-    return converted;
-}
+std::vector<std::string> arguments(int, char**) { return quillsim::argumentsInUtf8(); }
 
-void guardStandardStreams() noexcept {}
+void prepareStandardStreams() noexcept {
+    for (std::FILE* const stream : {stdin, stdout, stderr})
+        ::_setmode(::_fileno(stream), _O_BINARY);
+}
 
 SignalHandler setSignalHandler(int signal, SignalHandler handler) noexcept {
     return std::signal(signal, handler);
@@ -57,7 +42,11 @@ std::FILE* openFile(const std::filesystem::path& path, const char* mode) noexcep
     return ::_wfopen(path.c_str(), wideMode.c_str());
 }
 
-void passBytes(std::FILE* stream) noexcept { ::_setmode(::_fileno(stream), _O_BINARY); }
+bool isDevice(const std::filesystem::path& path) {
+    std::array<wchar_t, MAX_PATH> full{};
+    ::GetFullPathNameW(path.c_str(), full.size(), full.data(), nullptr);
+    return std::wstring_view(full.data()).starts_with(LR"(\\.\)");
+}
 
 int runAgainWith(const char* variable, const char* value, char**) {
     char present[64] = "";
@@ -86,20 +75,10 @@ int runAgainWith(const char* variable, const char* value, char**) {
 
 std::string userConfiguration() {
     const wchar_t* const folder = ::_wgetenv(L"APPDATA");
-    return (folder != nullptr ? utf8(folder) : "") + "\\wrenlink\\wren.toml";
+    return (folder != nullptr ? quillsim::toUtf8(folder) : "") + "\\wrenlink\\wren.toml";
 }
 
-// The system's own words are in the code page of its language, names of files within them need not
-// be.
-std::string inUtf8(const std::string& text) {
-    const auto wideSize = [&](UINT codePage, DWORD flags) {
-        return ::MultiByteToWideChar(codePage, flags, text.c_str(), -1, nullptr, 0);
-    };
-    if (wideSize(CP_UTF8, MB_ERR_INVALID_CHARS) > 0) return text;
-    std::wstring wide(static_cast<std::size_t>(wideSize(CP_ACP, 0)), L'\0');
-    ::MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, wide.data(), static_cast<int>(wide.size()));
-    return utf8(wide.c_str());
-}
+std::string inUtf8(const std::string& text) { return quillsim::systemTextInUtf8(text); }
 
 std::string whyNoAdapters() {
     return "Windows lists none: plug one in, or see in Device Manager whether its driver works";

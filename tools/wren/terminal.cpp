@@ -63,7 +63,7 @@ std::vector<std::string> StatusLines::present() const {
 void StatusLines::draw(std::string_view text) noexcept try {
     std::vector<std::string> texts;
     if (isTerminal(stderr)) texts = present();
-    fmt::print(stderr, "{}{}{}", wiping(), text, fmt::join(texts, "\n"));
+    put(stderr, fmt::format("{}{}{}", wiping(), text, fmt::join(texts, "\n")));
     std::fflush(stderr);
     shown = texts.size();
     drawn = std::chrono::steady_clock::now();

@@ -16,6 +16,10 @@ bool isTerminal(std::FILE* stream) noexcept;
 // Whether that terminal takes control sequences, such as those for colours.
 bool takesSequences(std::FILE* stream) noexcept;
 
+// Writes a text in UTF-8 to a standard stream, in any language also on a console that has a code
+// page; false with errno on failure.
+bool put(std::FILE* stream, std::string_view text);
+
 // The size of the terminal behind standard error; the usual one when it does not tell.
 struct Size {
     unsigned columns = 80;

@@ -16,6 +16,10 @@ bool takesSequences(std::FILE* stream) noexcept {
            std::string_view(kind) != "dumb";
 }
 
+bool put(std::FILE* stream, std::string_view text) {
+    return std::fwrite(text.data(), 1, text.size(), stream) == text.size();
+}
+
 Size size() noexcept {
     winsize told{};
     if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &told) != 0 || told.ws_col == 0 || told.ws_row == 0)

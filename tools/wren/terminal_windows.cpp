@@ -2,6 +2,7 @@
 // Behind windows.h, which it needs.
 #include <io.h>
 
+#include "sim/windows/unicode.h"
 #include "terminal.h"
 
 namespace wren::terminal {
@@ -26,6 +27,8 @@ bool takesSequences(std::FILE* stream) noexcept {
     return ::GetConsoleMode(console, &mode) != FALSE &&
            ::SetConsoleMode(console, mode | kSequences) != FALSE;
 }
+
+bool put(std::FILE* stream, std::string_view text) { return quillsim::print(stream, text); }
 
 Size size() noexcept {
     CONSOLE_SCREEN_BUFFER_INFO info{};

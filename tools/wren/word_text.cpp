@@ -45,7 +45,7 @@ void addLine(ImageBuilder& image, const Line& line, std::string_view text) {
 
 Segments parseWordText(std::string_view contents, Endian) {
     ImageBuilder image;
-    for (const Line& line : linesOf(contents)) {
+    for (const Line& line : Lines(contents)) {
         const std::string_view text = line.text.substr(0, line.text.find_first_of("#|"));
         if (!wordsOf(text).empty()) addLine(image, line, text);
     }
