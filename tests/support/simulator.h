@@ -18,6 +18,9 @@ extern const int kNativeErrors[];  // the codes, in this order
 std::string textOf(NativeError error);
 std::string textOf(int nativeCode);
 
+// What a person puts before a line of the simulator's control language.
+extern const char* const kSteering;
+
 // The value of "name=value" in a line of words.
 std::string field(const std::string& line, const std::string& name);
 

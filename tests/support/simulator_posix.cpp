@@ -15,6 +15,7 @@ struct Simulator::Native {
 };
 
 const int kNativeErrors[] = {ENOENT, ECONNREFUSED, ECONNRESET, EPROTO, EINPROGRESS};
+const char* const kSteering = "quillsim --control";
 
 std::string textOf(int nativeCode) { return std::strerror(nativeCode); }
 

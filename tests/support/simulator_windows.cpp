@@ -45,6 +45,7 @@ struct Simulator::Native {
 
 const int kNativeErrors[] = {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_DEVICE_NOT_CONNECTED,
                              ERROR_IO_DEVICE, ERROR_IO_PENDING};
+const char* const kSteering = "quillsim control";
 
 std::string textOf(int nativeCode) {
     std::array<char, 1024> text;

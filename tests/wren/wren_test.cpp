@@ -88,7 +88,8 @@ class WrenTest : public testing::Test {
 
 TEST_F(WrenTest, TellsScriptsHowItEnded) {
     const std::string unread = "[1] wren: error 517: Read failed on USB-SPI";
-    const std::string power = "; check the chip's power and wiring, and try a lower --clock\n";
+    const std::string power = "; check the chip's power and wiring, and try a lower --clock";
+    const std::string look = std::string("; '") + kSteering + " \"log 0\"' shows the exchanges\n";
     std::string closed = textOf(NativeError::closed);
     closed.erase(closed.find_last_not_of("\r\n") + 1);  // the tool keeps an error in one line
     makeFile("script", "set SPICLOCK=500 # slow\n\nwrite 0x20 1 2 3\nread 0x20 4\n");
@@ -142,23 +143,17 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
          "0x0014: expected 0x0009, found 0x0001\n[4] wren: error: 1 of 4 words differ\n"},
         {"quillsim faulty 0 0x8000 0x8000", ""},
         {"quillsim faulty 0 0x8002 0x8004", ""},
-        {"wren read 0x8000 64", unread + " at 0x8000, 0x8002 to 0x8004" + power},
-        {"wren verify --json 0x8003 1 2",
-         R"({"command":"verify","exit":1,"result":{"id":100,"address":32771,"count":2,)"
-         R"("crc32":"abcedafb"},"error":{"code":517,"text":"Read failed on USB-SPI","progress":"",)"
-         R"("hint":"check the chip's power and wiring, and try a lower --clock","address":32771,)"
-         R"("words":[{"address":32771,"count":2}]}})"
-         "\n" +
-             unread + " at 0x8003 to 0x8004" + power},
+        {"wren read 0x8000 64", unread + " at 0x8000, 0x8002 to 0x8004" + power + look},
         {"wren run script2",
-         unread + " at 0x8001 (what the sequence did before that stays done)" + power},
+         unread + " at 0x8001 (what the sequence did before that stays done)" + power + look},
         {"wren read 0 65536 -o bad",
          unread + " at 0x8000, 0x8002 to 0x8004 (after reading at least 32256 of 65536 words)" +
-             power},
+             power + look},
         {"quillsim fault 0 badstatus 0x4101 code=0x4100", ""},
         {"wren mgcmd 1",
          "[1] wren: error 517: MGCMD failed on USB-SPI device; prepare the adapter with --init, "
-         "or look with --any-answer\n"},
+         "or look with --any-answer" +
+             look},
         {"wren run bad",
          "[1] wren: error: cannot use 'bad': line 2: 2 words from 0xffff on would reach beyond "
          "the last word, 0xffff\n"},
@@ -169,8 +164,7 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
         {"wren set SPIMUL=17", "[2] wren: error: SPIMUL takes a whole number, 0 to 16, not '17'\n"},
         {"wren ports --simulate 2",
          "[2] wren: error: '--simulate 2' may mean two things; write --simulate=2, or other "
-         "numbers "
-         "before it\n"},
+         "numbers before it\n"},
         {"wren write 0 -1",
          "[2] wren: error: WORDS: '-1' is not a number from 0 to 65535 (decimal or 0x...); --help "
          "tells what there is\n"},
@@ -191,11 +185,18 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
         {"quillsim fault 0 close code=0x0400", ""},
         {"wren xap", "[5] wren: error 516: " + closed +
                          ": Driver IO failed; check that the adapter is plugged in, then try "
-                         "again\n"},
+                         "again" +
+                         look},
         {"quillsim fault 0 corrupt 9 1 code=0x0100", ""},
         {"wren write 0x10 1 2",
-         "0x0011: expected 0x0002, found 0x0003\n[4] wren: error: 1 of 2 words differ" + power},
+         "0x0011: expected 0x0002, found 0x0003\n[4] wren: error: 1 of 2 words differ" + power +
+             '\n'},
+        {"wren -v --port 0 xap",
+         "running\nwren: selected quill100 at port 0\nwren: asking for the state of the XAP "
+         "processor\n"},
     });
+    EXPECT_THAT(outcome(start("wren verify --json 0x8003 1 2")),
+                HasSubstr(R"("address":32771,"words":[{"address":32771,"count":2}]}})"));
 }
 
 TEST_F(WrenTest, WorksWithTheAdaptersThatAreMeant) {

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "record.h"
+#include "system.h"
 
 namespace wren {
 
@@ -50,6 +51,15 @@ void requireApart(const Adapters& adapters) {
                           fmt::format("adapter {} is named twice", adapter->report.adapter()));
 }
 
+// What went wrong between the host and a simulated adapter can be looked at.
+void showWayToExchanges(const Adapter& adapter, Failure& failure) {
+    const int code = failure.errorCode();
+    if (code != SPIFNS_ERROR_IO && code != SPIFNS_ERROR_ADAPTER) return;
+    const std::string way =
+        system::wayToExchanges(adapter.session.get("SPIPORT"), adapter.context.isSimulated);
+    if (!way.empty()) failure.setHint(failure.hint() + "; " + way);
+}
+
 void workWith(Adapter& adapter, const std::string& name, const Work& work) {
     const auto start = std::chrono::steady_clock::now();
     const std::vector<Setting>& settings = adapter.context.connection.settings;
@@ -62,6 +72,7 @@ void workWith(Adapter& adapter, const std::string& name, const Work& work) {
         work(adapter);
     });
     adapter.turn.give();  // some systems let the thread alone do so that has it
+    if (failure) showWayToExchanges(adapter, *failure);
     if (failure) adapter.report.fail(std::move(*failure));
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     failure = failureOf([&] { record(adapter, taken); });

@@ -31,6 +31,7 @@ struct Connection {
 // What every command is given.
 struct Context {
     Connection connection;
+    bool isSimulated = false;  // the adapters are the tool's own
     DebugText debugText;
     Output output;
     LineFile record;

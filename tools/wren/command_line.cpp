@@ -205,7 +205,7 @@ CLI::App* CommandLine::add(const char* name, const char* purpose, std::function<
 void CommandLine::addRunOptions() {
     app_.add_flag("--json", options_.json, "Print results as one JSON object");
     app_.add_flag("-v,--verbose", options_.verbosity,
-                  "Show the library's debug text; -vv shows all of it");
+                  "Tell each step; -vv tells the library's own text, too");
     app_.add_option("--log", options_.logFile, "Add the debug text to this file, with the time")
         ->type_name("FILE");
     app_.add_option("--record", options_.recordFile,

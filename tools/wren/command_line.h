@@ -15,7 +15,7 @@ namespace wren {
 // What holds for the run as a whole.
 struct RunOptions {
     bool json = false;
-    int verbosity = 0;  // 1: all debug text; 2: the library's full debug text, too
+    int verbosity = 0;  // as DebugText has it
     std::string logFile;
     std::string recordFile;
     unsigned simulatedAdapters = 0;

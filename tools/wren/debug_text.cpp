@@ -21,7 +21,7 @@ void DebugText::tell(std::string_view line) {
 
 void DebugText::take(const std::string& mark, std::string_view text) {
     const std::string line = mark + flattened(text);
-    showsAll_ || text.starts_with("WARNING") ? tell(line) : note(line);
+    verbosity_ > 1 || text.starts_with("WARNING") ? tell(line) : note(line);
 }
 
 void DebugText::note(std::string_view line) {

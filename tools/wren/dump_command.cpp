@@ -71,7 +71,7 @@ Work dumpMemory(const DumpRequest& request, const Context& context) {
         Segment segment{region.address, Words(region.count)};
         if (request.watchSeconds) return watch(adapter, segment, request);
         readSegments(adapter, {&segment, 1});
-        adapter.report.remark("{}, CRC-32 {}\n", placeOf({segment}), crcOf({&segment, 1}));
+        adapter.report.remark("{}, CRC-32 {}\n", placeOf({&segment, 1}), crcOf({&segment, 1}));
         adapter.report.print("{}", hexView(segment));
         fillResult(adapter.report, segment, {});
     };

@@ -86,7 +86,7 @@ Segments loadImage(const ImageSource& source) {
     return segments;
 }
 
-std::string placeOf(const Segments& segments) {
+std::string placeOf(std::span<const Segment> segments) {
     const std::string count = countOf(wordCount(segments));
     const std::uint32_t first = segments.front().address;
     if (segments.size() == 1) return fmt::format("{} from 0x{:04x} on", count, first);

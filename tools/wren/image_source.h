@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -49,7 +50,7 @@ struct ImageSource {
 Segments loadImage(const ImageSource& source);
 
 // "3 words from 0x0100 on", "5 words in 2 pieces from 0x0000 to 0x1234".
-std::string placeOf(const Segments& segments);
+std::string placeOf(std::span<const Segment> segments);
 
 }  // namespace wren
 

@@ -44,7 +44,7 @@ void report(const Failure& failure, const std::string& mark = "") {
 
 void runCommand(const ParsedCommand& command, Context& context) {
     const RunOptions& options = command.options;
-    if (options.verbosity > 0) context.debugText.showAll();
+    context.debugText.show(options.verbosity);
     if (!options.logFile.empty()) context.debugText.logTo(options.logFile);
     if (!options.recordFile.empty()) context.record.open(options.recordFile);
     std::optional<Simulation> simulation;
@@ -52,6 +52,8 @@ void runCommand(const ParsedCommand& command, Context& context) {
         // An interrupted tool shall not leave its adapters behind.
         noteInterrupts();
         simulation.emplace(options.simulatedAdapters, options.captureFile);
+        context.isSimulated = true;
+        context.debugText.step("started the simulated adapters");
     }
     if (const Work work = command.prepare()) workWithAdapters(context, work);
     if (simulation) simulation->finish();

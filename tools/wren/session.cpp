@@ -135,6 +135,7 @@ void Session::select(const std::string& adapter) {
     set({"SPIPORT", std::to_string(*key)});
     // The library selects an adapter that is silent, too.
     checkLastError();
+    step(fmt::format("selected {} at port {}", deviceId(), get("SPIPORT")));
 }
 
 std::uint32_t Session::id() const { return numberIn(deviceId()); }
@@ -161,6 +162,7 @@ void Session::setAll(std::span<const Setting> settings) {
     requireClocks(settings);
     for (const Setting& setting : settings) {
         set(setting);
+        step(fmt::format("set {} to {}", setting.name, shownValue(setting.name, setting.value)));
         if (setting.name == "SPIMAXCLOCK") hasMaximum_ = true;
         if (setting.name != "SPICLOCK") continue;
         const std::string asked = shownValue(setting.name, setting.value);
@@ -201,29 +203,34 @@ void Session::write(std::uint32_t address, std::span<const std::uint16_t> words)
 
 void Session::submit(std::span<SpiAction> actions) {
     if (std::ranges::find(actions, SPIFNS_SETVAR, &SpiAction::type) == actions.end()) heedMaximum();
+    step(fmt::format("sending a sequence of {} actions", actions.size()));
     check(spifns_stream_sequence(stream_, actions.data(),
                                  static_cast<std::uint32_t>(actions.size())));
 }
 
 bool Session::xapStopped() const {
     heedMaximum();
+    step("asking for the state of the XAP processor");
     const spifns_xap_state state = spifns_stream_marigold_xap_stopped(stream_);
     if (state == SPIFNS_XAP_ERROR) throwLastError();
     return state == SPIFNS_XAP_STOPPED;
 }
 
 void Session::command(const std::string& name) {
+    step("sending " + name);
     spifns_clear_last_error();
     spifns_stream_command(stream_, name.c_str());
     checkLastError();
 }
 
 void Session::prepareMgcmd(std::uint16_t first, std::uint16_t second) {
+    step("preparing MGCMD commands");
     check(spifns_stream_mgcmd_init(stream_, first, second));
 }
 
 void Session::mgcmd(std::span<std::uint16_t> words, bool strict) {
     heedMaximum();
+    step(fmt::format("sending an MGCMD command of {} words", words.size()));
     check(spifns_stream_mgcmd_cmd(stream_, words.data(), static_cast<std::uint16_t>(words.size()),
                                   strict ? 1 : 0));
 }

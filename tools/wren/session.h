@@ -45,6 +45,9 @@ class Session {
     // What tells its debug text from that of other sessions.
     void setMark(std::string mark) { mark_ = std::move(mark); }
 
+    // Tells of a step.
+    void step(std::string_view text) const { receiver_.step(mark_ + std::string(text)); }
+
     // The adapters that were found, in the order of their keys.
     std::vector<Port> ports() const;
     // Which adapters could be chosen, or why there are none.

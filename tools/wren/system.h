@@ -40,6 +40,10 @@ std::string userConfiguration();
 // encoding of its own.
 std::string inUtf8(const std::string& text);
 
+// How to look at the exchanges with the simulated adapter at a port, which is the tool's own or
+// serves all hosts; empty when there is no way.
+std::string wayToExchanges(const std::string& port, bool own);
+
 // Why the library may find no adapter here, and what to do about it, in one line.
 std::string whyNoAdapters();
 

@@ -84,6 +84,12 @@ std::string runtimeFolder() {
     return named != nullptr && *named != '\0' ? named : "/run/wrenlink";
 }
 
+std::string wayToExchanges(const std::string& port, bool own) {
+    if (own) return "--capture FILE shows Wireshark the exchanges";
+    if (::access((runtimeFolder() + "/quillsim.control").c_str(), F_OK) != 0) return "";
+    return "'quillsim --control \"log " + port + "\"' shows the exchanges";
+}
+
 std::string whyNoAdapters() {
     const std::string folder = runtimeFolder();
     const std::string adapters = folder + "/adapters";

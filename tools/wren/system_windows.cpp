@@ -80,6 +80,15 @@ std::string userConfiguration() {
 
 std::string inUtf8(const std::string& text) { return quillsim::systemTextInUtf8(text); }
 
+std::string wayToExchanges(const std::string& port, bool own) {
+    HANDLE const simulator = ::CreateFileA(R"(\\.\quillsim)", 0, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                           nullptr, OPEN_EXISTING, 0, nullptr);
+    if (simulator == INVALID_HANDLE_VALUE) return "";
+    ::CloseHandle(simulator);
+    if (own) return "";
+    return "'quillsim control \"log " + port + "\"' shows the exchanges";
+}
+
 std::string whyNoAdapters() {
     return "Windows lists none: plug one in, or see in Device Manager whether its driver works";
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "failure.h"
+#include "image_source.h"
 #include "interruption.h"
 #include "progress.h"
 
@@ -20,13 +21,17 @@ constexpr std::size_t kChunkWords = std::size_t{4} * 504;
 class Pass {
    public:
     Pass(Adapter& adapter, const char* doing, std::size_t total)
-        : doing_(doing), total_(total), bar_(adapter.status, adapter.report.mark() + doing, total) {
+        : session_(adapter.session),
+          doing_(doing),
+          total_(total),
+          bar_(adapter.status, adapter.report.mark() + doing, total) {
         noteInterrupts();
     }
 
     // Calls work(address, chunk) for each chunk in turn.
     template <class SegmentType, class Work>
     void run(std::span<SegmentType> segments, Work work) {
+        session_.step(fmt::format("{} {}", doing_, placeOf(segments)));
         for (SegmentType& segment : segments) {
             const auto words = std::span(segment.words);
             for (std::size_t at = 0; at < words.size();) {
@@ -38,6 +43,7 @@ class Pass {
                 bar_.update(done_);
             }
         }
+        session_.step(fmt::format("{} done", doing_));
     }
 
    private:
@@ -56,6 +62,7 @@ class Pass {
         }
     }
 
+    const Session& session_;
     const char* doing_;
     std::size_t total_;
     std::size_t done_ = 0;
@@ -105,6 +112,7 @@ void read(Session& session, std::uint32_t address, std::span<std::uint16_t> word
     session.read(address, words);
 } catch (Failure& failure) {
     if (failure.errorCode() != SPIFNS_ERROR_ADAPTER) throw;
+    session.step("reading halves of what could not be read");
     const auto narrower = failureOf([&] {
         const auto found =
             unreadableWords(session, {address, static_cast<std::uint32_t>(words.size())});

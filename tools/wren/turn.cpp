@@ -46,6 +46,7 @@ void Turn::wait() {
             told_.tell(fmt::format("waiting for another host at adapter {}", adapter_));
         told = told || waited >= kWhile;
     }
+    told_.step(fmt::format("took the lock of adapter {}", adapter_));
 }
 
 }  // namespace wren
