@@ -11,6 +11,7 @@
 
 #include "debug_text.h"
 #include "output.h"
+#include "progress.h"
 #include "session.h"
 #include "terminal.h"
 #include "turn.h"
@@ -31,6 +32,7 @@ struct Connection {
 // What every command is given.
 struct Context {
     Connection connection;
+    ProgressForm progress = ProgressForm::bar;
     bool isSimulated = false;  // the adapters are the tool's own
     DebugText debugText;
     Output output;

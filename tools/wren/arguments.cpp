@@ -89,6 +89,19 @@ CLI::Option* addRegion(CLI::App* command, const std::function<void(Region)>& tak
         ->type_name("START:COUNT");
 }
 
+void addProgress(CLI::App* app, ProgressForm& form) {
+    static const std::vector<std::string> kForms{"bar", "lines", "json", "none"};
+    app->add_option_function<std::string>(
+           "--progress",
+           [&form](const std::string& name) {
+               form = static_cast<ProgressForm>(std::ranges::find(kForms, name) - kForms.begin());
+           },
+           "How to tell on standard error how far a transfer is: bar (usual, on a terminal alone), "
+           "lines, json or none")
+        ->transform(oneOf(kForms))
+        ->type_name("FORM");
+}
+
 void addRegionChoice(CLI::App* command, RegionChoice& choice) {
     addAddress(command, choice.address);
     command->add_option("COUNT", choice.count, "Number of words")

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "image_source.h"
+#include "progress.h"
 
 namespace wren {
 
@@ -26,6 +27,8 @@ CLI::Option* addAddress(CLI::App* command, std::optional<std::uint32_t>& address
 CLI::Option* addWords(CLI::App* command, const char* name, std::vector<std::uint16_t>& words,
                       const char* purpose);
 CLI::Option* addRegion(CLI::App* command, const std::function<void(Region)>& take);
+// --progress.
+void addProgress(CLI::App* app, ProgressForm& form);
 // ADDR, COUNT and --region.
 void addRegionChoice(CLI::App* command, RegionChoice& choice);
 // --format and --endian.

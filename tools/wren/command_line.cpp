@@ -206,6 +206,7 @@ void CommandLine::addRunOptions() {
     app_.add_flag("--json", options_.json, "Print results as one JSON object");
     app_.add_flag("-v,--verbose", options_.verbosity,
                   "Tell each step; -vv tells the library's own text, too");
+    addProgress(&app_, context_.progress);
     app_.add_option("--log", options_.logFile, "Add the debug text to this file, with the time")
         ->type_name("FILE");
     app_.add_option("--record", options_.recordFile,

@@ -1,5 +1,4 @@
-// A progress bar on standard error, for a person who waits: none when it is no terminal, and none
-// for what is done in no time.
+// How far a transfer is, told on standard error while it goes on.
 //
 // Threads: used by one thread.
 #ifndef WREN_PROGRESS_H
@@ -7,31 +6,41 @@
 
 #include <chrono>
 #include <cstddef>
-#include <string>
-
-#include "terminal.h"
 
 namespace wren {
 
-class ProgressBar {
-   public:
-    // total is the number of words to come.
-    ProgressBar(terminal::StatusLine& line, std::string label, std::size_t total);
-    ProgressBar(const ProgressBar&) = delete;
-    ProgressBar& operator=(const ProgressBar&) = delete;
-    // Wipes the bar.
-    ~ProgressBar() { line_.show(""); }
+struct Adapter;
 
-    // Shows how many words are done, how fast, and how long it will take yet.
+enum class ProgressForm {
+    bar,    // for a person who waits: none off a terminal, and none for what is done in no time
+    lines,  // one a second, and one at the end
+    json,   // an object on each line, four a second, and one at the end
+    none,
+};
+
+class Progress {
+   public:
+    // Of total words, in the form that the adapter's context asks for.
+    Progress(Adapter& adapter, const char* doing, std::size_t total);
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+    // Wipes the bar.
+    ~Progress();
+
+    // Tells how many words are done, how fast, and how long it will take yet.
     void update(std::size_t done);
 
    private:
     using Clock = std::chrono::steady_clock;
+    using Seconds = std::chrono::duration<double>;
 
-    terminal::StatusLine& line_;
-    std::string label_;
+    void show(std::size_t done, double rate, double left);
+
+    Adapter& adapter_;
+    const char* doing_;
     std::size_t total_;
     Clock::time_point start_ = Clock::now();
+    Clock::time_point told_ = start_;
 };
 
 }  // namespace wren

@@ -24,7 +24,7 @@ class Pass {
         : session_(adapter.session),
           doing_(doing),
           total_(total),
-          bar_(adapter.status, adapter.report.mark() + doing, total) {
+          progress_(adapter, doing, total) {
         noteInterrupts();
     }
 
@@ -40,7 +40,7 @@ class Pass {
                 step([&] { work(address, chunk); });
                 at += chunk.size();
                 done_ += chunk.size();
-                bar_.update(done_);
+                progress_.update(done_);
             }
         }
         session_.step(fmt::format("{} done", doing_));
@@ -66,7 +66,7 @@ class Pass {
     const char* doing_;
     std::size_t total_;
     std::size_t done_ = 0;
-    ProgressBar bar_;
+    Progress progress_;
 };
 
 bool canRead(Session& session, const Region& region) try {

@@ -1,4 +1,4 @@
-// Transfers of whole images: cut into chunks that one action can carry, with a progress bar. Ctrl-C
+// Transfers of whole images: cut into chunks that one action can carry, with progress told. Ctrl-C
 // ends them between two chunks.
 //
 // Threads: as the Adapter's. Failures are thrown as Failure and tell how far the transfer got; the

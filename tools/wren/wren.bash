@@ -12,7 +12,7 @@ _wren_complete() {
         run help'
     local options='--port --wait --no-lock --mode --clock --max-clock --mux --read-bits --write-bits
         --simulate --capture
-        --json --verbose --record --log --help --version'
+        --json --progress --verbose --record --log --help --version'
     local variables='SPIPORT QUILLMODE SPI_DELAY SPICLOCK SPIMUL SPICMDBITS SPICMDREADBITS
         SPICMDWRITEBITS SPIMAXCLOCK'
     local i
@@ -25,6 +25,7 @@ _wren_complete() {
     local words=
     case $before in
         --mode) words='SPI JTAG' ;;
+        --progress) words='bar lines json none' ;;
         --format) words='raw hex text' ;;
         --endian) words='little big' ;;
         --region) words='all' ;;
