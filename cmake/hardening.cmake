@@ -8,7 +8,8 @@ if(WIN32)
 endif()
 
 include(CheckCXXCompilerFlag)
-foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection)
+foreach(flag
+    -fstack-protector-strong -fstack-clash-protection -fcf-protection -mbranch-protection=standard)
   check_cxx_compiler_flag(${flag} COMPILER_KNOWS${flag})
   if(COMPILER_KNOWS${flag})
     list(APPEND hardening ${flag})
