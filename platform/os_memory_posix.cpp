@@ -145,6 +145,12 @@ void* FileMapping::map(std::size_t size) noexcept {
 
 void FileMapping::unmap(void* view, std::size_t size) noexcept { ::munmap(view, size); }
 
-void FileMapping::close() noexcept { closeUnshared(handle_); }
+// Closing alone would not do: a child that has just been made may still have its copy.
+void FileMapping::close() noexcept {
+    const int error = errno;
+    if (valid()) ::flock(descriptorOf(handle_), LOCK_UN);
+    errno = error;
+    closeUnshared(handle_);
+}
 
 }  // namespace wrenlink::os

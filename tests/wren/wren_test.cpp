@@ -397,11 +397,11 @@ TEST_F(WrenTest, ShowsWhatChangesUnderAWatch) {
         EndsWith("|\n0008:  0000 4142*0000 0000 0000 0000 0000 0000  |..BA............|\n"));
 
     Program ports = start("wren ports --await 2 --watch=0.02");
-    await("200  ");
+    awaitPrinted("200  ");
     simulator_.control("unplug 1");
-    await("adapter 200 went\n");
+    awaitPrinted("adapter 200 went\n");
     simulator_.control("plug 1");
-    await("adapter 200 came\n");
+    awaitPrinted("adapter 200 came\n");
     ports.interrupt();
     EXPECT_EQ(ports.wait(), 0);
     EXPECT_THAT(outcome(start("wren ports --await 3 --wait 0")),
