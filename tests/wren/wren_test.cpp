@@ -92,6 +92,7 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
     const std::string look = std::string("; '") + kSteering + " \"log 0\"' shows the exchanges\n";
     std::string closed = textOf(NativeError::closed);
     closed.erase(closed.find_last_not_of("\r\n") + 1);  // the tool keeps an error in one line
+    makeFile("apart.txt", "20: 1\n8000: 5\n9000: 6\n");
     makeFile("script", "set SPICLOCK=500 # slow\n\nwrite 0x20 1 2 3\nread 0x20 4\n");
     makeFile("script2", "read 0 1\nread 0x8001 9\n");
     makeFile("fast", "write 0 1\nset SPI_DELAY=3\n");
@@ -143,6 +144,7 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
          "0x0014: expected 0x0009, found 0x0001\n[4] wren: error: 1 of 4 words differ\n"},
         {"quillsim faulty 0 0x8000 0x8000", ""},
         {"quillsim faulty 0 0x8002 0x8004", ""},
+        {"wren verify -i apart.txt", unread + " at 0x8000" + power + look},
         {"wren read 0x8000 64", unread + " at 0x8000, 0x8002 to 0x8004" + power + look},
         {"wren run script2",
          unread + " at 0x8001 (what the sequence did before that stays done)" + power + look},
@@ -248,6 +250,34 @@ TEST_F(WrenTest, WorksWithTheAdaptersThatAreMeant) {
     setEnvironment("WREN_PORT", "");
     fs::remove("../wrenlink/wren.toml");
     expect({{"quillsim unplug 0", ""}, {"wren xap", "running\n"}});
+}
+
+TEST_F(WrenTest, WritesOnlyWhatDiffers) {
+    makeFile("apart.txt", "10: 1 9 3\n20: 4\n8000: 5\n");
+    expect({
+        {"wren write 0x10 1 2 3",
+         "adapter 100: 3 words from 0x0010 on written and verified, CRC-32 fbbae94e\n"},
+        {"wren write -i apart.txt --changed --dry-run",
+         "0x0011: 1 word\n0x0020: 1 word\n0x8000: 1 word\n"
+         "adapter 100: 3 words in 3 pieces from 0x0011 to 0x8000 would be written\n"},
+        {"wren read 0x11 1", "# adapter 100: 1 word from 0x0011 on, CRC-32 73ef707d\n0011: 0002\n"},
+    });
+    simulator_.takeFrames();
+    expect(
+        {{"wren write -i apart.txt --changed",
+          "adapter 100: 3 words in 3 pieces from 0x0011 to 0x8000 written and verified, 2 of 5 (40 "
+          "%) left as they were, CRC-32 678609df\n"}});
+    const std::vector<std::string> frames = simulator_.takeFrames();
+    EXPECT_EQ(std::ranges::count_if(frames,
+                                    [](const std::string& frame) {
+                                        return frame.find("02000011000100090000020000200001") !=
+                                               std::string::npos;
+                                    }),
+              1);
+    expect({
+        {"wren write -i apart.txt --changed",
+         "adapter 100: nothing written, 5 of 5 (100 %) left as they were, CRC-32 678609df\n"},
+    });
 }
 
 TEST_F(WrenTest, KeepsARecord) {

@@ -63,6 +63,7 @@ class CommandLine {
     void addSetting(const char* option, const char* variable, const char* metavar,
                     const char* purpose);
     void addSource(CLI::App* command, ImageSource& source);
+    static void addManner(CLI::App* command, WriteManner& manner);
     void addRunOptions();
     void addConnectionOptions();
     void addInspection();
@@ -310,6 +311,15 @@ void CommandLine::addSource(CLI::App* command, ImageSource& source) {
     addFormat(command, source.format);
 }
 
+void CommandLine::addManner(CLI::App* command, WriteManner& manner) {
+    command->add_flag_callback(
+        "--no-verify", [&manner] { manner.verify = false; }, "Do not read back and compare");
+    command->add_flag("--changed", manner.changedOnly,
+                      "Read first, and write only the words that differ");
+    command->add_flag("--dry-run", manner.dryRun,
+                      "Write nothing; tell what would be written where");
+}
+
 void CommandLine::addWriting() {
     CLI::App* write =
         add("write", "Write words and verify them", [this] { return writeMemory(write_); });
@@ -320,12 +330,8 @@ void CommandLine::addWriting() {
     fill->add_option("WORDS", fill_.numbers, "ADDR and COUNT, without --region; then the pattern")
         ->transform(wholeNumberIn(0, kMemoryWords))
         ->type_name("");
-    const auto addNoVerify = [](CLI::App* command, bool& verify) {
-        command->add_flag_callback(
-            "--no-verify", [&verify] { verify = false; }, "Do not read back and compare");
-    };
-    addNoVerify(write, write_.verify);
-    addNoVerify(fill, fill_.verify);
+    addManner(write, write_.manner);
+    addManner(fill, fill_.manner);
 
     CLI::App* verify = add("verify", "Compare the chip with words or a file",
                            [this] { return compareMemory(compare_); });

@@ -29,9 +29,16 @@ struct ReadRequest {
     FormatChoice format;
 };
 
+// How words are written.
+struct WriteManner {
+    bool verify = true;
+    bool changedOnly = false;  // those that differ from what is there
+    bool dryRun = false;       // not at all: what would be written is told
+};
+
 struct WriteRequest {
     ImageSource source;
-    bool verify = true;
+    WriteManner manner;
 };
 
 struct CompareRequest {
@@ -44,7 +51,7 @@ struct FillRequest {
     // The pattern, which is repeated from the region's start on; before it, unless that is known,
     // the region's address and count.
     std::vector<std::uint32_t> numbers;
-    bool verify = true;
+    WriteManner manner;
 };
 
 struct DumpRequest {

@@ -22,6 +22,15 @@ std::string crcOf(std::span<const Segment> segments) {
     return fmt::format("{:08x}", crc);
 }
 
+Segments differing(const Segments& segments, const Segments& others) {
+    ImageBuilder different;
+    for (std::size_t i = 0; i < segments.size(); ++i)
+        for (std::size_t at = 0; at < segments[i].words.size(); ++at)
+            if (segments[i].words[at] != others[i].words[at])
+                different.add(segments[i].address + at, segments[i].words[at]);
+    return different.segments();
+}
+
 bool ImageBuilder::add(std::uint64_t address, std::uint16_t word) {
     if (address >= kMemoryWords || held_[address]) return false;
     words_[address] = word;

@@ -29,6 +29,9 @@ std::size_t wordCount(std::span<const Segment> segments) noexcept;
 // other tools make of a raw file of these words.
 std::string crcOf(std::span<const Segment> segments);
 
+// The words of some segments that are not the same in others, which have the same places.
+Segments differing(const Segments& segments, const Segments& others);
+
 // Gathers words in any order.
 class ImageBuilder {
    public:

@@ -19,50 +19,79 @@ std::string fileFor(std::string name, const Report& report) {
                                       : name;
 }
 
-Json jsonOf(const Comparison& comparison) {
-    Json list = Json::array();
-    for (const Difference& word : comparison.first)
-        list.push_back(
-            {{"address", word.address}, {"expected", word.expected}, {"found", word.found}});
-    return list;
+Segments readInPlaceOf(const Segments& image, Adapter& adapter) {
+    Segments found = image;
+    readSegments(adapter, found, "comparing");
+    return found;
 }
 
-// Compares the chip with an image, shows the first differences, and throws when there are any.
+// Shows the first words that differ, as expected and as found.
+void showDifferences(Report& report, const Segments& expected, const Segments& found,
+                     std::size_t most) {
+    report.result()["differing"] = wordCount(expected);
+    Json& list = report.result()["differences"] = Json::array();
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        for (std::size_t at = 0; at < expected[i].words.size() && list.size() < most; ++at) {
+            const std::size_t address = expected[i].address + at;
+            const std::uint16_t wanted = expected[i].words[at];
+            const std::uint16_t there = found[i].words[at];
+            report.print("0x{:04x}: expected 0x{:04x}, found 0x{:04x}\n", address, wanted, there);
+            list.push_back({{"address", address}, {"expected", wanted}, {"found", there}});
+        }
+    }
+}
+
+// Compares the chip with an image, and throws when it differs.
 void requireSame(Adapter& adapter, const Segments& image, std::size_t mostListed) {
-    const Comparison comparison = compareSegments(adapter, image, mostListed);
-    Json& result = adapter.report.result();
-    result["differing"] = comparison.differing;
-    result["differences"] = jsonOf(comparison);
-    if (comparison.differing == 0) return;
-    for (const Difference& word : comparison.first)
-        adapter.report.print("0x{:04x}: expected 0x{:04x}, found 0x{:04x}\n", word.address,
-                             word.expected, word.found);
+    const Segments found = readInPlaceOf(image, adapter);
+    const Segments expected = differing(image, found);
+    showDifferences(adapter.report, expected, differing(found, image), mostListed);
+    if (expected.empty()) return;
     const std::string differ =
-        fmt::format("{} of {} words differ", comparison.differing, wordCount(image));
+        fmt::format("{} of {} words differ", wordCount(expected), wordCount(image));
     if (adapter.turn.isHeld()) throw Failure(ExitCode::differs, differ);
     throw Failure(ExitCode::differs, "another host may have been at work: " + differ,
                   "let others finish, and try again");
 }
 
-// Writes an image, compares it if asked to, and reports.
-Work writeImage(Segments image, bool verify, const char* done) {
-    return [image = std::move(image), verify, done](Adapter& adapter) {
-        Json& result = adapter.report.result();
-        adapter.report.setMemory(image);
-        writeSegments(adapter, image);
-        result["written"] = wordCount(image);
-        result["verified"] = verify;
-        if (verify) {
-            try {
-                requireSame(adapter, image, CompareRequest().mostListed);
-            } catch (Failure& failure) {
-                if (failure.exitCode() == ExitCode::differs && failure.hint().empty())
-                    failure.setHint(remedyFor(SPIFNS_ERROR_ADAPTER).hint);
-                throw;
-            }
-        }
-        adapter.report.say("{} {}{}, CRC-32 {}\n", placeOf(image), done,
-                           verify ? " and verified" : "", crcOf(image));
+void verify(Adapter& adapter, const Segments& written) try {
+    requireSame(adapter, written, CompareRequest().mostListed);
+} catch (Failure& failure) {
+    if (failure.exitCode() == ExitCode::differs && failure.hint().empty())
+        failure.setHint(remedyFor(SPIFNS_ERROR_ADAPTER).hint);
+    throw;
+}
+
+// Tells what would be written where.
+void tellPlan(Report& report, const Segments& pieces, const char* done) {
+    Json& list = report.result()["would_write"] = Json::array();
+    for (const Segment& piece : pieces) {
+        report.print("0x{:04x}: {}\n", piece.address, countOf(piece.words.size()));
+        list.push_back({{"address", piece.address}, {"count", piece.words.size()}});
+    }
+    report.say("{} would be {}\n", pieces.empty() ? "nothing" : placeOf(pieces), done);
+}
+
+// Writes an image as the user wants it, and reports.
+Work writeImage(Segments image, const WriteManner& manner, const char* done) {
+    return [image = std::move(image), &manner, done](Adapter& adapter) {
+        Report& report = adapter.report;
+        report.setMemory(image);
+        const Segments pieces =
+            manner.changedOnly ? differing(image, readInPlaceOf(image, adapter)) : image;
+        report.result()["written"] = manner.dryRun ? 0 : wordCount(pieces);
+        if (manner.dryRun) return tellPlan(report, pieces, done);
+        writeSegments(adapter, pieces);
+        report.result()["verified"] = manner.verify;
+        if (manner.verify) verify(adapter, pieces);
+        const std::size_t total = wordCount(image);
+        const std::size_t left = total - wordCount(pieces);
+        const std::string saved = manner.changedOnly
+                                      ? fmt::format(", {} of {} ({} %) left as they were", left,
+                                                    total, 100 * left / total)
+                                      : "";
+        report.say("{} {}{}{}, CRC-32 {}\n", pieces.empty() ? "nothing" : placeOf(pieces), done,
+                   manner.verify && !pieces.empty() ? " and verified" : "", saved, crcOf(image));
     };
 }
 
@@ -101,7 +130,7 @@ Work readMemory(const ReadRequest& request, const Context& context) {
 }
 
 Work writeMemory(const WriteRequest& request) {
-    return writeImage(loadImage(request.source), request.verify, "written");
+    return writeImage(loadImage(request.source), request.manner, "written");
 }
 
 Work fillMemory(const FillRequest& request) {
@@ -117,7 +146,7 @@ Work fillMemory(const FillRequest& request) {
     Segment segment{region.address, {}};
     for (std::size_t i = 0; i < region.count; ++i)
         segment.words.push_back(static_cast<std::uint16_t>(numbers[i % numbers.size()]));
-    return writeImage({std::move(segment)}, request.verify, "filled");
+    return writeImage({std::move(segment)}, request.manner, "filled");
 }
 
 Work compareMemory(const CompareRequest& request) {

@@ -193,14 +193,6 @@ void Session::read(std::uint32_t address, std::span<std::uint16_t> words) {
     check(spifns_stream_sequence(stream_, &action, 1));
 }
 
-void Session::write(std::uint32_t address, std::span<const std::uint16_t> words) {
-    heedMaximum();
-    // One record serves both directions; a write only takes from it.
-    auto* data = const_cast<std::uint16_t*>(words.data());
-    SpiAction action = memoryAction(SPIFNS_WRITE, address, data, words.size());
-    check(spifns_stream_sequence(stream_, &action, 1));
-}
-
 void Session::submit(std::span<SpiAction> actions) {
     if (std::ranges::find(actions, SPIFNS_SETVAR, &SpiAction::type) == actions.end()) heedMaximum();
     step(fmt::format("sending a sequence of {} actions", actions.size()));

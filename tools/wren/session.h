@@ -71,9 +71,8 @@ class Session {
     // The value of a variable; where the adapter must be asked, its failure is thrown.
     std::string get(const std::string& name) const;
 
-    // Reads or writes words.size() words, at most 65535, from an address on.
+    // Reads words.size() words, at most 65535, from an address on.
     void read(std::uint32_t address, std::span<std::uint16_t> words);
-    void write(std::uint32_t address, std::span<const std::uint16_t> words);
     // Carries out any actions as one sequence.
     void submit(std::span<SpiAction> actions);
 

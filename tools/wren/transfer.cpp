@@ -14,8 +14,9 @@ namespace wren {
 namespace {
 
 // What fills four exchanges with the adapter: large enough to keep it busy, small enough for a bar
-// that moves and a Ctrl-C that is heard.
+// that moves and a Ctrl-C that is heard. A further piece costs as much as some words more.
 constexpr std::size_t kChunkWords = std::size_t{4} * 504;
+constexpr std::size_t kPieceWords = 4;
 
 // One pass over the words of all segments.
 class Pass {
@@ -28,21 +29,34 @@ class Pass {
         noteInterrupts();
     }
 
-    // Calls work(address, chunk) for each chunk in turn.
-    template <class SegmentType, class Work>
-    void run(std::span<SegmentType> segments, Work work) {
+    // Calls work(actions) for each chunk in turn; the actions have this type. Those that read fill
+    // the segments, which must not be constants then.
+    template <class Work>
+    void run(std::uint32_t type, std::span<const Segment> segments, Work work) {
+        if (segments.empty()) return;
         session_.step(fmt::format("{} {}", doing_, placeOf(segments)));
-        for (SegmentType& segment : segments) {
-            const auto words = std::span(segment.words);
-            for (std::size_t at = 0; at < words.size();) {
-                const auto chunk = words.subspan(at, std::min(kChunkWords, words.size() - at));
-                const std::uint32_t address = segment.address + static_cast<std::uint32_t>(at);
-                step([&] { work(address, chunk); });
-                at += chunk.size();
-                done_ += chunk.size();
-                progress_.update(done_);
+        std::vector<SpiAction> actions;
+        std::size_t taken = 0;
+        const auto finishChunk = [&] {
+            if (actions.empty()) return;
+            step([&] { work(actions); });
+            for (const SpiAction& action : actions) done_ += action.u.memory.length;
+            progress_.update(done_);
+            actions.clear();
+            taken = 0;
+        };
+        for (const Segment& segment : segments) {
+            auto* const words = const_cast<std::uint16_t*>(segment.words.data());
+            for (std::size_t at = 0; at < segment.words.size();) {
+                const std::size_t count = std::min(kChunkWords - taken, segment.words.size() - at);
+                actions.push_back(memoryAction(
+                    type, segment.address + static_cast<std::uint32_t>(at), words + at, count));
+                at += count;
+                taken += count + kPieceWords;
+                if (taken >= kChunkWords) finishChunk();
             }
         }
+        finishChunk();
         session_.step(fmt::format("{} done", doing_));
     }
 
@@ -90,10 +104,9 @@ std::vector<Region> unreadableHalves(Session& session, const std::vector<Region>
     return unreadable;
 }
 
-// The words of a region that cannot be read; with others near them when they are very many.
-std::vector<Region> unreadableWords(Session& session, const Region& whole) {
+// The words of regions that cannot be read; with others near them when they are very many.
+std::vector<Region> unreadableWords(Session& session, std::vector<Region> regions) {
     constexpr std::size_t kVeryMany = 256;
-    std::vector<Region> regions{whole};
     while (regions.size() <= kVeryMany && !interrupted() &&
            std::ranges::any_of(regions, [](const Region& region) { return region.count > 1; }))
         regions = unreadableHalves(session, regions);
@@ -108,14 +121,18 @@ std::vector<Region> unreadableWords(Session& session, const Region& whole) {
 }
 
 // Names the words that cannot be read, if the adapter says that there are such.
-void read(Session& session, std::uint32_t address, std::span<std::uint16_t> words) try {
-    session.read(address, words);
+void read(Session& session, std::span<SpiAction> actions) try {
+    session.submit(actions);
 } catch (Failure& failure) {
     if (failure.errorCode() != SPIFNS_ERROR_ADAPTER) throw;
     session.step("reading halves of what could not be read");
     const auto narrower = failureOf([&] {
-        const auto found =
-            unreadableWords(session, {address, static_cast<std::uint32_t>(words.size())});
+        std::vector<Region> regions;
+        for (const SpiAction& action : actions)
+            if (const Region region{action.u.memory.address, action.u.memory.length};
+                actions.size() == 1 || !canRead(session, region))
+                regions.push_back(region);
+        const auto found = unreadableWords(session, std::move(regions));
         if (!found.empty()) failure.setWords(found);
     });
     throw;
@@ -123,35 +140,16 @@ void read(Session& session, std::uint32_t address, std::span<std::uint16_t> word
 
 }  // namespace
 
-void readSegments(Adapter& adapter, std::span<Segment> segments) {
-    Pass(adapter, "reading", wordCount(segments))
-        .run(segments, [&](std::uint32_t address, std::span<std::uint16_t> chunk) {
-            read(adapter.session, address, chunk);
-        });
+void readSegments(Adapter& adapter, std::span<Segment> segments, const char* doing) {
+    Pass(adapter, doing, wordCount(segments))
+        .run(SPIFNS_READ, segments,
+             [&](std::span<SpiAction> actions) { read(adapter.session, actions); });
 }
 
 void writeSegments(Adapter& adapter, std::span<const Segment> segments) {
     Pass(adapter, "writing", wordCount(segments))
-        .run(segments, [&](std::uint32_t address, std::span<const std::uint16_t> chunk) {
-            adapter.session.write(address, chunk);
-        });
-}
-
-Comparison compareSegments(Adapter& adapter, std::span<const Segment> expected,
-                           std::size_t mostListed) {
-    Comparison comparison;
-    const auto compare = [&](std::uint32_t address, std::span<const std::uint16_t> chunk) {
-        std::vector<std::uint16_t> found(chunk.size());
-        read(adapter.session, address, found);
-        for (std::size_t i = 0; i < chunk.size(); ++i) {
-            if (chunk[i] == found[i]) continue;
-            if (comparison.differing++ < mostListed)
-                comparison.first.push_back(
-                    {address + static_cast<std::uint32_t>(i), chunk[i], found[i]});
-        }
-    };
-    Pass(adapter, "comparing", wordCount(expected)).run(expected, compare);
-    return comparison;
+        .run(SPIFNS_WRITE, segments,
+             [&](std::span<SpiAction> actions) { adapter.session.submit(actions); });
 }
 
 }  // namespace wren

@@ -41,8 +41,8 @@ _wren_complete() {
                 ports) words="--await --watch $options" ;;
                 read) words="--region --output --format --endian $options" ;;
                 dump) words="--region --watch --looks $options" ;;
-                write) words="--region --input --format --endian --no-verify $options" ;;
-                fill) words="--region --no-verify $options" ;;
+                write) words="--region --input --format --endian --no-verify --changed --dry-run $options" ;;
+                fill) words="--region --no-verify --changed --dry-run $options" ;;
                 verify) words="--region --input --format --endian $options" ;;
                 diff) words="--region --format --endian --most $options" ;;
                 speed) words="--seconds $options" ;;
