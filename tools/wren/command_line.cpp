@@ -208,7 +208,7 @@ void CommandLine::addRunOptions() {
     app_.add_flag("-v,--verbose", options_.verbosity,
                   "Tell each step; -vv tells the library's own text, too");
     addProgress(&app_, context_.progress);
-    app_.add_option("--log", options_.logFile, "Add the debug text to this file, with the time")
+    app_.add_option("--log", options_.logFile, "Add each step and the library's text to this file, with the time")
         ->type_name("FILE");
     app_.add_option("--record", options_.recordFile,
                     "Add a line of JSON to this file for each adapter that the command worked with")
