@@ -31,6 +31,9 @@ void writeTo(int stream, const std::filesystem::path& file) {
 
 Program::Program(std::vector<std::string> words, const std::filesystem::path& output,
                  const std::filesystem::path& errors) {
+#ifdef EMULATOR
+    words.insert(words.begin(), EMULATOR);
+#endif
     std::vector<char*> pointers;
     for (std::string& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
