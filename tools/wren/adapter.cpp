@@ -36,10 +36,9 @@ std::vector<std::string> namesOf(const std::string& asked, const std::vector<Por
             ExitCode::usage, fmt::format("{} adapters, and none is named", ports.size()),
             fmt::format("choose with --port, WREN_PORT or wren.toml; {}", session.choices()));
     if (!asked.empty() && asked != "all") return namesIn(asked);
+    if (ports.empty()) throw Failure(ExitCode::noAdapter, "no adapters found", session.choices());
     std::vector<std::string> names;
     for (const Port& port : ports) names.push_back(std::to_string(port.key));
-    // The library says that there is none.
-    if (names.empty()) names.emplace_back("0");
     return names;
 }
 

@@ -32,7 +32,7 @@ struct Variable {
 constexpr double kNoLimit = std::numeric_limits<double>::infinity();
 
 constexpr std::array kVariables{
-    Variable{"SPIPORT", true, Kind::whole, 0, 0xFFFFFFFF},
+    Variable{"SPIPORT", true, Kind::other, 0, 0},  // --port names the adapter
     Variable{"QUILLMODE", false, Kind::mode, 0, 0},
     Variable{"SPI_DELAY", true, Kind::steps, 0, 0xFFFE},
     Variable{"SPICLOCK", true, Kind::clock, 0.1211, kNoLimit},
