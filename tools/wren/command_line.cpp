@@ -7,10 +7,10 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
-#include <numeric>
 #include <sstream>
 
 #include "arguments.h"
+#include "choices.h"
 #include "debug_text.h"
 #include "failure.h"
 #include "files.h"
@@ -33,19 +33,6 @@ std::string footerText() {
     return text;
 }
 
-// How many letters have to change, come or go to make one word of the other.
-std::size_t distance(std::string_view from, std::string_view to) {
-    std::vector<std::size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (const char letter : from) {
-        std::size_t diagonal = std::exchange(row[0], row[0] + 1);
-        for (std::size_t i = 0; i < to.size(); ++i)
-            diagonal = std::exchange(row[i + 1], std::min({row[i] + 1, row[i + 1] + 1,
-                                                           diagonal + (letter == to[i] ? 0 : 1)}));
-    }
-    return row.back();
-}
-
 class CommandLine {
    public:
     explicit CommandLine(Context& context);
@@ -60,8 +47,6 @@ class CommandLine {
 
    private:
     CLI::App* add(const char* name, const char* purpose, std::function<Work()> command);
-    void addSetting(const char* option, const char* variable, const char* metavar,
-                    const char* purpose);
     void addSource(CLI::App* command, ImageSource& source);
     static void addManner(CLI::App* command, WriteManner& manner);
     void addRunOptions();
@@ -71,7 +56,7 @@ class CommandLine {
     void addWriting();
     void addVariables();
     void addChipCommands();
-    std::vector<std::string> commandNames() const;
+    std::vector<std::string_view> commandNames() const;
     void joinNumbers(std::vector<std::string>& arguments) const;
     void requireKnownCommand() const;
     void readConfiguration();
@@ -159,8 +144,8 @@ void CommandLine::configure(const std::string& file, const CLI::ConfigItem& item
         throw Failure(ExitCode::usage, fmt::format("cannot use '{}': {}", file, failure->what()));
 }
 
-std::vector<std::string> CommandLine::commandNames() const {
-    std::vector<std::string> names;
+std::vector<std::string_view> CommandLine::commandNames() const {
+    std::vector<std::string_view> names;
     for (const CLI::App* command : app_.get_subcommands(nullptr))
         names.push_back(command->get_name());
     return names;
@@ -184,14 +169,8 @@ void CommandLine::joinNumbers(std::vector<std::string>& arguments) const {
 void CommandLine::requireKnownCommand() const {
     const std::vector<std::string> rest = app_.remaining();
     if (!app_.get_subcommands().empty() || rest.empty() || rest.front().starts_with('-')) return;
-    const std::string& word = rest.front();
-    const std::vector<std::string> names = commandNames();
-    const auto nearest = std::ranges::min_element(
-        names, {}, [&](const std::string& name) { return distance(word, name); });
-    const bool isNear = distance(word, *nearest) <= std::max<std::size_t>(1, word.size() / 2);
-    throw Failure(ExitCode::usage, fmt::format("no command '{}'", word),
-                  isNear ? fmt::format("did you mean {}?", *nearest)
-                         : fmt::format("there are {}", fmt::join(names, ", ")));
+    throw Failure(ExitCode::usage, fmt::format("no command '{}'", rest.front()),
+                  choicesFor(rest.front(), commandNames()));
 }
 
 CLI::App* CommandLine::add(const char* name, const char* purpose, std::function<Work()> command) {
@@ -208,7 +187,8 @@ void CommandLine::addRunOptions() {
     app_.add_flag("-v,--verbose", options_.verbosity,
                   "Tell each step; -vv tells the library's own text, too");
     addProgress(&app_, context_.progress);
-    app_.add_option("--log", options_.logFile, "Add each step and the library's text to this file, with the time")
+    app_.add_option("--log", options_.logFile,
+                    "Add each step and the library's text to this file, with the time")
         ->type_name("FILE");
     app_.add_option("--record", options_.recordFile,
                     "Add a line of JSON to this file for each adapter that the command worked with")
@@ -225,18 +205,21 @@ void CommandLine::addRunOptions() {
         ->type_name("FILE");
 }
 
-void CommandLine::addSetting(const char* option, const char* variable, const char* metavar,
-                             const char* purpose) {
-    app_.add_option_function<std::string>(
-            option,
-            [this, variable](const std::string& value) {
-                context_.connection.settings.push_back(makeSetting(variable, value));
-            },
-            purpose)
-        ->type_name(metavar);
-}
+// The options that stand for settings, which are made in this order.
+constexpr struct {
+    const char* option;
+    const char* variable;
+    const char* metavar;
+    const char* purpose;
+} kSettingOptions[] = {
+    {"--mode", "QUILLMODE", "MODE", "Interface mode: SPI or JTAG"},
+    {"--max-clock", "SPIMAXCLOCK", "KHZ", "Refuse to work at an SPI clock above this one (1070)"},
+    {"--clock", "SPICLOCK", "KHZ", "SPI clock; the adapter takes the nearest it has"},
+    {"--mux", "SPIMUL", "N", "Multiplexed device, 0 to 16"},
+    {"--read-bits", "SPICMDREADBITS", "BITS", "Command bits of reads"},
+    {"--write-bits", "SPICMDWRITEBITS", "BITS", "Command bits of writes"},
+};
 
-// Settings are made in this order.
 void CommandLine::addConnectionOptions() {
     app_.add_option("--port", context_.connection.port,
                     "Adapter: its key or id as 'wren ports' lists them; several with commas "
@@ -253,13 +236,12 @@ void CommandLine::addConnectionOptions() {
             context_.connection.turn.mostSeconds = decimalNumber(text);
         })
         ->type_name("SECONDS");
-    addSetting("--mode", "QUILLMODE", "MODE", "Interface mode: SPI or JTAG");
-    addSetting("--max-clock", "SPIMAXCLOCK", "KHZ",
-               "Refuse to work at an SPI clock above this one (1070)");
-    addSetting("--clock", "SPICLOCK", "KHZ", "SPI clock; the adapter takes the nearest it has");
-    addSetting("--mux", "SPIMUL", "N", "Multiplexed device, 0 to 16");
-    addSetting("--read-bits", "SPICMDREADBITS", "BITS", "Command bits of reads");
-    addSetting("--write-bits", "SPICMDWRITEBITS", "BITS", "Command bits of writes");
+    for (const auto& [option, variable, metavar, purpose] : kSettingOptions) {
+        const auto take = [this, name = variable](const std::string& value) {
+            context_.connection.settings.push_back(makeSetting(name, value));
+        };
+        app_.add_option_function<std::string>(option, take, purpose)->type_name(metavar);
+    }
 }
 
 void CommandLine::addInspection() {

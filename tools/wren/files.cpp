@@ -28,12 +28,12 @@ constexpr std::string_view kStandardStream = "-";
 std::string readAll(std::FILE* file, const std::string& name) {
     constexpr std::size_t kMostBytes = 64u << 20;
     std::string contents;
-    for (std::size_t size = 1; size > 0 && contents.size() <= kMostBytes;) {
+    for (std::size_t size = 1; size > 0 && !interrupted() && contents.size() <= kMostBytes;) {
         char buffer[65536];
         size = std::fread(buffer, 1, sizeof buffer, file);
         contents.append(buffer, size);
     }
-    if (std::ferror(file) != 0) failWithErrno("read", name);
+    if (interrupted() || std::ferror(file) != 0) failWithErrno("read", name);
     if (contents.size() > kMostBytes) fail("use", name, "it is larger than 64 MiB");
     return contents;
 }

@@ -1,7 +1,6 @@
 #include "settings.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
@@ -11,6 +10,7 @@
 #include <span>
 #include <vector>
 
+#include "choices.h"
 #include "clocks.h"
 #include "failure.h"
 #include "number.h"
@@ -62,7 +62,7 @@ std::string oneOf(std::span<const std::string_view> candidates, std::string_view
     std::string upper = upperCase(text);
     if (std::ranges::find(candidates, upper) != candidates.end()) return upper;
     throw Failure(ExitCode::usage,
-                  fmt::format("no {} '{}'; there are {}", what, text, fmt::join(candidates, ", ")));
+                  fmt::format("no {} '{}'; {}", what, text, choicesFor(upper, candidates)));
 }
 
 const Variable& variableOf(std::string_view name) {
