@@ -252,9 +252,8 @@ void CommandLine::addInspection() {
         ->type_name("N");
     addWatch(ports, "Look again every SECONDS (1) and tell which come and go, until Ctrl-C",
              ports_.watchSeconds);
-    add("info", "Show the adapter, its settings and the chip's state",
-        [this] { return showInfo(); });
-    add("xap", "Tell whether the chip's XAP processor runs", [this] { return showXapState(); });
+    add("info", "Show the adapter, its settings and the chip's state", [] { return showInfo(); });
+    add("xap", "Tell whether the chip's XAP processor runs", [] { return showXapState(); });
     CLI::App* speed = add("speed", "Measure how fast the chip can be read",
                           [this] { return measureSpeed(speed_); });
     speed->add_option("--seconds", speed_.seconds, "How long to measure (1)")
@@ -339,7 +338,7 @@ void CommandLine::addVariables() {
         add("set", "Set variables, in the order given", [this] { return setVariables(names_); });
     set->add_option("SETTING", names_, "NAME=VALUE")->required()->type_name("");
     add("vars", "List the variables with their defaults and present values",
-        [this] { return listVariables(); });
+        [] { return listVariables(); });
 }
 
 void CommandLine::addChipCommands() {
