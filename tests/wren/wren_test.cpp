@@ -287,15 +287,14 @@ TEST_F(WrenTest, KeepsARecord) {
           "USB SPI (200)\n"},
          {"wren --record line verify 5 0 0",
           "adapter 100: 2 words from 0x0005 on are the same, CRC-32 2144df1c\n"}});
-    EXPECT_THAT(
-        contentsOf("line"),
-        MatchesRegex(R"-(\{"time":"20.+Z","version":"1.4","adapter":"9","firmware":null,)-"
-                     R"-("command":"xap","exit":3,"error":"Couldn't .+","seconds":[.0-9]+\})-"
-                     "\n"
-                     R"-(\{"time":"20.+Z","version":"1.4","adapter":"100",)-"
-                     R"-("firmware":"1.8","command":"verify","address":5,"count":2,)-"
-                     R"-("crc32":"2144df1c","differing":0,"exit":0,"seconds":[.0-9]+\})-"
-                     "\n"));
+    EXPECT_THAT(contentsOf("line"),
+                MatchesRegex(R"-(\{"time":"20.+Z","version":"1.4","adapter":"9","firmware":null,)-"
+                             R"-("command":"xap","exit":3,"error":"Couldn't .+","seconds":.+\})-"
+                             "\n"
+                             R"-(\{"time":"20.+Z","version":"1.4","adapter":"100",)-"
+                             R"-("firmware":"1.8","command":"verify","address":5,"count":2,)-"
+                             R"-("crc32":"2144df1c","differing":0,"exit":0,"seconds":.+\})-"
+                             "\n"));
 }
 
 TEST_F(WrenTest, TakesTurnsWithOtherHosts) {
