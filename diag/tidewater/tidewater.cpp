@@ -58,7 +58,7 @@ class FunctionHandler : public CMessageHandler {
         return function_.compare_exchange_strong(mine, function) || mine == function;
     }
     void setPlace(const char* file, unsigned long line) {
-        file_.store(keptTexts.keep(file), std::memory_order_relaxed);
+        file_ = keptTexts.keep(file);
         line_.store(line, std::memory_order_relaxed);
     }
     tidewater::Place place() const {

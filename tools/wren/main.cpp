@@ -30,7 +30,7 @@ std::string lineOf(const Failure& failure) {
     if (!failure.progress().empty()) line += fmt::format(" ({})", failure.progress());
     if (!failure.hint().empty()) line += fmt::format("; {}", failure.hint());
     // Names and contents of files may hold what would move the cursor.
-    const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; };
+    const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7F; };
     std::ranges::replace_if(line, isControl, '?');
     return line;
 }
