@@ -1,13 +1,13 @@
 // The baseline of the benchmarks: the least program that has an adapter carry out a request. It
-// connects, sends, receives and closes, as the protocol wants it for every request; it takes no
-// lock, has no time limit and reports no error but by ending the program. It shares no code with
-// the library.
+// connects, sends, receives and closes, as the protocol wants it for every request, and reports no
+// error but by ending the program. It shares no code with the library.
 #ifndef WRENLINK_BENCH_BARE_EXCHANGE_H
 #define WRENLINK_BENCH_BARE_EXCHANGE_H
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace wrenlink::bench {
@@ -31,20 +31,38 @@ std::vector<Frame> wholeMemoryWrites();
 // The device paths of the present adapters, in order.
 std::vector<std::string> adapterPaths();
 
-// What an exchange does besides: nothing, or (POSIX) the system calls that a lock and a time limit
-// take, which tells how much of the library's time is theirs.
+// The name of a lock that hosts share, made for this process, so that the benchmarks disturb nobody.
+std::string makeLock(std::string_view purpose);
+
+// Holds the lock of a name while it lives; of no name, nothing.
+class SharedLock {
+   public:
+    explicit SharedLock(const std::string& name);
+    SharedLock(const SharedLock&) = delete;
+    SharedLock& operator=(const SharedLock&) = delete;
+    ~SharedLock();
+
+   private:
+    std::intptr_t lock_ = -1;
+};
+
+// What an exchange does besides: nothing, or what hosts that share the adapter demand, a lock, and
+// what ends a request that nobody answers, a time limit, with the least calls that give both.
 enum class Guards { none, lockAndLimit };
 
 // Exchanges with one adapter.
 class BareExchange {
    public:
     explicit BareExchange(const std::string& devicePath, Guards guards = Guards::none)
-        : devicePath_(devicePath), guards_(guards) {}
+        : devicePath_(devicePath),
+          limited_(guards != Guards::none),
+          lock_(limited_ ? makeLock(devicePath) : "") {}
     void run(const Frame& frame);
 
    private:
-    std::string devicePath_;
-    [[maybe_unused]] const Guards guards_;
+    const std::string devicePath_;
+    const bool limited_;
+    const std::string lock_;
     std::uint8_t reply_[1024];
 };
 

@@ -2,7 +2,6 @@
 #include <linux/openat2.h>
 #include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -30,41 +29,32 @@ std::filesystem::path runtimeDirectory() {
     return directory == nullptr ? "/run/wrenlink" : directory;
 }
 
-// A lock as the library takes one, with the same system calls.
-class Lock {
-   public:
-    explicit Lock(Guards guards) {
-        if (guards == Guards::none) return;
-        static const std::string path = makeFile();
-        open_how how{};
-        how.flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-        how.resolve = RESOLVE_NO_SYMLINKS;
-        file_ = static_cast<int>(::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how));
-        struct stat status {};
-        require(::fstat(file_, &status) == 0 && ::flock(file_, LOCK_EX) == 0, "lock");
-    }
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
-    ~Lock() {
-        if (file_ < 0) return;
-        ::flock(file_, LOCK_UN);
-        ::close(file_);
-    }
-
-   private:
-    static std::string makeFile() {
-        const auto path =
-            runtimeDirectory() / "objects" / ("bench-lock-" + std::to_string(::getpid()));
-        const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        require(file >= 0, path.c_str());
-        ::close(file);
-        return path;
-    }
-
-    int file_ = -1;
-};
-
 }  // namespace
+
+std::string makeLock(std::string_view purpose) {
+    const auto path = runtimeDirectory() / "objects" /
+                      ("bench-" + std::to_string(::getpid()) + "-" +
+                       std::filesystem::path(purpose).filename().string());
+    const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    require(file >= 0, path.c_str());
+    ::close(file);
+    return path;
+}
+
+SharedLock::SharedLock(const std::string& path) {
+    if (path.empty()) return;
+    open_how how{};
+    how.flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    lock_ = ::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how);
+    require(lock_ >= 0 && ::flock(static_cast<int>(lock_), LOCK_EX) == 0, "lock");
+}
+
+SharedLock::~SharedLock() {
+    if (lock_ < 0) return;
+    ::flock(static_cast<int>(lock_), LOCK_UN);
+    ::close(static_cast<int>(lock_));
+}
 
 std::vector<std::string> adapterPaths() {
     std::vector<std::string> paths;
@@ -75,7 +65,7 @@ std::vector<std::string> adapterPaths() {
 }
 
 void BareExchange::run(const Frame& frame) {
-    const Lock lock(guards_);
+    const SharedLock lock(lock_);
     const int connection = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -89,7 +79,7 @@ void BareExchange::run(const Frame& frame) {
     message.msg_iov = request;
     message.msg_iovlen = 2;
     require(::sendmsg(connection, &message, MSG_NOSIGNAL) > 0, "send");
-    if (guards_ != Guards::none) {
+    if (limited_) {
         const timeval limit{1, 0};
         require(::fcntl(connection, F_SETFL, 0) == 0 &&
                     ::setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0,

@@ -1,51 +1,118 @@
-// The library, reached through its exports, against bare exchanges with the same adapters, which a
-// simulator serves. Names end in /wrenlink, /bare, or /guarded for bare exchanges with the system
-// calls of a lock and a time limit; WRENLINK_RUNTIME_DIR tells where the adapters are.
-#include <benchmark/benchmark.h>
+// The library, reached through its exports, against the least that does the same with the adapters
+// of a simulator; WRENLINK_RUNTIME_DIR tells where they are.
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
+#include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "bench/allocations.h"
 #include "bench/exchanges.h"
+#include "bench/measure.h"
 
 namespace wrenlink::bench {
 namespace {
 
-struct Guarded : Bare {
-    Guarded(const Access& access, std::size_t adapter)
-        : Bare(access, adapter, Guards::lockAndLimit) {}
+constexpr unsigned kMostAdapters = 32;
+
+// ---- Accesses to one adapter -------------------------------------------------------------------
+
+void exchanges(benchmark::State& state, const Access& access) {
+    ThroughLibrary ours(access, 0);
+    Bare guarded(access, 0, Guards::lockAndLimit);
+    Bare bare(access, 0);
+    measure(state, access.jobs,
+            {{"ours", [&] { ours.run(); }},
+             {"guarded", [&] { guarded.run(); }},
+             {"bare", [&] { bare.run(); }}});
+}
+
+// The way to the answers that somebody waits for who has another program do the job.
+void answers(benchmark::State& state, const Access& access) {
+    Bare bare(access, 0);
+    measure(state, access.jobs, {{"bare", [&] { bare.run(); }}});
+}
+
+// ---- All adapters at once ----------------------------------------------------------------------
+
+// So many threads, each with an adapter of its own.
+template <class Way>
+class Threads {
+   public:
+    template <class... Arguments>
+    Threads(unsigned threads, const Access& access, Arguments... arguments) {
+        for (unsigned i = 0; i < threads; ++i)
+            ways_.push_back(std::make_unique<Way>(access, i, arguments...));
+    }
+    // Each thread reads so often that their start does not count.
+    void run() {
+        constexpr int kTimes = 50;
+        std::vector<std::jthread> threads;
+        for (const auto& way : ways_)
+            threads.emplace_back([&way] {
+                for (int i = 0; i < kTimes; ++i) way->run();
+            });
+    }
+
+   private:
+    std::vector<std::unique_ptr<Way>> ways_;
 };
 
-// One adapter for each thread.
-template <class Way>
-void exchanges(benchmark::State& state, const Access& access) {
-    Way way(access, static_cast<unsigned>(state.thread_index()));
-    for (auto _ : state) way.run();
-    state.SetItemsProcessed(state.iterations());
+void threads(benchmark::State& state, const Access& access) {
+    Threads<ThroughLibrary> ours(kMostAdapters, access);
+    Threads<Bare> guarded(kMostAdapters, access, Guards::lockAndLimit);
+    Threads<Bare> one(1, access, Guards::lockAndLimit);
+    measure(state, 1,
+            {{"ours", [&] { ours.run(); }},
+             {"guarded", [&] { guarded.run(); }},
+             {"one", [&] { one.run(); }}});
 }
 
-// One of several processes that share an adapter: all count what they get done between the same two
-// moments, which WRENLINK_BENCH_WINDOW gives in nanoseconds of the steady clock, "FROM TO".
-void share(benchmark::State& state, const Access& access) {
-    using Clock = std::chrono::steady_clock;
-    const char* window = std::getenv("WRENLINK_BENCH_WINDOW");
-    if (window == nullptr) return state.SkipWithError("no WRENLINK_BENCH_WINDOW");
-    char* rest = nullptr;
-    const Clock::time_point from(std::chrono::nanoseconds(std::strtoll(window, &rest, 10)));
-    const Clock::time_point to(std::chrono::nanoseconds(std::strtoll(rest, nullptr, 10)));
-    ThroughLibrary way(access, 0);
-    if (Clock::now() >= from) state.SkipWithError("started too late");
-    std::int64_t done = 0;
-    for (auto _ : state) {
+// ---- Processes that share an adapter -----------------------------------------------------------
+
+// How many accesses each of so many processes gets done between the same two moments.
+std::vector<double> share(const Access& access, std::size_t processes) {
+    using namespace std::chrono_literals;
+    const auto from = std::chrono::steady_clock::now() + 100ms;  // when all have started
+    const auto to = from + 300ms;
+    const std::size_t size = processes * sizeof(double);
+    auto* const done = static_cast<double*>(
+        ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    for (std::size_t i = 0; i < processes; ++i) {
+        if (::fork() != 0) continue;
+        ThroughLibrary way(access, 0);
         std::this_thread::sleep_until(from);
-        for (; Clock::now() < to; ++done) way.run();
-        state.SetIterationTime(std::chrono::duration<double>(to - from).count());
+        while (std::chrono::steady_clock::now() < to) {
+            way.run();
+            ++done[i];
+        }
+        ::_exit(0);
     }
-    state.SetItemsProcessed(done);
+    while (::wait(nullptr) > 0) {
+    }
+    std::vector<double> counts(done, done + processes);
+    ::munmap(done, size);
+    return counts;
 }
+
+void processes(benchmark::State& state, const Access& access) {
+    for (auto _ : state) {
+        const double alone = share(access, 1).front();
+        const auto both = share(access, 2);
+        state.counters["alone"] = alone;
+        state.counters["together"] = both[0] + both[1];
+        state.counters["slower"] = std::min(both[0], both[1]);
+    }
+}
+
+// ---- What a host needs -------------------------------------------------------------------------
 
 // What the library takes from the heap for a sequence of so many exchanges.
 void allocationsOfSequence(benchmark::State& state) {
@@ -57,49 +124,43 @@ void allocationsOfSequence(benchmark::State& state) {
     stream.run(actions);
     const std::uint64_t before = allocations();
     for (auto _ : state) stream.run(actions);
-    state.counters["allocations"] =
-        static_cast<double>(allocations() - before) / static_cast<double>(state.iterations());
+    state.counters["allocations"] = static_cast<double>(allocations() - before);
 }
 
-// What a host does that looks for adapters and chooses one.
-void openListSelectClose(benchmark::State& state) {
+// The memory of this process, in bytes; what it shares with others counts in part.
+double memory() {
+    std::ifstream file("/proc/self/smaps_rollup");
+    for (std::string word; file >> word;)
+        if (double kibibytes = 0; word == "Pss:" && file >> kibibytes) return 1024 * kibibytes;
+    return 0;
+}
+
+// A stream for each adapter, each of which has carried out a read.
+void memoryOfStreams(benchmark::State& state, const Access& access) {
     for (auto _ : state) {
-        unsigned ports = 0;
-        std::uint32_t id = SPIFNS_NO_STREAM;
-        require(spifns_stream_init(&id));
-        spifns_enumerate_ports(
-            [](std::uint32_t, const char*, void* count) { ++*static_cast<unsigned*>(count); },
-            &ports);
-        SpiAction action{};
-        action.type = SpiAction::SetVar;
-        action.u.variable = {"SPIPORT", "0", nullptr};
-        require(spifns_stream_sequence(id, &action, 1));
-        spifns_stream_close(id);
-        benchmark::DoNotOptimize(ports);
+        const double before = memory();
+        Threads<ThroughLibrary> all(kMostAdapters, access);
+        all.run();
+        state.counters["before"] = before;
+        state.counters["with_streams"] = memory();
     }
 }
 
-// The access's measure is called by its name and what it is.
-template <class Measure>
-benchmark::internal::Benchmark* add(const Access& access, const char* what, Measure measure) {
-    const std::string name = std::string(access.name) + "/" + what;
-    return benchmark::RegisterBenchmark(name.c_str(), measure, access);
-}
+using Measure = void (*)(benchmark::State&, const Access&);
+constexpr struct {
+    const char* name;
+    Measure measure;
+} kMeasures[] = {{"exchanges", exchanges}, {"answers", answers},       {"threads", threads},
+                 {"processes", processes}, {"memory", memoryOfStreams}};
 
+// Called after the measure and the access.
 void registerAll() {
-    for (const Access& access : accesses()) {
-        add(access, "wrenlink", exchanges<ThroughLibrary>)->UseRealTime();
-        add(access, "bare", exchanges<Bare>)->UseRealTime();
-        add(access, "guarded", exchanges<Guarded>)->UseRealTime();
-        add(access, "share", share)->Iterations(1)->UseManualTime();
-        for (const int threads : {1, 32}) {
-            add(access, "threads", exchanges<ThroughLibrary>)->Threads(threads)->UseRealTime();
-            add(access, "bare_threads", exchanges<Bare>)->Threads(threads)->UseRealTime();
-        }
-    }
-    benchmark::RegisterBenchmark("allocations/wrenlink", allocationsOfSequence);
-    benchmark::RegisterBenchmark("open_list_select_close/wrenlink", openListSelectClose)
-        ->UseRealTime();
+    for (const Access& access : accesses())
+        for (const auto& [name, measure] : kMeasures)
+            benchmark::RegisterBenchmark((std::string(name) + "/" + access.name).c_str(), measure,
+                                         access)
+                ->UseRealTime();
+    benchmark::RegisterBenchmark("allocations", allocationsOfSequence);
 }
 
 }  // namespace

@@ -4,10 +4,10 @@ namespace wrenlink::bench {
 
 std::vector<Access> accesses() {
     return {
-        {"read1", SpiAction::Read, 1, {readFrame(0, 1)}},
-        {"read505", SpiAction::Read, 505, {readFrame(0, 505)}},
-        {"read_memory", SpiAction::Read, kMemoryWords, wholeMemoryReads()},
-        {"write_memory", SpiAction::Write, kMemoryWords, wholeMemoryWrites()},
+        {"read1", SpiAction::Read, 1, {readFrame(0, 1)}, 20},
+        {"read505", SpiAction::Read, 505, {readFrame(0, 505)}, 20},
+        {"read_memory", SpiAction::Read, kMemoryWords, wholeMemoryReads(), 1},
+        {"write_memory", SpiAction::Write, kMemoryWords, wholeMemoryWrites(), 1},
     };
 }
 

@@ -15,6 +15,7 @@ struct Access {
     std::uint32_t type;
     std::uint32_t count;        // of words, from address 0 on
     std::vector<Frame> frames;  // the same, bare
+    unsigned jobs;              // for a turn
 };
 
 std::vector<Access> accesses();
