@@ -3,9 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <regex>
 #include <set>
 #include <string>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "tests/exports/host.h"
@@ -44,7 +45,7 @@ void useLegacyStream() {
 // Calls every export, and through them every operation, also in vain.
 void callEverything() {
     Simulator simulator({100}, "200.3");
-    clearMessages();
+    takeMessages();
     {
         const Stream stream("0");
         for (const char* steps :
@@ -75,34 +76,29 @@ void callEverything() {
 // The scopes that messages tell of, each once for its place in the code: the function's name, and
 // behind "=" what the exit line shows of the result.
 std::string scopes() {
-    std::set<std::tuple<std::string, std::string, unsigned long>> places;
+    const std::regex opened(R"(-> (\S+) .*)");
+    const std::regex closed(
+        R"(<- (\S+) (\S*spi/wrenlink/\S+:\d+)(?: 0 0 <- (\S+) \[returning (.*)\])?)");
+    std::set<std::pair<std::string, std::string>> places;
     Lines open;
-    for (const Message& message : messages()) {
-        std::string scope = message.function;
-        const std::string returning = "<- " + scope + " [returning ";
-        if (message.kind == MessageKind::entry) {
-            EXPECT_THAT(open, testing::Not(testing::Contains(scope)));
-            open.push_back(scope);
-            continue;
+    for (const std::string& message : takeMessages()) {
+        std::smatch part;
+        if (std::regex_match(message, part, opened)) {
+            EXPECT_THAT(open, testing::Not(testing::Contains(part[1])));
+            open.push_back(part[1]);
+        } else if (std::regex_match(message, part, closed)) {
+            EXPECT_EQ(open.back(), part[1]);
+            open.pop_back();
+            EXPECT_THAT(part[3].str(), testing::AnyOf("", part[1].str()));
+            places.emplace(part[3].matched ? part[1].str() + "=" + part[4].str() : part[1].str(),
+                           part[2]);
+        } else {
+            EXPECT_FALSE(message.starts_with("<-")) << message;
         }
-        if (message.isResult) {
-            EXPECT_EQ(message.level, 0U);
-            EXPECT_FALSE(message.flag);
-            EXPECT_THAT(message.text, testing::StartsWith(returning));
-            scope += "=" + message.text.substr(returning.size());
-            EXPECT_EQ(scope.back(), ']');
-            scope.pop_back();
-        } else if (message.kind != MessageKind::exit) {
-            continue;
-        }
-        EXPECT_THAT(message.file, testing::HasSubstr("spi/wrenlink/"));
-        EXPECT_EQ(open.back(), message.function);
-        open.pop_back();
-        places.emplace(scope, message.file, message.line);
     }
     EXPECT_EQ(open, Lines());
     std::string lines;
-    for (const auto& place : places) lines += std::get<0>(place) + "\n";
+    for (const auto& [scope, place] : places) lines += scope + "\n";
     return lines;
 }
 
@@ -146,13 +142,13 @@ TEST(Tracing, FunctionsOpenTheirScopes) {
 
 TEST(Tracing, AsksForTheInstanceBeforeEachHandler) {
     callEverything();
-    const std::vector<Message>& all = messages();
+    const Lines all = takeMessages();
     Lines flagged;
     for (std::size_t i = 1; i < all.size(); ++i) {
-        if (all[i].kind != MessageKind::getHandler) continue;
-        EXPECT_EQ(all[i].group, 101);
-        EXPECT_EQ(all[i - 1].kind, MessageKind::instance) << all[i].function;
-        if (all[i].flag) flagged.push_back(all[i].function);
+        if (!all[i].starts_with("handler ")) continue;
+        EXPECT_EQ(all[i - 1], "instance") << all[i];
+        EXPECT_THAT(all[i], testing::StartsWith("handler 101 "));
+        if (all[i].starts_with("handler 101 1 ")) flagged.push_back(all[i].substr(14));
     }
     // Once for each stream.
     EXPECT_EQ(flagged, Lines(3, "CUsbStreamData::CUsbStreamData"));
@@ -160,18 +156,11 @@ TEST(Tracing, AsksForTheInstanceBeforeEachHandler) {
 
 // What was traced beside scopes since the last call.
 Lines takeLines() {
-    Lines lines;
-    for (const Message& message : messages()) {
-        if (message.kind == MessageKind::error)
-            lines.push_back("error " + std::to_string(message.code) + ": " + message.text);
-        if (message.kind == MessageKind::profile)
-            lines.push_back("mark " + std::to_string(message.level));
-        if (message.kind != MessageKind::output || message.isResult) continue;
-        EXPECT_EQ(message.level, 3U);
-        EXPECT_FALSE(message.flag);
-        lines.push_back(message.function + "|" + message.text);
-    }
-    clearMessages();
+    Lines lines = takeMessages();
+    std::erase_if(lines, [](const std::string& line) {
+        return line == "instance" || line.starts_with("handler ") || line.starts_with("->") ||
+               line.starts_with("<-");
+    });
     return lines;
 }
 
@@ -185,7 +174,7 @@ TEST(Tracing, TellsOfExchangesWhenItIsWanted) {
                   {"stopped", SPIFNS_XAP_STOPPED, " = Stopped"},
                   {"0x0100", SPIFNS_XAP_STOPPED, " = Stopped"},
                   {"failing", SPIFNS_XAP_ERROR, " = failed on quill"}};
-    const std::string xap = "spi_sd_marigold_xap_stopped|Quill - Quill XAP Stopped?";
+    const std::string xap = "3 0 spi_sd_marigold_xap_stopped|Quill - Quill XAP Stopped?";
     for (const bool wanted : {false, true}) {
         setDebugActivated(wanted);
         const auto expectExchange = [&](const std::string& line) {
@@ -200,7 +189,7 @@ TEST(Tracing, TellsOfExchangesWhenItIsWanted) {
         EXPECT_EQ(takeLines(), lines);
 
         EXPECT_EQ(stream.set("SPIPORT", "0"), 0);
-        expectExchange("Quill_Stream_GetVersion|Quill fw version: 264 (0x108)\n");
+        expectExchange("3 0 Quill_Stream_GetVersion|Quill fw version: 264 (0x108)\n");
         for (const auto& c : states) {
             simulator.control(std::string("xap 0 ") + c.state);
             EXPECT_EQ(spifns_stream_marigold_xap_stopped(stream.id()), c.told);
@@ -209,7 +198,7 @@ TEST(Tracing, TellsOfExchangesWhenItIsWanted) {
         EXPECT_EQ(lastFailure(), (Failure{517, 0, "xap_stopped failed on USB-SPI device"}));
         simulator.control("fault 0 refuse 5");
         stream.ask("!DFU");
-        expectExchange("Quill_Stream_Command|Quill Fail - " + textOf(5) + ": Driver IO failed");
+        expectExchange("3 0 Quill_Stream_Command|Quill Fail - " + textOf(5) + ": Driver IO failed");
     }
     setDebugActivated(false);
 }

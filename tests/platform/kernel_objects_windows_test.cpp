@@ -16,10 +16,7 @@
 namespace wrenlink {
 namespace {
 
-struct HandleCloser {
-    void operator()(HANDLE handle) const noexcept { ::CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, HandleCloser>;
+using Handle = std::unique_ptr<void, decltype([](HANDLE handle) { ::CloseHandle(handle); })>;
 
 Handle openMutex(const std::wstring& name) {
     return Handle(::OpenMutexW(SYNCHRONIZE, FALSE, name.c_str()));

@@ -2,15 +2,20 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <clocale>
 #include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
 #include <optional>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
-#include "tests/support/c_numbers.h"
 #include "tests/support/test_runtime.h"
 
 namespace wrenlink {
@@ -49,11 +54,18 @@ Reading read(const char* text) {
     return {value, end - text, parseSigned(text), parseWord(text), unlessNan(parseDouble(text))};
 }
 
+// As strtoul in base 10, strtol in base 0 and strtod read it, where `long` has 32 bits.
 Reading readByTheCLibrary(const char* text) {
+    using Limits = std::numeric_limits<std::int32_t>;
     char* end = nullptr;
-    const std::uint32_t value = test::readUnsigned(text, &end);
-    const std::int32_t number = test::readSigned(text);
-    return {value, end - text, number, number & 0xFFFF, unlessNan(std::strtod(text, nullptr))};
+    errno = 0;
+    const unsigned long long wide = std::strtoull(text, &end, 10);
+    const bool negative = text[std::strspn(text, " \t\n\v\f\r")] == '-';
+    const bool fits = errno != ERANGE && (negative ? 0 - wide : wide) <= 0xFFFFFFFF;
+    const auto number = static_cast<std::int32_t>(
+        std::clamp<long long>(std::strtoll(text, nullptr, 0), Limits::min(), Limits::max()));
+    return {fits ? static_cast<std::uint32_t>(wide) : 0xFFFFFFFF, end - text, number,
+            number & 0xFFFF, unlessNan(std::strtod(text, nullptr))};
 }
 
 TEST(NumberText, ReadsNumbersAsTheCLibraryDoesButTheSameInEveryLocale) {

@@ -12,10 +12,7 @@
 namespace wrenlink::test {
 namespace {
 
-struct HandleCloser {
-    void operator()(HANDLE handle) const noexcept { ::CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, HandleCloser>;
+using Handle = std::unique_ptr<void, decltype([](HANDLE handle) { ::CloseHandle(handle); })>;
 
 [[noreturn]] void fail(const std::string& what) {
     throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(), what);

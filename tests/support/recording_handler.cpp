@@ -8,65 +8,45 @@ namespace wrenlink::test {
 namespace {
 
 // Never destroyed: the library still traces while the process's static objects go.
-std::vector<Message>& record() {
-    static auto& messages = *new std::vector<Message>;
-    return messages;
+std::vector<std::string>& messages() {
+    static auto& theMessages = *new std::vector<std::string>;
+    return theMessages;
 }
 
 bool activated = false;
 
-void keep(Message message) { record().push_back(std::move(message)); }
-
-std::string orEmpty(const char* text) { return text == nullptr ? "" : text; }
-
-std::string formatted(const char* format, std::va_list arguments) {
-    std::va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, again);
-    va_end(again);
-    if (length < 0) return "";
-    std::string text(static_cast<std::size_t>(length), '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    return text;
-}
-
-Message scopeMessage(MessageKind kind, const char* function, const char* file, unsigned long line) {
-    return {.kind = kind, .function = orEmpty(function), .file = orEmpty(file), .line = line};
+std::string scope(const char* arrow, const char* function, const char* file, unsigned long line) {
+    return std::string(arrow) + ' ' + function + ' ' + file + ':' + std::to_string(line);
 }
 
 }  // namespace
 
-const std::vector<Message>& messages() { return record(); }
-void clearMessages() { record().clear(); }
+std::vector<std::string> takeMessages() { return std::exchange(messages(), {}); }
 void setDebugActivated(bool wanted) { activated = wanted; }
 
 }  // namespace wrenlink::test
 
-using wrenlink::test::keep;
-using wrenlink::test::MessageKind;
-using wrenlink::test::orEmpty;
-using wrenlink::test::scopeMessage;
+using namespace wrenlink::test;
 
 void CMessageHandler::DebugOutputInHandler(unsigned long level, bool flag, bool isResult,
                                            const char* function, const char* file,
                                            unsigned long line, const char* format, ...) {
-    wrenlink::test::Message message = scopeMessage(MessageKind::output, function, file, line);
-    message.level = level;
-    message.flag = flag;
-    message.isResult = isResult;
+    char text[1024];
     std::va_list arguments;
     va_start(arguments, format);
-    message.text = wrenlink::test::formatted(format, arguments);
+    std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    keep(std::move(message));
+    const std::string way = std::to_string(level) + ' ' + std::to_string(flag) + ' ';
+    messages().push_back(isResult ? scope("<-", function, file, line) + ' ' + way + text
+                                  : way + function + '|' + text);
 }
 
 void CMessageHandler::DebugOutputProfile(unsigned long level) {
-    keep({.kind = MessageKind::profile, .level = level});
+    messages().push_back("mark " + std::to_string(level));
 }
 
 bool CMessageHandler::SetErrorMsg(short code, const std::string& text) {
-    keep({.kind = MessageKind::error, .text = text, .code = code});
+    messages().push_back("error " + std::to_string(code) + ": " + text);
     return true;
 }
 
@@ -81,23 +61,23 @@ constinit CTheMsgHnd CTheMsgHnd::silent_;
 constinit CMessageHandler& CTheMsgHnd::silentHandler_ = theHandler;
 
 CTheMsgHnd& CTheMsgHnd::ListeningInstance() {
-    keep({.kind = MessageKind::instance});
+    messages().push_back("instance");
     return silent_;
 }
 
 CMessageHandler& CTheMsgHnd::ListeningHandler(CMessageHandler::GroupEnum group, const char* name,
                                               bool flag) {
-    keep(
-        {.kind = MessageKind::getHandler, .group = group, .flag = flag, .function = orEmpty(name)});
+    messages().push_back("handler " + std::to_string(group) + ' ' + std::to_string(flag) + ' ' +
+                         name);
     return theHandler;
 }
 
-bool CTheMsgHnd::DebugActivated() { return wrenlink::test::activated; }
+bool CTheMsgHnd::DebugActivated() { return activated; }
 
 void CMessageHandler::PrintEntryLine(const char* function, const char* file, unsigned long line) {
-    keep(scopeMessage(MessageKind::entry, function, file, line));
+    messages().push_back(scope("->", function, file, line));
 }
 
 void CMessageHandler::PrintExitLine(const char* function, const char* file, unsigned long line) {
-    keep(scopeMessage(MessageKind::exit, function, file, line));
+    messages().push_back(scope("<-", function, file, line));
 }

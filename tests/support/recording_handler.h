@@ -10,36 +10,19 @@
 
 namespace wrenlink::test {
 
-enum class MessageKind {
-    instance,    // CTheMsgHnd::Instance
-    getHandler,  // GetAppropriateHandler: group, function, flag
-    entry,       // a trace scope opened: function, file, line
-    exit,        // a plain trace scope closed: function, file, line
-    output,      // DebugOutputInHandler: all but code
-    profile,     // DebugOutputProfile: level
-    error,       // SetErrorMsg: code, text
-};
+// What was recorded since this was asked last, in order, a line for each call:
+//
+//     instance                                    CTheMsgHnd::Instance
+//     handler GROUP FLAG FUNCTION                 GetAppropriateHandler
+//     -> FUNCTION FILE:LINE                       a trace scope opened
+//     <- FUNCTION FILE:LINE                       a plain one closed
+//     <- FUNCTION FILE:LINE LEVEL FLAG TEXT       one with a result closed (DebugOutputInHandler)
+//     LEVEL FLAG FUNCTION|TEXT                    other output of DebugOutputInHandler
+//     mark LEVEL                                  DebugOutputProfile
+//     error CODE: TEXT                            SetErrorMsg
+std::vector<std::string> takeMessages();
 
-// One call; members that its kind does not have keep these values.
-struct Message {
-    MessageKind kind{};
-    int group = 0;
-    unsigned long level = 0;
-    bool flag = false;
-    bool isResult = false;
-    std::string function{};
-    std::string file{};
-    unsigned long line = 0;
-    std::string text{};  // as formatted
-    int code = 0;
-};
-
-// What was recorded since the start or the last clearMessages(), in order. Consultations of
-// DebugActivated() are not recorded.
-const std::vector<Message>& messages();
-void clearMessages();
-
-// What DebugActivated() answers: false at first.
+// What DebugActivated() answers: false at first. That it is asked is not recorded.
 void setDebugActivated(bool activated);
 
 }  // namespace wrenlink::test

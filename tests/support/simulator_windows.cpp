@@ -19,10 +19,7 @@ namespace {
 
 constexpr std::chrono::seconds kPatience(20);
 
-struct HandleCloser {
-    void operator()(HANDLE handle) const noexcept { ::CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, HandleCloser>;
+using Handle = std::unique_ptr<void, decltype([](HANDLE handle) { ::CloseHandle(handle); })>;
 
 // Adapters come and go some time after the command.
 void awaitPlugged(quillsim::ControlClient& client) {
