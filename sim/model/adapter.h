@@ -1,6 +1,6 @@
 // One simulated adapter with the chip behind it: firmware settings, 65536 words of chip memory, XAP
 // state, MGCMD, armed faults and the request log. It does no I/O and takes no lock: whoever serves
-// it calls it from one thread at a time and carries its answers out. About 1.6 MB; it is made in
+// it calls it from one thread at a time and carries its answers out. About 1.3 MB; it is made in
 // memory that the server provides.
 #ifndef WRENLINK_SIM_MODEL_ADAPTER_H
 #define WRENLINK_SIM_MODEL_ADAPTER_H

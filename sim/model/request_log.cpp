@@ -1,13 +1,9 @@
 #include "sim/model/request_log.h"
 
+#include <algorithm>
+
 namespace quillsim {
 namespace {
-
-std::size_t atMost(std::size_t value, std::size_t limit) { return value < limit ? value : limit; }
-
-void copyTo(std::uint8_t* target, Bytes source) {
-    for (const std::uint8_t byte : source) *target++ = byte;
-}
 
 void printFaults(TextWriter& out, std::uint32_t kinds) {
     if (kinds == 0) {
@@ -70,46 +66,28 @@ void printOperations(TextWriter& out, Bytes frame, const RequestContext& context
 
 }  // namespace
 
-std::uint64_t RequestLog::reserve(std::size_t size) {
-    const std::size_t place = end_ % kLogBytes;
-    if (place + size > kLogBytes) end_ += kLogBytes - place;
-    const std::uint64_t start = end_;
-    end_ += size;
-    return start;
+void RequestLog::KeptBytes::keep(Bytes whole) {
+    size = std::min(whole.size(), bytes.size());
+    std::copy_n(whole.begin(), size, bytes.begin());
 }
 
 void RequestLog::add(const RequestRecord& record, Bytes frame, Bytes reply) {
-    const std::size_t frameKept = atMost(frame.size(), kLogFrameBytes);
-    const std::size_t replyKept = atMost(reply.size(), kLogFrameBytes);
-    const std::uint64_t start = reserve(frameKept + replyKept);
-    std::uint8_t* bytes = bytes_.data() + start % kLogBytes;
-    copyTo(bytes, frame.first(frameKept));
-    copyTo(bytes + frameKept, reply.first(replyKept));
-
-    ++last_;
-    Slot& slot = slots_[last_ % kLogEntries];
+    Slot& slot = slots_[++last_ % kLogEntries];
     slot.record = record;
-    slot.start = start;
-    slot.frameSize = static_cast<std::uint32_t>(frame.size());
-    slot.frameKept = static_cast<std::uint32_t>(frameKept);
-    slot.replyKept = static_cast<std::uint32_t>(replyKept);
+    slot.frameSize = frame.size();
+    slot.frame.keep(frame);
+    slot.reply.keep(reply);
 }
 
 void RequestLog::print(TextWriter& out, std::uint64_t from) const {
     const std::uint64_t oldest = last_ < kLogEntries ? 1 : last_ - kLogEntries + 1;
-    std::uint64_t sequence = from < firstKept_ ? firstKept_ : from;
-    if (sequence < oldest) sequence = oldest;
-    for (; sequence <= last_; ++sequence) {
-        const Slot& slot = slots_[sequence % kLogEntries];
-        const bool overwritten = end_ - slot.start > kLogBytes;
-        if (!overwritten) printSlot(out, sequence, slot);
-    }
+    for (std::uint64_t sequence = std::max({from, firstKept_, oldest}); sequence <= last_;
+         ++sequence)
+        printSlot(out, sequence, slots_[sequence % kLogEntries]);
 }
 
-void RequestLog::printSlot(TextWriter& out, std::uint64_t sequence, const Slot& slot) const {
-    const std::uint8_t* bytes = bytes_.data() + slot.start % kLogBytes;
-    const Bytes frame(bytes, slot.frameKept);
-    const Bytes reply(bytes + slot.frameKept, slot.replyKept);
+void RequestLog::printSlot(TextWriter& out, std::uint64_t sequence, const Slot& slot) {
+    const Bytes frame = slot.frame.all();
     const RequestRecord& record = slot.record;
 
     out.field("seq").decimal(sequence);
@@ -125,7 +103,7 @@ void RequestLog::printSlot(TextWriter& out, std::uint64_t sequence, const Slot& 
     out.field("mode").decimal(record.context.mode);
     out.field("device").decimal(record.context.device);
     out.field("frame").bytes(frame);
-    out.field("reply").bytes(reply);
+    out.field("reply").bytes(slot.reply.all());
     out.field("ops");
     if (record.verdict == Verdict::good) {
         printOperations(out, frame, record.context);

@@ -1,5 +1,4 @@
-// The log of the requests that reached one adapter, whole frames and replies included. It holds the
-// latest requests: at most kLogEntries, and as many as fit kLogBytes.
+// The log of the latest requests that reached one adapter, whole frames and replies included.
 #ifndef WRENLINK_SIM_MODEL_REQUEST_LOG_H
 #define WRENLINK_SIM_MODEL_REQUEST_LOG_H
 
@@ -14,8 +13,7 @@
 
 namespace quillsim {
 
-inline constexpr std::size_t kLogEntries = 4096;
-inline constexpr std::size_t kLogBytes = std::size_t{1} << 20;
+inline constexpr std::size_t kLogEntries = 512;
 // The most bytes of a frame and of a reply that are kept; no frame that is carried out is longer.
 inline constexpr std::size_t kLogFrameBytes = 1040;
 
@@ -48,22 +46,26 @@ class RequestLog {
     void print(TextWriter& out, std::uint64_t from) const;
 
    private:
+    // A frame or a reply, as far as it is kept.
+    struct KeptBytes {
+        std::size_t size = 0;
+        std::array<std::uint8_t, kLogFrameBytes> bytes{};
+
+        void keep(Bytes whole);
+        Bytes all() const { return Bytes(bytes).first(size); }
+    };
     struct Slot {
         RequestRecord record;
-        std::uint64_t start = 0;  // position in the endless run of bytes that bytes_ is a window of
-        std::uint32_t frameSize = 0;
-        std::uint32_t frameKept = 0;
-        std::uint32_t replyKept = 0;
+        std::size_t frameSize = 0;
+        KeptBytes frame;
+        KeptBytes reply;
     };
 
-    std::uint64_t reserve(std::size_t size);
-    void printSlot(TextWriter& out, std::uint64_t sequence, const Slot& slot) const;
+    static void printSlot(TextWriter& out, std::uint64_t sequence, const Slot& slot);
 
     std::array<Slot, kLogEntries> slots_{};
-    std::array<std::uint8_t, kLogBytes> bytes_{};
     std::uint64_t last_ = 0;
     std::uint64_t firstKept_ = 1;
-    std::uint64_t end_ = 0;
 };
 
 }  // namespace quillsim
