@@ -2,7 +2,7 @@
 // is refused changes nothing, and what is carried out has the reply that was asked for.
 #include "fuzz/harness.h"
 #include "sim/model/command.h"
-#include "sim/posix/text_sink.h"
+#include "sim/text_sink.h"
 
 namespace wrenlink::fuzz {
 namespace {

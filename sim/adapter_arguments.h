@@ -1,5 +1,6 @@
 // quillsim's command line as far as it is the same on every system: the options that describe
-// adapters, and how it answers a line that makes no sense.
+// adapters, the lines of the control language that make adapters so, and how it answers a line that
+// makes no sense.
 #ifndef QUILLSIM_ADAPTER_ARGUMENTS_H
 #define QUILLSIM_ADAPTER_ARGUMENTS_H
 
@@ -7,11 +8,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
+#include "sim/model/adapter.h"
 #include "sim/model/text.h"
 
 namespace quillsim {
@@ -87,6 +93,42 @@ inline std::string valueFor(const std::vector<std::string>& values, std::size_t 
                             const char* otherwise) {
     if (values.empty()) return otherwise;
     return adapter < values.size() ? values[adapter] : values.back();
+}
+
+// Carries out a line of the control language. Throws std::runtime_error.
+using RunLine = std::function<void(const std::string& line)>;
+
+inline void loadMemory(const std::string& file, const std::string& adapter, const RunLine& run) {
+    constexpr std::size_t kWordsALine = 32;
+    std::string image(2 * kMemoryWords + 1, '\0');
+    std::ifstream in(pathOf(file), std::ios::binary);
+    in.read(image.data(), static_cast<std::streamsize>(image.size()));
+    if (!in.eof())
+        throw std::runtime_error(file + (in ? ": more than 65536 words" : ": cannot be read"));
+    image.resize(static_cast<std::size_t>(in.gcount()));
+    if (image.size() % 2 != 0) throw std::runtime_error(file + ": ends inside a word");
+    std::string line;
+    for (std::size_t i = 0; i < image.size(); i += 2) {
+        if (line.empty()) line = "poke " + adapter + ' ' + std::to_string(i / 2);
+        const auto low = static_cast<unsigned char>(image[i]);
+        const auto high = static_cast<unsigned char>(image[i + 1]);
+        line += ' ' + std::to_string(low + 256 * high);
+        if (i / 2 % kWordsALine == kWordsALine - 1 || i + 2 == image.size())
+            run(std::exchange(line, {}));
+    }
+}
+
+// Makes adapters at power-on, with the ids 100, 200, ..., what the arguments say.
+inline void configure(const AdapterArguments& arguments, const RunLine& run) {
+    for (std::size_t i = 0; i < arguments.adapters; ++i) {
+        const std::string number = std::to_string(i);
+        const std::string set = "set " + number;
+        if (i < arguments.ids.size()) run(set + " id " + std::to_string(arguments.ids[i]));
+        run(set + " firmware " + valueFor(arguments.firmware, i, "1.9"));
+        run("xap " + number + ' ' + valueFor(arguments.xap, i, "running"));
+        run(set + " answer-us " + std::to_string(arguments.answerMicroseconds));
+        if (i < arguments.memory.size()) loadMemory(arguments.memory[i], number, run);
+    }
 }
 
 }  // namespace quillsim

@@ -204,16 +204,6 @@ Failure setPlugged(Call& call, bool plugged) {
 Failure runPlug(Call& call) { return setPlugged(call, true); }
 Failure runUnplug(Call& call) { return setPlugged(call, false); }
 
-Failure runOpenable(Call& call) {
-    const std::string_view choice = call.arguments[0];
-    if (choice != "yes" && choice != "no") return "not yes or no";
-    const bool canChoose = call.bench.letOpen != nullptr;
-    if (!canChoose || !call.bench.letOpen(call.bench.context, call.number, choice == "yes")) {
-        return "the system does not let that be chosen";
-    }
-    return kDone;
-}
-
 struct Setting {
     std::string_view name;
     bool (*set)(Settings& settings, std::string_view text);
@@ -270,7 +260,6 @@ constexpr auto kVerbs = std::to_array<Verb>({
     {"poke", "ADAPTER ADDRESS WORD...", true, 2, kMostWords - 2, runPoke},
     {"plug", "ADAPTER", true, 0, 0, runPlug},
     {"unplug", "ADAPTER", true, 0, 0, runUnplug},
-    {"openable", "ADAPTER yes|no", true, 1, 1, runOpenable},
     {"set", "ADAPTER id|firmware|delay|mode|device|readbits|writebits|answer-us VALUE", true, 2, 2,
      runSet},
 });

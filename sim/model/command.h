@@ -15,13 +15,9 @@ namespace quillsim {
 // The adapters that commands work on; an adapter's number is its place here.
 struct Bench {
     std::span<Adapter* const> adapters;
-    // What the system does with an adapter; false when it cannot.
-    using Act = bool (*)(void* context, std::size_t adapter, bool yes);
-    // Makes an adapter appear or vanish to the hosts. The command itself notes the outcome in the
-    // adapter.
-    Act plug = nullptr;
-    // Lets hosts open an adapter, or not; it stays listed.
-    Act letOpen = nullptr;
+    // Makes an adapter appear or vanish to the hosts; false when the system cannot. The command
+    // itself notes the outcome in the adapter.
+    bool (*plug)(void* context, std::size_t adapter, bool plugged) = nullptr;
     void* context = nullptr;
 };
 

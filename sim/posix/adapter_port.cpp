@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <utility>
 
-#include "sim/posix/text_sink.h"
-
 namespace quillsim {
 namespace {
 
@@ -42,45 +40,26 @@ Request parse(std::span<const std::uint8_t> message) {
 }  // namespace
 
 AdapterPort::AdapterPort(EventLoop& loop, const RuntimeDirectory& directory, std::string name,
-                         Adapter& adapter, std::ostream* log, CapturePoint capture)
+                         Adapter& adapter, CapturePoint capture)
     : loop_(loop),
       directory_(directory),
       name_(std::move(name)),
       adapter_(adapter),
-      log_(log),
       capture_(capture),
       message_(kMessageRoom),
       reply_(kReplyRoom) {}
 
 void AdapterPort::plug() {
-    listen();
-    plugged_ = true;
-    if (!openable_) stopListening();
-}
-
-void AdapterPort::unplug() {
-    if (!plugged_) return;
-    plugged_ = false;
-    directory_.removeAdapter(name_);
-    stopListening();
-    while (!connections_.empty()) drop(connections_.begin()->first);
-}
-
-void AdapterPort::letOpen(bool openable) {
-    if (plugged_ && openable && !openable_) listen();
-    if (!openable) stopListening();
-    openable_ = openable;
-}
-
-void AdapterPort::listen() {
     listener_ = directory_.listenAdapter(name_);
     listenerWatch_ = loop_.watch(listener_.get(), EPOLLIN, [this](std::uint32_t) { acceptAll(); });
 }
 
-void AdapterPort::stopListening() {
+void AdapterPort::unplug() {
     if (!listener_) return;
+    directory_.removeAdapter(name_);
     loop_.unwatch(listenerWatch_);
     listener_.reset();
+    while (!connections_.empty()) drop(connections_.begin()->first);
 }
 
 void AdapterPort::acceptAll() {
@@ -141,12 +120,6 @@ void AdapterPort::serve(Key key, Connection& connection, std::span<const std::ui
     connection.request = static_cast<std::uint32_t>(adapter_.log.last() + 1);
     capture(PacketKind::request, key, message);
     const Answer answer = adapter_.handle(parse(message), reply_);
-    if (log_ != nullptr) {
-        TextWriter writer = writerTo(*log_);
-        writer.field("name").text(name_);
-        adapter_.log.print(writer, adapter_.log.last());
-        log_->flush();
-    }
     connection.delivery = answer.delivery;
     connection.times = answer.times;
     connection.completion.clear();

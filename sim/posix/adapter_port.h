@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <ostream>
 #include <span>
 #include <string>
 #include <vector>
@@ -21,10 +20,10 @@ namespace quillsim {
 
 class AdapterPort {
    public:
-    // All references stay the caller's and outlive the port; log, which may be null, gets one line
-    // for each request, and capture what is sent either way. The port starts unplugged.
+    // All references stay the caller's and outlive the port; capture gets what is sent either way.
+    // The port starts unplugged.
     AdapterPort(EventLoop& loop, const RuntimeDirectory& directory, std::string name,
-                Adapter& adapter, std::ostream* log, CapturePoint capture);
+                Adapter& adapter, CapturePoint capture);
     AdapterPort(const AdapterPort&) = delete;
     AdapterPort& operator=(const AdapterPort&) = delete;
     ~AdapterPort() { unplug(); }
@@ -33,9 +32,6 @@ class AdapterPort {
     void plug();
     // Removes the socket and closes every connection.
     void unplug();
-    // Whether hosts can open the adapter while it is plugged in: without, its socket is there and
-    // refuses connections. Throws std::system_error.
-    void letOpen(bool openable);
 
    private:
     using Key = std::uint64_t;
@@ -50,8 +46,6 @@ class AdapterPort {
         std::uint32_t request = 0;  // the one that is not answered yet, by its number; 0 for none
     };
 
-    void listen();
-    void stopListening();
     void acceptAll();
     void settleHangups();
     void onEvents(Key key, std::uint32_t events);
@@ -65,10 +59,7 @@ class AdapterPort {
     const RuntimeDirectory& directory_;
     std::string name_;
     Adapter& adapter_;
-    std::ostream* log_;
     CapturePoint capture_;
-    bool plugged_ = false;
-    bool openable_ = true;
     FileDescriptor listener_;
     EventLoop::WatchId listenerWatch_ = 0;
     std::map<Key, Connection> connections_;

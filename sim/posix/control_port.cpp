@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "sim/posix/text_sink.h"
+#include "sim/text_sink.h"
 
 namespace quillsim {
 namespace {

@@ -4,8 +4,11 @@
 #include <grp.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdint>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -13,20 +16,18 @@
 #include "sim/adapter_arguments.h"
 #include "sim/posix/control_client.h"
 #include "sim/posix/server.h"
+#include "sim/text_sink.h"
 
 namespace {
 
-using quillsim::AdapterOptions;
 using quillsim::ServerOptions;
 
 constexpr std::size_t kMostAdapters = 1000;
 
 struct Arguments : quillsim::AdapterArguments {
     std::string runtimeDirectory = "/run/wrenlink";
-    std::vector<std::string> names;
     std::string mode = "0770";
     std::string group;
-    std::string logFile;
     std::string captureFile;
     std::string command;
 };
@@ -41,13 +42,6 @@ void declare(CLI::App& app, Arguments& arguments) {
             ""))
         ->capture_default_str();
     quillsim::declareAdapters(app, arguments, kMostAdapters);
-    quillsim::addPerAdapter(app, "--name", arguments.names,
-                            "socket name (others: quill and the number)")
-        ->check(CLI::Validator(
-            [](std::string& name) {
-                return name.find('/') == std::string::npos ? "" : "'" + name + "' is a path";
-            },
-            ""));
     app.add_option("--mode", arguments.mode, "permissions of the directories that it makes")
         ->check(CLI::Validator(
             [](std::string& mode) {
@@ -58,47 +52,37 @@ void declare(CLI::App& app, Arguments& arguments) {
             ""))
         ->capture_default_str();
     app.add_option("--group", arguments.group, "group that may use the adapters");
-    app.add_option("--log", arguments.logFile, "file to add a line to for each request");
     app.add_option("--capture", arguments.captureFile,
                    "pcapng file of what travels between hosts and adapters");
     app.add_option("--control", arguments.command, "send this command to the running simulator");
 }
 
-// Padded so that the names sort like the numbers.
-std::string defaultName(std::size_t adapter, std::size_t adapters) {
-    const std::string number = std::to_string(adapter);
-    const std::size_t width = std::to_string(adapters - 1).size();
-    return "quill" + std::string(width - number.size(), '0') + number;
-}
-
-AdapterOptions adapterOptions(const Arguments& arguments, std::size_t adapter) {
-    AdapterOptions options;
-    options.name = adapter < arguments.names.size() ? arguments.names[adapter]
-                                                    : defaultName(adapter, arguments.adapters);
-    options.id = adapter < arguments.ids.size() ? arguments.ids[adapter]
-                                                : static_cast<std::uint32_t>(100 * (adapter + 1));
-    const std::string firmware = quillsim::valueFor(arguments.firmware, adapter, "1.9");
-    quillsim::readFirmware(firmware, options.firmware);
-    if (adapter < arguments.memory.size()) options.memoryFile = arguments.memory[adapter];
-    options.xapStopped = quillsim::valueFor(arguments.xap, adapter, "running") == "stopped";
-    options.answerMicroseconds = arguments.answerMicroseconds;
-    return options;
+quillsim::Adapters makeAdapters(const Arguments& arguments) {
+    quillsim::Adapters adapters;
+    std::vector<quillsim::Adapter*> bench;
+    for (std::uint32_t i = 1; i <= arguments.adapters; ++i) {
+        adapters.push_back(std::make_unique<quillsim::Adapter>(100 * i, EINVAL));
+        bench.push_back(adapters.back().get());
+    }
+    quillsim::configure(arguments, [&bench](const std::string& line) {
+        std::string answer;
+        quillsim::TextWriter writer = quillsim::writerTo(answer);
+        if (!quillsim::runCommand({bench}, line, writer)) throw std::runtime_error(answer);
+    });
+    return adapters;
 }
 
 ServerOptions serverOptions(const Arguments& arguments) {
     ServerOptions options;
     options.runtimeDirectory = arguments.runtimeDirectory;
     options.access.mode = static_cast<mode_t>(std::stoul(arguments.mode, nullptr, 8)) & 0777;
-    options.logFile = arguments.logFile;
     options.captureFile = arguments.captureFile;
     if (!arguments.group.empty()) {
         const group* entry = ::getgrnam(arguments.group.c_str());
         if (entry == nullptr) throw std::runtime_error("no group " + arguments.group);
         options.access.group = entry->gr_gid;
     }
-    for (std::size_t i = 0; i < arguments.adapters; ++i) {
-        options.adapters.push_back(adapterOptions(arguments, i));
-    }
+    options.adapters = makeAdapters(arguments);
     return options;
 }
 

@@ -46,7 +46,6 @@ bool AdapterPort::powerOn(std::uint32_t id) {
         adapter_->~Adapter();
         new (adapter_) Adapter(id, kRefusal);
     }
-    letOpen(true);
     keepsCancelled_ = false;
     return true;
 }
@@ -65,15 +64,6 @@ void AdapterPort::cutHostsOff() {
     while (adapter_->opens().now > 0) adapter_->closed();
 }
 
-void AdapterPort::letOpen(bool openable) {
-    if (openable == openable_) return;
-    openable_ = openable;
-    if (!shown_) return;
-    // Enabling the interface anew mends its link.
-    enableInterface(false);
-    showInterface();
-}
-
 void AdapterPort::keepCancelled(bool kept) {
     keepsCancelled_ = kept;
     if (!kept && child_ != nullptr) context_->queue.endKept(child_);
@@ -81,18 +71,10 @@ void AdapterPort::keepCancelled(bool kept) {
 
 void AdapterPort::showInterface() { enableInterface(offered_ && link_.Buffer != nullptr); }
 
-// For an adapter that cannot be opened, the link by which hosts reach it leads nowhere, since Wine
-// does not heed a driver that refuses an opening; the link itself must be there for the system to
-// take away.
 void AdapterPort::enableInterface(bool enable) {
     if (enable == shown_) return;
     ::IoSetDeviceInterfaceState(&link_, enable ? TRUE : FALSE);
     shown_ = enable;
-    if (!enable || openable_) return;
-    UNICODE_STRING nowhere;
-    ::RtlInitUnicodeString(&nowhere, L"\\Device\\quillsim-nowhere");
-    ::IoDeleteSymbolicLink(&link_);
-    ::IoCreateSymbolicLink(&link_, &nowhere);
 }
 
 DEVICE_OBJECT* AdapterPort::childDevice() {

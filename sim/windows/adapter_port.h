@@ -44,8 +44,6 @@ class AdapterPort final : public Role {
     // Locked. Offers the adapter to hosts, or takes it away, which ends their requests. The bus
     // must be told afterwards that its children have changed.
     void offer(bool offered);
-    // Locked. Whether hosts can open the adapter while it is listed.
-    void letOpen(bool openable);
     // Locked. Whether requests that take their time are kept until then, also when they are
     // cancelled or their file is closed. Those that are kept end when that is over.
     void keepCancelled(bool kept);
@@ -82,7 +80,6 @@ class AdapterPort final : public Role {
     // Never 0, which a file object has that was not opened.
     ULONG_PTR session_ = 1;
     bool offered_ = false;
-    bool openable_ = true;
     bool keepsCancelled_ = false;
 
     DEVICE_OBJECT* child_ = nullptr;

@@ -128,8 +128,7 @@ void Bus::runLine(const FILE_OBJECT& file, std::string_view line, TextWriter& ou
     } else {
         if (verb == "help") out.text("adapters COUNT\nlend COUNT\nkeep ADAPTER yes|no\n");
         const Range view = inView();
-        runCommand({{&adapters_[view.first], view.count}, &Bus::plug, &Bus::letOpen, this}, line,
-                   out);
+        runCommand({{&adapters_[view.first], view.count}, &Bus::plug, this}, line, out);
         return;
     }
     if (failure.empty()) {
@@ -198,12 +197,6 @@ bool Bus::plug(void* bus, std::size_t adapter, bool plugged) {
     auto& self = *static_cast<Bus*>(bus);
     self.ports_[self.inView().first + adapter].offer(plugged);
     self.tellOfChange();
-    return true;
-}
-
-bool Bus::letOpen(void* bus, std::size_t adapter, bool openable) {
-    auto& self = *static_cast<Bus*>(bus);
-    self.ports_[self.inView().first + adapter].letOpen(openable);
     return true;
 }
 

@@ -78,7 +78,6 @@ class Bus final : public Role {
     void offerInView();
     // For the adapters' commands.
     static bool plug(void* bus, std::size_t adapter, bool plugged);
-    static bool letOpen(void* bus, std::size_t adapter, bool openable);
 
     PortContext context_;
     ControlDevice control_{*this};

@@ -8,11 +8,9 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -20,7 +18,6 @@
 #include <vector>
 
 #include "sim/adapter_arguments.h"
-#include "sim/model/adapter.h"
 #include "sim/windows/adapter_list.h"
 #include "sim/windows/control_client.h"
 #include "sim/windows/control_protocol.h"
@@ -60,39 +57,6 @@ fs::path ownFolder() {
     return fs::path(path).parent_path();
 }
 
-void loadMemory(ControlClient& client, const std::string& adapter, const std::string& file) {
-    constexpr std::size_t kWordsALine = 32;
-    std::ifstream in(quillsim::pathOf(file), std::ios::binary);
-    const std::string image{std::istreambuf_iterator<char>(in), {}};
-    if (image.size() % 2 != 0) throw std::runtime_error(file + ": ends inside a word");
-    const std::size_t words = image.size() / 2;
-    if (words > quillsim::kMemoryWords) throw std::runtime_error(file + ": more than 65536 words");
-    for (std::size_t start = 0; start < words; start += kWordsALine) {
-        std::string line = "poke " + adapter + ' ' + std::to_string(start);
-        for (std::size_t i = start; i < words && i < start + kWordsALine; ++i) {
-            const auto low = static_cast<unsigned char>(image[2 * i]);
-            const auto high = static_cast<unsigned char>(image[2 * i + 1]);
-            line += ' ' + std::to_string(low + 256 * high);
-        }
-        client.run(line);
-    }
-}
-
-void configure(ControlClient& client, const Arguments& arguments) {
-    client.run("adapters " + std::to_string(arguments.adapters));
-    for (std::size_t i = 0; i < arguments.adapters; ++i) {
-        const std::string number = std::to_string(i);
-        const std::string set = "set " + number;
-        if (i < arguments.ids.size()) {
-            client.run(set + " id " + std::to_string(arguments.ids[i]));
-        }
-        client.run(set + " firmware " + quillsim::valueFor(arguments.firmware, i, "1.9"));
-        client.run("xap " + number + ' ' + quillsim::valueFor(arguments.xap, i, "running"));
-        client.run(set + " answer-us " + std::to_string(arguments.answerMicroseconds));
-        if (i < arguments.memory.size()) loadMemory(client, number, arguments.memory[i]);
-    }
-}
-
 void uninstall() {
     quillsim::removeDriver();
     await([] { return !ControlClient().isOpen(); }, "end of the driver");
@@ -104,7 +68,8 @@ void install(const Arguments& arguments) {
     quillsim::installDriver(ownFolder() / "quillsim.inf");
     await([] { return ControlClient().isOpen(); }, "driver");
     ControlClient client;
-    configure(client, arguments);
+    client.run("adapters " + std::to_string(arguments.adapters));
+    configure(arguments, [&client](const std::string& line) { client.run(line); });
     awaitAdapters(arguments.adapters);
 }
 

@@ -157,9 +157,9 @@ bool changeTheEnvironment() {
         char** const variables = environ;
         environ = reinterpret_cast<char**>(16);  // as bad as it can be in the middle of a change
         const bool good = host.read() && host.set("SPI_DELAY", "9");
-        simulator.control("openable 0 no");
+        simulator.control("unplug 0");
         const bool failed = !host.read() && library.lastError(nullptr, nullptr) == 515;
-        simulator.control("openable 0 yes");
+        simulator.control("plug 0");
         environ = variables;
         if (!good || !failed || !fs::is_empty(other.path() / "objects")) return false;
     }
