@@ -87,7 +87,8 @@ std::string needNoStream(FaultyHost&) {
     const spifns_variable* list = nullptr;
     std::uint32_t count = 0;
     call(spifns_getvarlist, &list, &count);
-    return list[0].name + std::to_string(count) + " " + std::to_string(call(spifns_get_version));
+    return std::to_string(count) + " variables from " + list[0].name + " on, version " +
+           std::to_string(call(spifns_get_version));
 }
 
 std::string setDelay(FaultyHost& host) {
@@ -222,7 +223,7 @@ std::string unload(FaultyHost& host) {
 const Step kLoad = {"load", load, ""};
 const Step kOpen = {"open", open, "0, 1 open", "0, 1 open", "1, 0 open"};
 const Step kSelect = {"select", select, "0", "0", "1", "", Needs::adapter};
-const Step kNoStream = {"no stream", needNoStream, "SPIPORT9 260"};
+const Step kNoStream = {"no stream", needNoStream, "9 variables from SPIPORT on, version 260"};
 const Step kPorts = {"ports", listPorts, "0 USB SPI (100), 7 USB SPI (100), ", "", ""};
 const Step kError = {"error", makeError, "262 Invalid stream", "257 Out of memory",
                      "0 ",    "",        Needs::errorStore};
