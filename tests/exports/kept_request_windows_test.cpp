@@ -28,6 +28,7 @@ class KeptRequest : public testing::Test {
 void ask(os::Device& device, std::array<char, 4>& reply) {
     ASSERT_TRUE(device.open(os::presentAdapters(1).at(0).c_str()));
     ASSERT_TRUE(device.makeEvent());
+    EXPECT_EQ(device.wait(0), os::WaitResult::failed) << "nothing was started";
     ASSERT_NE(device.start(0x220000, "\3\0\4\0\0\5\0", 7, reply.data(), reply.size()),
               os::RequestStart::failed);
 }
