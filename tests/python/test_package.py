@@ -78,13 +78,15 @@ class Package(Simulated):
             (chip.command, ["FOO", None]),
             (lambda word: chip.mgcmd_init(0, word), [-1, 0x10000]),
             (chip.mgcmd, [range(509)]),
-            (lambda timeout: chip.exclusive(timeout).__enter__(), [-1, math.nan]),
+            (lambda timeout: chip.exclusive(timeout).__enter__(), [-1, math.nan, "1"]),
         ]:
             for value in values:
                 with self.subTest(value=value), self.assertRaises(ValueError) as raised:
                     call(value)
                 self.assertIs(type(raised.exception), wrenlink.ArgumentError)
                 self.assertRegex(raised.exception.text, "is not acceptable; .+ would do")
+        chip.close()
+        self.assertRaises(wrenlink.ArgumentError, wrenlink.open, clock="fast")
         self.assertEqual(control("count 0").split()[0], before.split()[0])
 
     def test_the_whole_memory_is_read_and_progress_told(self):
@@ -101,6 +103,7 @@ class Package(Simulated):
 
     def test_one_user_at_a_time(self):
         other = self.opened(port="100")
+        os.environ["WRENLINK_RUNTIME_DIR"] = "/elsewhere"  # streams keep the folder that they have
         with self.opened(port=200).exclusive(0), self.chip.exclusive(0), self.chip.exclusive(0):
             self.assertRaises(wrenlink.BusyError, other.exclusive(0.05).__enter__)
             with ThreadPoolExecutor() as threads:
@@ -184,8 +187,9 @@ class Package(Simulated):
                          {"QUILLVERSION", "MUTEXNAME"})
         self.assertEqual(dict(chip.variables)["SPICMDBITS"], "MISMATCH")
         self.assertEqual((chip.port, chip.device_id), (0, "quill100"))
-        for name in ["QUILLMODE", "NONE"]:
-            self.assertRaises(KeyError, chip.variables.__getitem__, name)
+        for name in ["QUILLMODE", "NONE", 7]:
+            self.assertNotIn(name, chip.variables)
+        self.assertRaises(AttributeError, setattr, chip, "clok", 1000)
 
     def test_a_sequence_keeps_its_buffers_and_can_be_submitted_again(self):
         sequence = wrenlink.Sequence()

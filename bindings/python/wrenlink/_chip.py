@@ -16,7 +16,7 @@ from ._errors import BusyError, ClosedError, Error, NoAdapterError, SharedMemory
 from ._errors import address_of, count_from, one_of, refuse, whole
 from ._library import NO_STREAM, DebugCallback, PortCallback
 from ._library import call, decoded, encoded, last_error, library, logger
-from ._lock import held
+from ._lock import choose_runtime_directory, held
 from ._sequence import Sequence, view_of, view_to_fill, zeros
 from ._variables import Number, Value, Variables, hexadecimal
 
@@ -50,6 +50,8 @@ def _new_stream() -> int:
     with contextlib.suppress(IndexError):
         while True:
             library().spifns_stream_close(_dropped.pop())
+    if library().spifns_count_streams() == 0:
+        choose_runtime_directory()
     library().spifns_clear_last_error()
     stream = ctypes.c_uint32(NO_STREAM)
     status = library().spifns_stream_init(ctypes.byref(stream))
@@ -60,6 +62,13 @@ def _new_stream() -> int:
         # Only an adapter that does not tell its id; the others can be used.
         logger.warning("looking for adapters: %s", error)
     return stream.value
+
+
+def _settings(settings: Mapping[str, Value]) -> Sequence:
+    sequence = Sequence()
+    for name, value in settings.items():
+        sequence.set(name, value)
+    return sequence
 
 
 class Port(NamedTuple):
@@ -111,14 +120,18 @@ class Chip:
     read_bits = Number("SPICMDREADBITS", hexadecimal, "Command bits of reads; from firmware 1.9.")
     write_bits = Number("SPICMDWRITEBITS", hexadecimal, "Command bits of writes; likewise.")
 
+    # What is none of the attributes above is an error to set.
+    __slots__ = ("_lock", "_turn", "_is_exclusive", "_stream", "__weakref__")
+
     def __init__(self, settings: Mapping[str, Value]) -> None:
         self._lock = threading.RLock()
         self._turn = threading.RLock()
         self._is_exclusive = False
+        sequence = _settings(settings)
         self._stream: int | None = _new_stream()
         try:
             library().spifns_stream_set_debug_callback(self._stream, _log_callback, None)
-            self._set(settings)
+            self.submit(sequence)
         except BaseException:
             self.close()
             raise
@@ -259,7 +272,8 @@ class Chip:
         limit, and raises BusyError after that. Blocks of one thread may be inside each other;
         threads that share the chip take turns.
         """
-        if timeout is not None and not 0 <= timeout <= threading.TIMEOUT_MAX:
+        given = timeout is None or isinstance(timeout, (int, float))
+        if not given or not 0 <= (timeout or 0) <= threading.TIMEOUT_MAX:
             refuse(f"timeout {timeout!r}", "seconds, 0 or more, or None")
         end = None if timeout is None else time.monotonic() + timeout
         if self.port < 0:
@@ -333,10 +347,7 @@ class Chip:
         return decoded(self._call("spifns_stream_getvar", encoded(name)))
 
     def _set(self, settings: Mapping[str, Value]) -> None:
-        sequence = Sequence()
-        for name, value in settings.items():
-            sequence.set(name, value)
-        self.submit(sequence)
+        self.submit(_settings(settings))
 
     def _tell(self, step: str) -> None:
         if logger.isEnabledFor(logging.DEBUG):

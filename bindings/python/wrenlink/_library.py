@@ -93,6 +93,7 @@ _FUNCTIONS = {
         None, [ctypes.POINTER(ctypes.POINTER(VariableRecord)), ctypes.POINTER(ctypes.c_uint32)]
     ),
     "spifns_stream_init": _Function(ctypes.c_int, [ctypes.POINTER(_Stream)]),
+    "spifns_count_streams": _Function(ctypes.c_uint32, []),
     "spifns_stream_close": _Function(None, [_Stream]),
     "spifns_stream_set_debug_callback": _Function(None, [_Stream, DebugCallback, ctypes.c_void_p]),
     "spifns_stream_sequence": _Function(

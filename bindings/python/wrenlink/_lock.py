@@ -20,12 +20,21 @@ if TYPE_CHECKING:
 _FIRST_PAUSE, _LONGEST_PAUSE = 0.0001, 0.01
 
 
-def runtime_directory() -> Path:
-    """Where hosts and adapters meet on Linux. OSError when it cannot be there, as for hosts."""
+_runtime_directory = ""
+
+
+def choose_runtime_directory() -> None:
+    """Takes from the environment, as the library does, where hosts and adapters meet on Linux."""
+    global _runtime_directory
     named = os.environ.get("WRENLINK_RUNTIME_DIR") or "/run/wrenlink"
-    if not os.path.isabs(named):
-        raise FileNotFoundError(errno.ENOENT, "WRENLINK_RUNTIME_DIR is no absolute path", named)
-    return Path(named)
+    _runtime_directory = os.path.realpath(named) if os.path.isabs(named) else ""
+
+
+def runtime_directory() -> Path:
+    """The one that was chosen last. OSError when it cannot be one, as for hosts."""
+    if not _runtime_directory:
+        raise FileNotFoundError(errno.ENOENT, "WRENLINK_RUNTIME_DIR is no absolute path")
+    return Path(_runtime_directory)
 
 
 if sys.platform == "win32":

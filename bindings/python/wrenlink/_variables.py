@@ -4,7 +4,7 @@ from __future__ import annotations
 import contextlib
 import ctypes
 from collections.abc import Callable, Iterator, Mapping
-from typing import TYPE_CHECKING, Any, Generic, SupportsIndex, TypeVar, Union, overload
+from typing import TYPE_CHECKING, Any, Generic, SupportsIndex, TypeVar, Union, cast
 
 from ._errors import one_of, refuse, whole
 from ._library import VariableRecord, decoded, library
@@ -87,7 +87,7 @@ class Variables(Mapping[str, str]):
         self._chip = chip
 
     def __getitem__(self, name: str) -> str:
-        if name.upper() not in _READABLE:
+        if str(name).upper() not in _READABLE:
             raise KeyError(name)
         return self._chip._get(name)
 
@@ -112,14 +112,8 @@ class Number(Generic[T]):
         self._parse = parse
         self.__doc__ = doc
 
-    @overload
-    def __get__(self, chip: None, owner: Any) -> Number[T]: ...
-
-    @overload
-    def __get__(self, chip: Chip, owner: Any) -> T: ...
-
-    def __get__(self, chip: Chip | None, owner: Any) -> Number[T] | T:
-        return self if chip is None else self._parse(chip._get(self._name))
+    def __get__(self, chip: Chip | None, owner: Any) -> T:
+        return cast(T, self) if chip is None else self._parse(chip._get(self._name))
 
     def __set__(self, chip: Chip, value: float) -> None:
         chip._set({self._name: value})

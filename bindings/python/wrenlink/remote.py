@@ -23,9 +23,12 @@ assert sys.platform != "win32", "wrenlink.remote runs on Linux only"
 import argparse
 import asyncio
 import contextlib
+import errno
 import itertools
 import json
+import mmap
 import os
+import pathlib
 import shlex
 import signal
 import socket
@@ -33,9 +36,7 @@ import stat
 import struct
 from typing import TYPE_CHECKING, Any
 
-from ._lock import held, runtime_directory
-from ._service import MOST_ADAPTERS, MOST_BYTES, PATIENCE
-from ._service import enter_adapters, forget, listening, present, told_id
+from ._lock import choose_runtime_directory, held, runtime_directory
 
 if TYPE_CHECKING:
     from collections.abc import Callable, Coroutine, Iterable, Iterator
@@ -43,8 +44,11 @@ if TYPE_CHECKING:
 _HEAD = struct.Struct("<IIQ")
 _GREETING = "wrenlink.remote 1"
 # In seconds: between signs of life, until a side without any counts as lost, that a busy adapter is
-# waited for.
-_BEAT, _SILENCE, _BUSY = 1, 10, 5
+# waited for, that hosts wait for a completion.
+_BEAT, _SILENCE, _BUSY, _PATIENCE = 1, 10, 5, 1
+_MOST_ADAPTERS = 32
+# More than any request or completion has.
+_MOST_BYTES = 1 << 17
 
 
 class Link:
@@ -75,7 +79,7 @@ class Link:
     async def receive(self) -> tuple[int, int, bytes]:
         try:
             length, adapter, connection = _HEAD.unpack(await self._reader.readexactly(_HEAD.size))
-            if length > MOST_BYTES:
+            if length > _MOST_BYTES:
                 raise ConnectionError("what comes is no message")
             message = await self._reader.readexactly(length)
         except asyncio.IncompleteReadError:
@@ -110,17 +114,80 @@ async def _cancel(tasks: Iterable[asyncio.Future[Any]]) -> None:
     await asyncio.gather(*tasks, return_exceptions=True)
 
 
+# ---- What a service of adapters does in the runtime directory; `adapters` is the current folder ----
+
+
+def _present() -> list[str]:
+    """The names of the adapters in the current folder, in the order of their port numbers."""
+    names = [name for name in os.listdir() if stat.S_ISSOCK(os.lstat(name).st_mode)]
+    return sorted(names, key=os.fsencode)[:_MOST_ADAPTERS]
+
+
+@contextlib.contextmanager
+def _listening(name: str) -> Iterator[socket.socket]:
+    """An adapter's socket in the current folder, for those who may share objects."""
+    with contextlib.ExitStack() as stack:
+        server, probe = (
+            stack.enter_context(socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)) for _ in "12"
+        )
+        if probe.connect_ex(name) == 0:
+            raise OSError(errno.EADDRINUSE, f"another service offers {name}")
+        # It appears when it works, in place of one that a killed service left behind.
+        hidden = f"../.{name}.{os.getpid()}"
+        server.setblocking(False)
+        server.bind(hidden)
+        shared = os.stat("../objects")
+        with contextlib.suppress(PermissionError):
+            os.chown(hidden, -1, shared.st_gid)
+        os.chmod(hidden, shared.st_mode & 0o666)
+        server.listen()
+        os.rename(hidden, name)
+        stack.callback(pathlib.Path(name).unlink, missing_ok=True)
+        yield server
+
+
+def _told_id(name: str) -> int:
+    """The id that an adapter tells; 0 when it tells none."""
+    completion = b""
+    with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as device:
+        device.settimeout(_PATIENCE)
+        with contextlib.suppress(OSError):
+            device.connect(name)
+            device.send(struct.pack("<II", 0x220000, 6) + bytes.fromhex("03000600000700"))
+            completion = device.recv(_MOST_BYTES)
+    return int.from_bytes(completion[6:], "big") if len(completion) == 10 else 0
+
+
+def _forget(adapter_id: int) -> None:
+    """Marks unknown what hosts remember of an adapter. Whoever has its lock may do so at any time.
+
+    It takes no lock on the files: that would keep a newcomer from starting them afresh.
+    """
+    for name, field in (("quilldelays", "H"), ("quillcmdbits", "I")):
+        size = struct.calcsize(field)
+        with contextlib.suppress(FileNotFoundError), contextlib.ExitStack() as stack:
+            path = runtime_directory() / f"objects/kvs_shm_{name}{adapter_id}"
+            file = os.open(path, os.O_RDWR | os.O_NOFOLLOW | os.O_CLOEXEC | os.O_NONBLOCK)
+            stack.callback(os.close, file)
+            status = os.fstat(file)
+            if stat.S_ISREG(status.st_mode) and status.st_size == size:
+                view = stack.enter_context(memoryview(stack.enter_context(mmap.mmap(file, size))))
+                # Whole, as hosts write it, so that nobody sees a half of it.
+                stack.enter_context(view.cast(field))[0] = (1 << 8 * size) - 1
+
+
 # ---- The far side: lends ----
 
 
 def _take(wanted: list[int], taken: contextlib.ExitStack) -> Iterator[tuple[str, int]]:
     """Takes adapters, all or those with wanted ids, until the stack ends; their names and ids."""
-    folder = enter_adapters()
+    os.chdir(runtime_directory() / "adapters")
     ids: set[int] = set()
-    for port, name in enumerate(present()):
+    for port, name in enumerate(_present()):
         with contextlib.ExitStack() as mine:
             # What hosts agree on who want an adapter for long, and what every exchange takes.
-            device = f"{folder}/{name}".translate(str.maketrans('.\\/"*', "-----"))
+            device = f"{runtime_directory()}/adapters/{name}"
+            device = device.translate(str.maketrans('.\\/"*', "-----"))
             try:
                 for lock in (f"usbspi_mutex_{port}", f"kvs_mutex_{device}"):
                     mine.enter_context(held(lock, _BUSY))
@@ -128,13 +195,13 @@ def _take(wanted: list[int], taken: contextlib.ExitStack) -> Iterator[tuple[str,
                 print(f"{name} is busy, so it is not lent", file=sys.stderr)
                 continue
             # Hosts take the port for an id that could be a key, or that is there already.
-            told = told_id(name)
-            adapter_id = port if told < MOST_ADAPTERS or told in ids else told
+            told = _told_id(name)
+            adapter_id = port if told < _MOST_ADAPTERS or told in ids else told
             ids.add(adapter_id)
             if not wanted or adapter_id in wanted:
                 # Now, should this process be killed, and at the end.
-                forget(adapter_id)
-                mine.callback(forget, adapter_id)
+                _forget(adapter_id)
+                mine.callback(_forget, adapter_id)
                 taken.push(mine.pop_all())
                 yield name, adapter_id
 
@@ -147,7 +214,7 @@ async def _answer(link: Link, name: str, connection: int, request: bytes) -> Non
         with contextlib.suppress(OSError):
             device.connect(name)
             device.send(request)
-            completion = await asyncio.get_running_loop().sock_recv(device, MOST_BYTES)
+            completion = await asyncio.get_running_loop().sock_recv(device, _MOST_BYTES)
     link.send(connection, 0, completion)
 
 
@@ -164,7 +231,7 @@ async def _lend(wanted: list[int]) -> None:
         taken.callback(source.close)
         taken.callback(pipe.close)
         lent = list(_take(wanted, taken))
-        pipe.write(json.dumps({"greeting": _GREETING, "adapters": lent}).encode() + b"\n")
+        pipe.write(json.dumps({_GREETING: lent}).encode() + b"\n")
         link = Link(reader, pipe.write, beats=False)
         try:
             while True:
@@ -191,7 +258,7 @@ async def _carry(link: Link, connection: int, adapter: int, host: socket.socket)
     """Carries a host's request over and its completion back, unless one of both gives up."""
     loop = asyncio.get_running_loop()
     with host, contextlib.suppress(OSError):
-        request = await loop.sock_recv(host, MOST_BYTES)
+        request = await loop.sock_recv(host, _MOST_BYTES)
         if not request:
             return
         answer = link.ask(connection, adapter, request)
@@ -226,28 +293,28 @@ async def _offer(
     seconds = loop.time() - start
     ids = ", ".join(str(adapter_id) for _, adapter_id in lent)
     print(f"{bench} lends {ids}; a round trip takes {1000 * seconds:.1f} ms")
-    if seconds > PATIENCE:
+    if seconds > _PATIENCE:
         print("That is too long: hosts wait 1000 ms for an answer, so all calls will fail with 516.")
     for _, adapter_id in lent:
         # Hosts at the other side had it since those here did.
-        forget(adapter_id)
+        _forget(adapter_id)
     with contextlib.ExitStack() as sockets:
         names = [f"{bench}-{name}".replace("/", "-") for name, _ in lent]
-        here = [sockets.enter_context(listening(name)) for name in names]
+        here = [sockets.enter_context(_listening(name)) for name in names]
         print("ready", flush=True)
         await asyncio.gather(*itertools.starmap(serve, enumerate(here)))
 
 
 async def _greeting(reader: asyncio.StreamReader) -> list[tuple[str, int]]:
     """The names and ids of what is lent, behind what a shell may say first."""
-    lent = []
-    while line := await reader.readline():
-        with contextlib.suppress(ValueError):
-            said = json.loads(line)
-            if isinstance(said, dict) and said.get("greeting") == _GREETING:
-                lent = said["adapters"]
+    lent: list[tuple[str, int]] = []
+    with contextlib.suppress(ValueError):  # of a line that has no end
+        while line := await reader.readline():
+            try:
+                lent = [(str(name), int(one)) for name, one in json.loads(line)[_GREETING]]
                 break
-        print(line.decode(errors="replace"), end="", file=sys.stderr)
+            except (LookupError, TypeError, ValueError):
+                print(line.decode(errors="replace"), end="", file=sys.stderr)
     if not lent:
         raise ConnectionError("the other side lends no adapter")
     return lent
@@ -263,7 +330,7 @@ async def _borrow(bench: str, command: list[str]) -> None:
     try:
         for folder in ("objects", "adapters"):
             os.makedirs(runtime_directory() / folder, exist_ok=True)
-        enter_adapters()
+        os.chdir(runtime_directory() / "adapters")
         lent = await _greeting(far.stdout)
         link = Link(far.stdout, far.stdin.write, beats=True)
         works = (link.deliver(), _offer(link, bench, lent, hosts))
@@ -274,8 +341,9 @@ async def _borrow(bench: str, command: list[str]) -> None:
         await _cancel(tasks)
         await _cancel(hosts)
         far.stdin.close()
+        over = asyncio.gather(far.stdin.wait_closed(), far.wait(), return_exceptions=True)
         try:
-            await asyncio.wait_for(far.wait(), PATIENCE)
+            await asyncio.wait_for(over, _PATIENCE)
         except asyncio.TimeoutError:
             far.kill()
 
@@ -307,6 +375,7 @@ def main() -> None:
     ids = [f"--id={one}" for one in options.id]
     ssh = ["ssh", "-T", "--", options.bench, "python3", "-m", "wrenlink.remote", "--serve"]
     command = [*(shlex.split(options.command) if options.command else ssh), *ids]
+    choose_runtime_directory()
     work = _lend(options.id) if options.serve else _borrow(options.bench, command)
     try:
         asyncio.run(_until_signalled(work))
