@@ -5,7 +5,7 @@ wrenlink installed in the folder KIT, from an empty home folder in which the pro
 
     ```sh        commands that have to succeed
     ```console   commands after "$ ", and what they print; "..." stands for anything
-    `FILE`: and a block in any language: that file; one in a folder is the project's own
+    `FILE`: and a block in any language: that file
     ```text      no example
 """
 import pathlib
@@ -14,7 +14,7 @@ import subprocess
 import sys
 import tempfile
 
-BLOCK = re.compile(r"(?:^`([\w./-]+)`[^\n]*:\n\n)?^```(\w*)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+BLOCK = re.compile(r"(?:^`([\w.-]+)`[^\n]*:\n\n)?^```(\w*)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 COMMAND = re.compile(r"^\$ ((?:.*\\\n)*.*\n)((?:(?!\$ ).*\n)*)", re.MULTILINE)
 # A kit is found as if it were installed for the whole system; one in /usr is. What is started in
 # the background serves when it says so, and ends with the session.
@@ -51,9 +51,6 @@ def examples_of(document, sources, home):
         elif language == "console":
             for shown in COMMAND.finditer(contents):
                 yield line + contents.count("\n", 0, shown.start()), *shown.groups()
-        elif name and "/" in name:
-            if (sources / name).read_text() != contents:
-                sys.exit(f"{document.name}:{line}: {name} is another")
         elif name:
             (home / name).write_text(contents)
         elif language != "text":
