@@ -37,7 +37,7 @@ started() {
 """
 
 
-def examples_of(document, sources, home):
+def examples_of(document, home):
     """The commands of a document, whose files it writes: the line in which each stands, itself, and
     what it is to print, or None."""
     text = document.read_text()
@@ -72,7 +72,7 @@ def fits(found, expected):
 sources, kit, document = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
 with tempfile.TemporaryDirectory(prefix="wrenlink-docs-") as folder:
     home = pathlib.Path(folder)
-    examples = list(examples_of(document, sources, home))
+    examples = list(examples_of(document, home))
     script = START + "".join(scripted(*example[1:]) for example in examples)
     with open(home / "session", "wb") as session:
         status = subprocess.run(["timeout", "50", "bash", "-c", script, "bash", sources, kit],
