@@ -172,6 +172,14 @@ class Package(Simulated):
                     call()
                 self.assertEqual((raised.exception.code, raised.exception.address), (code, address))
 
+    def test_it_tells_why_there_is_no_adapter(self):
+        self.chip.close()
+        (self.folder / "empty/adapters").mkdir(parents=True)
+        for folder, reason in [("none", r"id \(0\); cannot look into '.*/none/adapters': No such file"),
+                               ("empty", "'.*/empty/adapters' offers none")]:
+            os.environ["WRENLINK_RUNTIME_DIR"] = str(self.folder / folder)
+            self.assertRaisesRegex(wrenlink.NoAdapterError, reason, wrenlink.open)
+
     def test_variables_and_attributes_are_the_same(self):
         chip = self.chip
         for name, attribute, value, text in [

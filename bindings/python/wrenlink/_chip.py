@@ -16,7 +16,7 @@ from ._errors import BusyError, ClosedError, Error, NoAdapterError, SharedMemory
 from ._errors import address_of, count_from, one_of, refuse, whole
 from ._library import NO_STREAM, DebugCallback, PortCallback
 from ._library import call, decoded, encoded, last_error, library, logger
-from ._lock import choose_runtime_directory, held
+from ._lock import choose_runtime_directory, held, why_no_adapters
 from ._sequence import Sequence, view_of, view_to_fill, zeros
 from ._variables import Number, Value, Variables, hexadecimal
 
@@ -132,7 +132,9 @@ class Chip:
         try:
             library().spifns_stream_set_debug_callback(self._stream, _log_callback, None)
             self.submit(sequence)
-        except BaseException:
+        except BaseException as error:
+            if isinstance(error, NoAdapterError):
+                error.text += why_no_adapters()
             self.close()
             raise
 

@@ -33,8 +33,21 @@ def choose_runtime_directory() -> None:
 def runtime_directory() -> Path:
     """The one that was chosen last. OSError when it cannot be one, as for hosts."""
     if not _runtime_directory:
-        raise FileNotFoundError(errno.ENOENT, "WRENLINK_RUNTIME_DIR is no absolute path")
+        raise FileNotFoundError(errno.ENOENT, "it has to be absolute", "WRENLINK_RUNTIME_DIR")
     return Path(_runtime_directory)
+
+
+def why_no_adapters() -> str:
+    """What is to be done where no adapter is offered at all; otherwise nothing."""
+    if sys.platform == "win32":
+        return ""
+    try:
+        folder = runtime_directory() / "adapters"
+        return "" if os.listdir(folder) else f"; '{folder}' offers none: plug one in"
+    except OSError as error:
+        denied = isinstance(error, PermissionError)
+        remedy = "join the group that may use it" if denied else "start the service of adapters"
+        return f"; cannot look into '{error.filename}': {error.strerror}; {remedy}"
 
 
 if sys.platform == "win32":
