@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "bench/bare_exchange.h"
-#include "sim/windows/installation.h"
+#include "sim/windows/adapter_list.h"
 
 namespace wrenlink::bench {
 namespace {
