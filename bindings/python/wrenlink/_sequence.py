@@ -4,7 +4,7 @@ from __future__ import annotations
 import ctypes
 import sys
 from array import array
-from typing import TYPE_CHECKING, SupportsIndex, Union
+from typing import TYPE_CHECKING, Protocol, SupportsIndex, Union
 
 from ._errors import address_of, count_from, refuse, whole
 from ._library import Action, Variable, encoded
@@ -17,8 +17,15 @@ if TYPE_CHECKING:
 
     # What can be written to a chip: a buffer of 16-bit words, or numbers from 0 to 0xFFFF.
     Words = Union[ReadableBuffer, Iterable[int]]
+
+    class NumpyArray(Protocol):
+        """What checkers before PEP 688 do not know for a buffer."""
+
+        @property
+        def __array_interface__(self) -> object: ...
+
     # What can be filled from a chip: a buffer of 16-bit words.
-    WordBuffer = WriteableBuffer
+    WordBuffer = Union[WriteableBuffer, NumpyArray]
 
 # The most words of one action.
 _ACTION_WORDS = 0xFFFF
@@ -33,7 +40,7 @@ def zeros(words: int) -> array[int]:
 def view_to_fill(buffer: WordBuffer) -> memoryview:
     """The memory of a buffer that can be filled in place."""
     try:
-        view = memoryview(buffer)
+        view = memoryview(buffer)  # type: ignore[arg-type]
     except TypeError:
         refuse(repr(buffer), "a buffer of 16-bit words (an array 'H', a numpy array uint16)")
     if view.format not in _FORMATS:
