@@ -346,6 +346,7 @@ async def _borrow(bench: str, command: list[str]) -> None:
             await asyncio.wait_for(over, _PATIENCE)
         except asyncio.TimeoutError:
             far.kill()
+            await far.wait()
 
 
 async def _until_signalled(work: Coroutine[Any, Any, None]) -> None:
