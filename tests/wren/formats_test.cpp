@@ -38,6 +38,7 @@ TEST(Formats, AreReadStrictly) {
         {"a.bin", "AB", "0000: 4241\n"},
         {"hex", "AB", "0000: 4142\n", Endian::big},
         {"hex", "", "it is empty"},
+        {"hex", "odd", "it has 3 bytes, and words have two each"},
         {"-", "10: 1 ABCD # end\r\n\n0x20:0x3|text|", "0010: 0001 abcd\n0020: 0003\n"},
         {"-", "ffff: 1\nfffe: 2", "fffe: 0002 0001\n"},
         {"-", "0: 9\n7ffb: 1 2 3 4 5 6 7 8 9\nffff: 6",  // over the first 64 KiB of bytes

@@ -87,9 +87,10 @@ class WrenTest : public testing::Test {
 };
 
 TEST_F(WrenTest, TellsScriptsHowItEnded) {
-    const std::string unread = "[1] wren: error 517: Read failed on USB-SPI";
+    const std::string unread = "[1] wren: adapter 100: error 517: Read failed on USB-SPI";
     const std::string power = "; check the chip's power and wiring, and try a lower --clock";
     const std::string look = std::string("; '") + kSteering + " \"log 0\"' shows the exchanges\n";
+    const std::string choose = "; choose with --clock and --max-clock\n";
     std::string closed = textOf(NativeError::closed);
     closed.erase(closed.find_last_not_of("\r\n") + 1);  // the tool keeps an error in one line
     makeFile("apart.txt", "20: 1\n8000: 5\n9000: 6\n");
@@ -112,20 +113,17 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
         {"wren --clock 1000 get SPI_DELAY",
          "SPI_DELAY=4 steps\nwren: asked for a clock of 1000 kHz, got 1066.1 kHz\n"},
         {"wren --max-clock 3000 set SPICLOCK=2000",
-         "[2] wren: error: SPICLOCK=2000 means 4000 kHz, above the maximum of 3000 kHz; the "
-         "adapter "
-         "has 1785.7 kHz and 4000 kHz, and 1785.7 kHz up to the maximum; choose with --clock and "
-         "--max-clock\n"},
+         "[2] wren: adapter 100: error: SPICLOCK=2000 means 4000 kHz, above the maximum of 3000 "
+         "kHz; the adapter has 1785.7 kHz and 4000 kHz, and 1785.7 kHz up to the maximum" +
+             choose},
         {"wren --max-clock 1000 read 0 1",
-         "[2] wren: error: SPI_DELAY=4 means 1066.1 kHz, above the maximum of 1000 kHz; the "
-         "adapter "
-         "has 1066.1 kHz and 1231.5 kHz, and 939.85 kHz up to the maximum; choose with --clock and "
-         "--max-clock\n"},
+         "[2] wren: adapter 100: error: SPI_DELAY=4 means 1066.1 kHz, above the maximum of 1000 "
+         "kHz; the adapter has 1066.1 kHz and 1231.5 kHz, and 939.85 kHz up to the maximum" +
+             choose},
         {"wren run fast",
-         "[2] wren: error: SPI_DELAY=3 means 1231.5 kHz, above the maximum of 1070 kHz; the "
-         "adapter "
-         "has 1231.5 kHz and 1457.7 kHz, and 1066.1 kHz up to the maximum; choose with --clock and "
-         "--max-clock\n"},
+         "[2] wren: adapter 100: error: SPI_DELAY=3 means 1231.5 kHz, above the maximum of 1070 "
+         "kHz; the adapter has 1231.5 kHz and 1457.7 kHz, and 1066.1 kHz up to the maximum" +
+             choose},
         {"wren write 0x10 7 0xabcd",
          "adapter 100: 2 words from 0x0010 on written and verified, CRC-32 83c334c6\n"},
         {"wren read 16 2",
@@ -141,7 +139,8 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
         {"wren run script", "0020: 0001 0002 0003 0000\n"},
         {"wren mgcmd --init 0xff 1 2 3", "0x00fe 0x00fd\n"},
         {"wren verify 0x11 0xabcd 1 2 9",
-         "0x0014: expected 0x0009, found 0x0001\n[4] wren: error: 1 of 4 words differ\n"},
+         "0x0014: expected 0x0009, found 0x0001\n[4] wren: adapter 100: error: 1 of 4 words from "
+         "0x0011 on differ\n"},
         {"quillsim faulty 0 0x8000 0x8000", ""},
         {"quillsim faulty 0 0x8002 0x8004", ""},
         {"wren verify -i apart.txt", unread + " at 0x8000" + power + look},
@@ -153,16 +152,14 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
              power + look},
         {"quillsim fault 0 badstatus 0x4101 code=0x4100", ""},
         {"wren mgcmd 1",
-         "[1] wren: error 517: MGCMD failed on USB-SPI device; prepare the adapter with --init, "
-         "or look with --any-answer" +
+         "[1] wren: adapter 100: error 517: MGCMD failed on USB-SPI device; prepare the adapter "
+         "with --init, or look with --any-answer" +
              look},
         {"wren run bad",
-         "[1] wren: error: cannot use 'bad': line 2: 2 words from 0xffff on would reach beyond "
-         "the last word, 0xffff\n"},
-        {"wren raed 0 1", "[2] wren: error: no command 'raed'; did you mean read?\n"},
-        {"wren help fly",
-         "[2] wren: error: no command 'fly'; there are ports, info, xap, speed, read, dump, write, "
-         "fill, verify, diff, get, set, vars, command, mgcmd, run\n"},
+         "[1] wren: error: cannot use 'bad': line 2: 2 words from 0xffff on would reach beyond the "
+         "last word, 0xffff\n"},
+        {"wren help raed", "[2] wren: error: no command 'raed'; did you mean read?\n"},
+        {"wren command fly", "[2] wren: error: no command 'fly'; there are DFU, SPISLOWER\n"},
         {"wren set SPIMUL=17", "[2] wren: error: SPIMUL takes a whole number, 0 to 16, not '17'\n"},
         {"wren ports --simulate 2",
          "[2] wren: error: '--simulate 2' may mean two things; write --simulate=2, or other "
@@ -179,20 +176,18 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
         {"wren read 5", "[2] wren: error: give ADDR and COUNT, or --region START:COUNT\n"},
         {"wren read 0 1 --region 0:1",
          "[2] wren: error: give ADDR and COUNT, or --region, not both\n"},
-        {"wren --port 999 xap",
-         "[3] wren: error 514: Couldn't find device with id (999); there are 0: USB SPI (100), "
-         "1: USB SPI (200)\n"},
         {"wren --port 1x xap",
-         "[3] wren: error: no adapter '1x'; there are 0: USB SPI (100), 1: USB SPI (200)\n"},
+         "[3] wren: adapter 1x: error: no adapter '1x'; there are 0: USB SPI (100), 1: USB SPI "
+         "(200)\n"},
         {"quillsim fault 0 close code=0x0400", ""},
-        {"wren xap", "[5] wren: error 516: " + closed +
-                         ": Driver IO failed; check that the adapter is plugged in, then try "
-                         "again" +
-                         look},
+        {"wren xap",
+         "[5] wren: adapter 100: error 516: " + closed +
+             ": Driver IO failed; check that the adapter is plugged in, then try again" + look},
         {"quillsim fault 0 corrupt 9 1 code=0x0100", ""},
         {"wren write 0x10 1 2",
-         "0x0011: expected 0x0002, found 0x0003\n[4] wren: error: 1 of 2 words differ" + power +
-             '\n'},
+         "0x0011: expected 0x0002, found 0x0003\n[4] wren: adapter 100: error: 1 of 2 words from "
+         "0x0010 on differ" +
+             power + '\n'},
         {"wren -v --port 0 xap",
          "running\nwren: selected quill100 at port 0\nwren: asking for the state of the XAP "
          "processor\n"},
@@ -210,9 +205,8 @@ TEST_F(WrenTest, WorksWithTheAdaptersThatAreMeant) {
         {"wren --port all write 5 3",
          "adapter 100: 0x0005: expected 0x0003, found 0x0002\n"
          "adapter 200: 1 word from 0x0005 on written and verified, CRC-32 6af4413c\n"
-         "[4] wren: adapter 100: error: 1 of 1 words differ; check the chip's power and wiring, "
-         "and "
-         "try a lower --clock\n"},
+         "[4] wren: adapter 100: error: 1 of 1 word from 0x0005 on differ; check the chip's power "
+         "and wiring, and try a lower --clock\n"},
         {"wren --json --port 9,200 xap",
          R"-({"command":"xap","exit":3,"adapters":[{"adapter":"9","exit":3,"result":{},"error":)-"
          R"-({"code":514,"text":"Couldn't find device with id (9)","progress":"","hint":")-" +
@@ -227,6 +221,7 @@ TEST_F(WrenTest, WorksWithTheAdaptersThatAreMeant) {
          "adapter 100: 1 word from 0x0005 on read into 100.bin, CRC-32 6af4413c\n"
          "adapter 200: 1 word from 0x0005 on read into 200.bin, CRC-32 6af4413c\n"},
         {"wren --port 200,1 xap", "[2] wren: error: adapter 200 is named twice\n"},
+        {"wren --port 200, xap", "[2] wren: error: an adapter without a name; leave out a comma\n"},
     });
     setEnvironment("WREN_PORT", "");
     expect({{"wren xap",
@@ -235,17 +230,17 @@ TEST_F(WrenTest, WorksWithTheAdaptersThatAreMeant) {
                  choices}});
     makeFile("../wrenlink/wren.toml", "port = 100\nclock = \"513.87 kHz\"\n");
     makeFile("wren.toml", "port = 200 # this bench's\n");
-    expect({{"wren --json get SPI_DELAY",
-             R"({"command":"get","exit":0,"result":{"id":200,"variables":{"SPI_DELAY":"12"}}})"
-             "\n"}});
+    expect({{"wren get SPI_DELAY SPIPORT", "SPI_DELAY=12 steps\nSPIPORT=1\n"}});
     setEnvironment("WREN_PORT", "100");
-    expect({{"wren --clock 1066.1 --json get SPI_DELAY",
-             R"({"command":"get","exit":0,"result":{"id":100,"variables":{"SPI_DELAY":"4"}}})"
-             "\n"}});
+    expect({{"wren --clock 1066.1 get SPI_DELAY SPIPORT", "SPI_DELAY=4 steps\nSPIPORT=0\n"}});
     makeFile("wren.toml", "clock = fast\n");
     expect({{"wren xap",
              "[2] wren: error: cannot use 'wren.toml': SPICLOCK takes a number from 0.1211 on, in "
              "kHz, not 'fast'\n"}});
+    makeFile("wren.toml", "[bench]\nclock = 5\n");
+    expect(
+        {{"wren xap",
+          "[2] wren: error: cannot use 'wren.toml': no setting 'bench'; there are port, clock\n"}});
     fs::remove("wren.toml");
     setEnvironment("WREN_PORT", "");
     fs::remove("../wrenlink/wren.toml");
@@ -263,17 +258,11 @@ TEST_F(WrenTest, WritesOnlyWhatDiffers) {
         {"wren read 0x11 1", "# adapter 100: 1 word from 0x0011 on, CRC-32 73ef707d\n0011: 0002\n"},
     });
     simulator_.takeFrames();
-    expect(
-        {{"wren write -i apart.txt --changed",
-          "adapter 100: 3 words in 3 pieces from 0x0011 to 0x8000 written and verified, 2 of 5 (40 "
-          "%) left as they were, CRC-32 678609df\n"}});
-    const std::vector<std::string> frames = simulator_.takeFrames();
-    EXPECT_EQ(std::ranges::count_if(frames,
-                                    [](const std::string& frame) {
-                                        return frame.find("02000011000100090000020000200001") !=
-                                               std::string::npos;
-                                    }),
-              1);
+    expect({{"wren write -i apart.txt --changed",
+             "adapter 100: 3 words in 3 pieces from 0x0011 to 0x8000 written and verified, 2 of 5 "
+             "(40 %) left as they were, CRC-32 678609df\n"}});
+    EXPECT_THAT(simulator_.takeFrames(),
+                testing::Contains(HasSubstr("02000011000100090000020000200001")).Times(1));
     expect({
         {"wren write -i apart.txt --changed",
          "adapter 100: nothing written, 5 of 5 (100 %) left as they were, CRC-32 678609df\n"},
@@ -283,18 +272,20 @@ TEST_F(WrenTest, WritesOnlyWhatDiffers) {
 TEST_F(WrenTest, KeepsARecord) {
     expect(
         {{"wren --record line --port 9 xap",
-          "[3] wren: error 514: Couldn't find device with id (9); there are 0: USB SPI (100), 1: "
-          "USB SPI (200)\n"},
-         {"wren --record line verify 5 0 0",
-          "adapter 100: 2 words from 0x0005 on are the same, CRC-32 2144df1c\n"}});
-    EXPECT_THAT(contentsOf("line"),
-                MatchesRegex(R"-(\{"time":"20.+Z","version":"1.4","adapter":"9","firmware":null,)-"
-                             R"-("command":"xap","exit":3,"error":"Couldn't .+","seconds":.+\})-"
-                             "\n"
-                             R"-(\{"time":"20.+Z","version":"1.4","adapter":"100",)-"
-                             R"-("firmware":"1.8","command":"verify","address":5,"count":2,)-"
-                             R"-("crc32":"2144df1c","differing":0,"exit":0,"seconds":.+\})-"
-                             "\n"));
+          "[3] wren: adapter 9: error 514: Couldn't find device with id (9); there are 0: USB SPI "
+          "(100), 1: USB SPI (200)\n"},
+         {"quillsim fault 0 corrupt 7 1 code=0x0100", ""},
+         {"wren --record line write 5 3",
+          "0x0005: expected 0x0003, found 0x0002\n[4] wren: adapter 100: error: 1 of 1 word from "
+          "0x0005 on differ; check the chip's power and wiring, and try a lower --clock\n"}});
+    EXPECT_THAT(
+        contentsOf("line"),
+        MatchesRegex(R"-(\{"time":"20.+Z","version":"1.4","adapter":"9","firmware":null,)-"
+                     R"-("command":"xap","exit":3,"error":"Couldn't .+","seconds":.+\}.)-"
+                     R"-(\{"time":"20.+Z","version":"1.4","adapter":"100",)-"
+                     R"-("firmware":"1.8","command":"write","address":5,"count":1,"crc32":)-"
+                     R"-("6af4413c","written":1,"verified":false,"differing":1,"exit":4,)-"
+                     R"-("error":"1 of .+","seconds":.+\}.)-"));
 }
 
 TEST_F(WrenTest, TakesTurnsWithOtherHosts) {
@@ -304,12 +295,13 @@ TEST_F(WrenTest, TakesTurnsWithOtherHosts) {
         std::this_thread::yield();
     expect({
         {"wren --wait 0 write 0 1",
-         "[5] wren: error: another host is at work at adapter 100; wait longer with --wait, or do "
+         "[5] wren: adapter 100: error: another host is at work; wait longer with --wait, or do "
          "not wait for it with --no-lock\n"},
         {"wren xap", "running\n"},
         {"wren --no-lock verify 0 1",
-         "0x0000: expected 0x0001, found 0x0000\n[4] wren: error: another host may have been at "
-         "work: 1 of 1 words differ; let others finish, and try again\n"},
+         "0x0000: expected 0x0001, found 0x0000\n[4] wren: adapter 100: error: another host may "
+         "have been at work: 1 of 1 word from 0x0000 on differ; let others finish, and try "
+         "again\n"},
     });
     simulator_.occupyKernelName("usbspi_mutex_1");
     EXPECT_THAT(outcome(start("wren --port 200 --wait 0 verify 0 0")),
@@ -339,11 +331,10 @@ TEST_F(WrenTest, MovesTheWholeMemoryThroughEachFormat) {
         {"quillsim poke 0 0x7fff 1", ""},
         {"wren read --region all -o a.hex --endian big",
          "adapter 100: 65536 words from 0x0000 on read into a.hex, CRC-32 485e6f16\n"},
-        {"wren diff a.hex --endian big",
-         "adapter 100: 65536 words from 0x0000 on are the same, CRC-32 485e6f16\n"},
         {"quillsim poke 0 0x7fff 2", ""},
         {"wren diff a.hex --endian big",
-         "0x7fff: expected 0x0001, found 0x0002\n[4] wren: error: 1 of 65536 words differ\n"},
+         "0x7fff: expected 0x0001, found 0x0002\n[4] wren: adapter 100: error: 1 of 65536 words "
+         "from 0x0000 on differ\n"},
         {"wren read 0 1 -o - --format raw", "42"},
         {"wren read 0 1 -o NUL",  // a device on Windows
          "adapter 100: 1 word from 0x0000 on read into NUL, CRC-32 3224b088\n"},
@@ -353,19 +344,15 @@ TEST_F(WrenTest, MovesTheWholeMemoryThroughEachFormat) {
 }
 
 TEST_F(WrenTest, RefusesFilesBeforeAnythingIsSent) {
-    makeFile("odd", "odd");
     makeFile("large", std::string(0x20002, ' '));
     makeFile("a.elf", "\177ELF and more");
     makeFile("a.img", "AB");
     makeFile("four", "four");
     makeFile("a.txt", "0: 1\n");
     expect({
-        {"wren write 0 -i odd",
-         "[1] wren: error: cannot use 'odd': it has 3 bytes, and words have two each\n"},
         {"wren write 0 -i large",
          "[1] wren: error: cannot use 'large': 65537 words from 0x0000 on do not fit into those "
-         "from "
-         "0x0000 to 0xffff\n"},
+         "from 0x0000 to 0xffff\n"},
         {"wren write 0 -i a.elf",
          "[1] wren: error: cannot use 'a.elf': it is an ELF file; 'objcopy -O ihex FILE FILE.hex' "
          "makes Intel HEX of it\n"},
@@ -400,16 +387,21 @@ TEST_F(WrenTest, StopsBetweenTwoPiecesOnCtrlC) {
     makeFile("../image", std::string(0x20000, '!'));
     simulator_.control("set 0 answer-us 10000");
     for (const auto& [line, operation, doing] :
-         {std::tuple("wren read 0 65536 -o old", "ops=read(", "reading"),
-          {"wren write 0 -i ../image", "ops=write(", "writing"}}) {
+         {std::tuple("wren --record ../line read 0 65536 -o old", "ops=read(", "reading"),
+          {"wren --record ../line write 0 -i ../image", "ops=write(", "writing"}}) {
         Program program = start(line);
         while (simulator_.control("log 0").find(operation) == std::string::npos)
             std::this_thread::yield();
         program.interrupt();
-        EXPECT_THAT(outcome(std::move(program)),
-                    MatchesRegex(std::string("\\[130\\] wren: error: interrupted \\(after ") +
-                                 doing + " .+ of 65536 words\\)\n"));
+        EXPECT_THAT(
+            outcome(std::move(program)),
+            MatchesRegex(std::string("\\[130\\] wren: adapter 100: error: interrupted \\(after ") +
+                         doing + " .+ of 65536 words\\)\n"));
     }
+    const std::string record = contentsOf("../line");
+    EXPECT_THAT(record, HasSubstr(R"("read","address":0,"count":65536,"exit":130)"));
+    EXPECT_THAT(record, HasSubstr(R"(,"verified":false,"exit":130)"));
+    EXPECT_THAT(record, testing::Not(HasSubstr(R"("written":65536)")));
     EXPECT_EQ(simulator_.control("peek 0 0xffff 1"), "0x0000\n");
     expectOnlyOldFile();
 }

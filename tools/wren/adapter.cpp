@@ -22,6 +22,8 @@ std::vector<std::string> namesIn(std::string_view list) {
     std::vector<std::string> names;
     for (;;) {
         const std::size_t comma = std::min(list.find(','), list.size());
+        if (comma == 0)
+            throw Failure(ExitCode::usage, "an adapter without a name", "leave out a comma");
         names.emplace_back(list.substr(0, comma));
         if (comma == list.size()) return names;
         list.remove_prefix(comma + 1);

@@ -130,7 +130,7 @@ void CommandLine::readConfiguration() {
 }
 
 void CommandLine::configure(const std::string& file, const CLI::ConfigItem& item) {
-    const std::string name = item.fullname();
+    const std::string& name = item.parents.empty() ? item.name : item.parents.front();
     const auto failure = failureOf([&] {
         if (name != "port" && name != "clock")
             throw Failure(ExitCode::usage,

@@ -69,6 +69,7 @@ Work dumpMemory(const DumpRequest& request, const Context& context) {
         throw Failure(ExitCode::usage, "--watch looks at one adapter");
     return [request, region](Adapter& adapter) {
         Segment segment{region.address, Words(region.count)};
+        adapter.report.setPlace({&segment, 1});
         if (request.watchSeconds) return watch(adapter, segment, request);
         readSegments(adapter, {&segment, 1});
         adapter.report.remark("{}, CRC-32 {}\n", placeOf({&segment, 1}), crcOf({&segment, 1}));

@@ -68,7 +68,7 @@ ExitCode conclude(Context& context, std::optional<Failure> failure) {
     };
     const auto unwritten = failureOf([&] { context.output.finish(failure); });
     for (const Report& part : reports)
-        if (part.failure()) fail(*part.failure(), part.mark());
+        if (part.failure()) fail(*part.failure(), part.name());
     if (worstOf(reports, failure) == ExitCode::done) failure = unwritten;
     if (failure) fail(*failure);
     const ExitCode worst = worstOf(reports, failure);

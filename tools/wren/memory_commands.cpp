@@ -19,9 +19,9 @@ std::string fileFor(std::string name, const Report& report) {
                                       : name;
 }
 
-Segments readInPlaceOf(const Segments& image, Adapter& adapter) {
+Segments readInPlaceOf(const Segments& image, Adapter& adapter, const char* doing = "comparing") {
     Segments found = image;
-    readSegments(adapter, found, "comparing");
+    readSegments(adapter, found, doing);
     return found;
 }
 
@@ -42,20 +42,20 @@ void showDifferences(Report& report, const Segments& expected, const Segments& f
 }
 
 // Compares the chip with an image, and throws when it differs.
-void requireSame(Adapter& adapter, const Segments& image, std::size_t mostListed) {
-    const Segments found = readInPlaceOf(image, adapter);
+void requireSame(Adapter& adapter, const Segments& image, std::size_t mostListed,
+                 const char* doing) {
+    const Segments found = readInPlaceOf(image, adapter, doing);
     const Segments expected = differing(image, found);
     showDifferences(adapter.report, expected, differing(found, image), mostListed);
     if (expected.empty()) return;
-    const std::string differ =
-        fmt::format("{} of {} words differ", wordCount(expected), wordCount(image));
+    const std::string differ = fmt::format("{} of {} differ", wordCount(expected), placeOf(image));
     if (adapter.turn.isHeld()) throw Failure(ExitCode::differs, differ);
     throw Failure(ExitCode::differs, "another host may have been at work: " + differ,
                   "let others finish, and try again");
 }
 
 void verify(Adapter& adapter, const Segments& written) try {
-    requireSame(adapter, written, CompareRequest().mostListed);
+    requireSame(adapter, written, CompareRequest().mostListed, "verifying");
 } catch (Failure& failure) {
     if (failure.exitCode() == ExitCode::differs && failure.hint().empty())
         failure.setHint(remedyFor(SPIFNS_ERROR_ADAPTER).hint);
@@ -79,11 +79,11 @@ Work writeImage(Segments image, const WriteManner& manner, const char* done) {
         report.setMemory(image);
         const Segments pieces =
             manner.changedOnly ? differing(image, readInPlaceOf(image, adapter)) : image;
-        report.result()["written"] = manner.dryRun ? 0 : wordCount(pieces);
+        report.result().update({{"written", 0}, {"verified", false}});
         if (manner.dryRun) return tellPlan(report, pieces, done);
         writeSegments(adapter, pieces);
-        report.result()["verified"] = manner.verify;
         if (manner.verify) verify(adapter, pieces);
+        report.result()["verified"] = manner.verify;
         const std::size_t total = wordCount(image);
         const std::size_t left = total - wordCount(pieces);
         const std::string saved = manner.changedOnly
@@ -109,9 +109,9 @@ Work readMemory(const ReadRequest& request, const Context& context) {
                       fmt::format("name a file with {} in its name", kIdPlace));
     return [region, &format, &request](Adapter& adapter) {
         Segments segments{{region.address, std::vector<std::uint16_t>(region.count)}};
-        readSegments(adapter, segments);
-
         Report& report = adapter.report;
+        report.setPlace(segments);
+        readSegments(adapter, segments);
         report.setMemory(segments);
         const std::string contents = format.print(segments, request.format.endian);
         if (!request.file) {
@@ -152,7 +152,7 @@ Work fillMemory(const FillRequest& request) {
 Work compareMemory(const CompareRequest& request) {
     return [image = loadImage(request.source), most = request.mostListed](Adapter& adapter) {
         adapter.report.setMemory(image);
-        requireSame(adapter, image, most);
+        requireSame(adapter, image, most, "comparing");
         adapter.report.say("{} are the same, CRC-32 {}\n", placeOf(image), crcOf(image));
     };
 }

@@ -49,20 +49,18 @@ void Report::setId(std::uint64_t id) {
     (*result_)["id"] = id;
 }
 
-void Report::setMemory(std::span<const Segment> segments) {
+void Report::setPlace(std::span<const Segment> segments) {
     (*result_)["address"] = segments.front().address;
     (*result_)["count"] = wordCount(segments);
     if (segments.size() > 1) (*result_)["pieces"] = segments.size();
+}
+
+void Report::setMemory(std::span<const Segment> segments) {
+    setPlace(segments);
     (*result_)["crc32"] = crcOf(segments);
 }
 
-std::string Report::mark() const {
-    return oneOfSeveral_ ? fmt::format("adapter {}: ", adapter_) : "";
-}
-
-std::string Report::name() const {
-    return oneOfSeveral_ ? "" : fmt::format("adapter {}: ", adapter_);
-}
+std::string Report::name() const { return fmt::format("adapter {}: ", adapter_); }
 
 void Report::add(std::string_view lines) {
     const std::string before = mark();

@@ -37,9 +37,13 @@ class Report {
     bool isOneOfSeveral() const noexcept { return oneOfSeveral_; }
     void setName(std::string name) { adapter_ = std::move(name); }
     void setId(std::uint64_t id);
-    // What stands before its lines: "adapter 100: " if it is one of several, else nothing.
-    std::string mark() const;
-    // The words that the command works with; their place becomes part of the result.
+    // "adapter 100: ", which stands before its failure, ...
+    std::string name() const;
+    // ... and before each of its lines if it is one of several; nothing otherwise.
+    std::string mark() const { return oneOfSeveral_ ? name() : ""; }
+    // The words that the command works with: where they are, and they themselves, become part of
+    // the result.
+    void setPlace(std::span<const Segment> segments);
     void setMemory(std::span<const Segment> segments);
 
     // Lines of the text form: data alone, ...
@@ -50,12 +54,13 @@ class Report {
     // ... what was done, behind the adapter's name, ...
     template <class... Values>
     void say(fmt::format_string<Values...> format, Values&&... values) {
-        add(name() + fmt::format(format, std::forward<Values>(values)...));
+        add((oneOfSeveral_ ? "" : name()) + fmt::format(format, std::forward<Values>(values)...));
     }
     // ... and the same as a remark within a file of words.
     template <class... Values>
     void remark(fmt::format_string<Values...> format, Values&&... values) {
-        add("# " + name() + fmt::format(format, std::forward<Values>(values)...));
+        add("# " + (oneOfSeveral_ ? "" : name()) +
+            fmt::format(format, std::forward<Values>(values)...));
     }
     // The object of the other form; to be filled in.
     Json& result() noexcept { return *result_; }
@@ -68,8 +73,6 @@ class Report {
    private:
     friend class Output;
 
-    // What stands before the lines in which it is not one of several.
-    std::string name() const;
     void add(std::string_view lines);
     void startAnew();
 

@@ -147,9 +147,13 @@ void readSegments(Adapter& adapter, std::span<Segment> segments, const char* doi
 }
 
 void writeSegments(Adapter& adapter, std::span<const Segment> segments) {
-    Pass(adapter, "writing", wordCount(segments))
-        .run(SPIFNS_WRITE, segments,
-             [&](std::span<SpiAction> actions) { adapter.session.submit(actions); });
+    std::size_t written = 0;
+    const auto write = [&](std::span<SpiAction> actions) {
+        adapter.session.submit(actions);
+        for (const SpiAction& action : actions) written += action.u.memory.length;
+        adapter.report.result()["written"] = written;
+    };
+    Pass(adapter, "writing", wordCount(segments)).run(SPIFNS_WRITE, segments, write);
 }
 
 }  // namespace wren

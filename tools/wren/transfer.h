@@ -15,6 +15,7 @@ namespace wren {
 
 // Fills the segments' words; doing tells what for.
 void readSegments(Adapter& adapter, std::span<Segment> segments, const char* doing = "reading");
+// The report's result tells how many words were written, as far as it got.
 void writeSegments(Adapter& adapter, std::span<const Segment> segments);
 
 }  // namespace wren

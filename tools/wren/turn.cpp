@@ -37,10 +37,10 @@ void Turn::wait() {
     bool told = false;
     while (!(held_ = lock_->take())) {
         const Seconds waited = Clock::now() - start;
-        if (interrupted()) throw Failure(ExitCode::interrupted, "interrupted");
+        if (interrupted())
+            throw Failure(ExitCode::interrupted, "interrupted while another host was at work");
         if (terms_.mostSeconds && waited.count() >= *terms_.mostSeconds)
-            throw Failure(ExitCode::unreachable,
-                          fmt::format("another host is at work at adapter {}", adapter_),
+            throw Failure(ExitCode::unreachable, "another host is at work",
                           "wait longer with --wait, or do not wait for it with --no-lock");
         if (!told && waited >= kWhile)
             told_.tell(fmt::format("waiting for another host at adapter {}", adapter_));
