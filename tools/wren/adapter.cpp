@@ -4,11 +4,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <thread>
 
-#include "record.h"
 #include "system.h"
 
 namespace wren {
@@ -59,6 +60,27 @@ void showWayToExchanges(const Adapter& adapter, Failure& failure) {
     const std::string way =
         system::wayToExchanges(adapter.session.get("SPIPORT"), adapter.context.isSimulated);
     if (!way.empty()) failure.setHint(failure.hint() + "; " + way);
+}
+
+// Adds the line of a command that has ended at an adapter, after so long; nothing when the user
+// wants no record.
+void record(const Adapter& adapter, std::chrono::duration<double> taken) {
+    if (!adapter.context.record.isOpen()) return;
+    const Report& report = adapter.report;
+    Json line{{"time", timeStamp()},
+              {"version", versionText(spifns_get_version())},
+              {"adapter", report.adapter()},
+              {"firmware", nullptr},
+              {"command", adapter.context.output.command()}};
+    const std::string firmware = adapter.session.firmware();
+    if (firmware != "0.0") line["firmware"] = firmware;  // else the adapter has not told
+    for (const char* member :
+         {"address", "count", "pieces", "crc32", "written", "verified", "differing"})
+        if (report.result().contains(member)) line[member] = report.result()[member];
+    line["exit"] = static_cast<int>(report.exitCode());
+    if (report.failure()) line["error"] = report.failure()->what();
+    line["seconds"] = std::round(taken.count() * 1000) / 1000;
+    adapter.context.record.add(line.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n');
 }
 
 void workWith(Adapter& adapter, const std::string& name, const Work& work) {

@@ -10,7 +10,6 @@
 #include <sstream>
 
 #include "arguments.h"
-#include "choices.h"
 #include "debug_text.h"
 #include "failure.h"
 #include "files.h"

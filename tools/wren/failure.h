@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "region.h"
+#include "image.h"
 #include "system.h"
 
 namespace wren {
@@ -45,6 +45,16 @@ inline constexpr std::array kExitMeanings{
     ExitMeaning{ExitCode::interrupted, "stopped with Ctrl-C; the line tells how far it got"},
     ExitMeaning{ExitCode::unheard, "nobody reads any more what it prints; no line tells so"},
 };
+
+// What the library's error codes mean to the user of the tool.
+struct Remedy {
+    int errorCode;
+    ExitCode exitCode;
+    const char* hint;  // the next thing to try
+};
+
+// Of any code; an unknown one is a failed operation.
+const Remedy& remedyFor(int errorCode) noexcept;
 
 // A failure that ends the command. what() says what went wrong in one line: the library's own text
 // where the library failed. The rest is added to it where it is known.

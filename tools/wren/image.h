@@ -1,6 +1,7 @@
-// What chip memory holds or shall hold: words at addresses, with or without gaps.
+// Chip memory: regions of it, and what it holds or shall hold, words at addresses with or without
+// gaps.
 //
-// Threads: plain values.
+// Threads: plain values and pure functions.
 #ifndef WREN_IMAGE_H
 #define WREN_IMAGE_H
 
@@ -8,11 +9,30 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace wren {
 
 inline constexpr std::size_t kMemoryWords = 0x10000;
+
+// Words of chip memory; none beyond the last one.
+struct Region {
+    std::uint32_t address = 0;
+    std::uint32_t count = kMemoryWords;
+};
+
+// Reads "START:COUNT", or "all"; throws a usage Failure.
+Region parseRegion(std::string_view text);
+
+// Throws a usage Failure when there are none, or they reach beyond the last word.
+Region makeRegion(std::uint32_t address, std::size_t count);
+
+// "0x0100 to 0x0102, 0x0200".
+std::string addressesOf(std::span<const Region> regions);
+
+// "1 word", "2 words".
+std::string countOf(std::size_t words);
 
 // Words that follow each other from an address on.
 struct Segment {

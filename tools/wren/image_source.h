@@ -13,7 +13,6 @@
 
 #include "image.h"
 #include "image_format.h"
-#include "region.h"
 
 namespace wren {
 

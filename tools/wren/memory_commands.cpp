@@ -2,8 +2,8 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "failure.h"
 #include "files.h"
-#include "remedies.h"
 #include "transfer.h"
 
 namespace wren {

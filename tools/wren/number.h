@@ -1,12 +1,16 @@
 // Numbers as users write them: whole ones in decimal or as 0x..., and decimal fractions. The whole
 // text must be the number; a leading 0 does not mean octal; the locale does not matter.
 //
+// Names to choose from, for users who wrote one that is not there.
+//
 // Threads: pure functions.
 #ifndef WREN_NUMBER_H
 #define WREN_NUMBER_H
 
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <string>
 #include <string_view>
 
 namespace wren {
@@ -19,6 +23,9 @@ std::optional<std::uint64_t> hexadecimalNumber(std::string_view text) noexcept;
 
 // A finite number, with or without a fraction or an exponent.
 std::optional<double> decimalNumber(std::string_view text) noexcept;
+
+// "did you mean read?", or else "there are read, write".
+std::string choicesFor(std::string_view word, std::span<const std::string_view> names);
 
 }  // namespace wren
 

@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "adapter.h"
-#include "region.h"
+#include "image.h"
 #include "terminal.h"
 
 namespace wren {

@@ -5,9 +5,9 @@
 #include <span>
 
 #include "failure.h"
+#include "image.h"
 #include "lines.h"
 #include "number.h"
-#include "region.h"
 
 namespace wren {
 

@@ -9,7 +9,6 @@
 #include "clocks.h"
 #include "failure.h"
 #include "number.h"
-#include "remedies.h"
 #include "system.h"
 
 namespace wren {

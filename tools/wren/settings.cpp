@@ -10,7 +10,6 @@
 #include <span>
 #include <vector>
 
-#include "choices.h"
 #include "clocks.h"
 #include "failure.h"
 #include "number.h"

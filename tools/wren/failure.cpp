@@ -1,4 +1,4 @@
-#include "remedies.h"
+#include "failure.h"
 
 #include <wrenlink/spifns.h>
 
