@@ -61,7 +61,7 @@ constinit CTheMsgHnd CTheMsgHnd::silent_;
 constinit CMessageHandler& CTheMsgHnd::silentHandler_ = theHandler;
 
 CTheMsgHnd& CTheMsgHnd::ListeningInstance() {
-    messages().push_back("instance");
+    messages().emplace_back("instance");
     return silent_;
 }
 
