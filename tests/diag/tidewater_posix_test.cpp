@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -62,7 +63,8 @@ std::vector<Line> linesOf(const fs::path& file) {
 }
 
 std::string secondsNow() {
-    const std::time_t now = std::time(nullptr);
+    // Not time(), whose clock may be a tick late.
+    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     char text[32];
     std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", std::gmtime(&now));
     return text;
