@@ -31,7 +31,8 @@ std::vector<Frame> wholeMemoryWrites();
 // The device paths of the present adapters, in order.
 std::vector<std::string> adapterPaths();
 
-// The name of a lock that hosts share, made for this process, so that the benchmarks disturb nobody.
+// The name of a lock that hosts share, made for this process, so that the benchmarks disturb
+// nobody.
 std::string makeLock(std::string_view purpose);
 
 // Holds the lock of a name while it lives; of no name, nothing.

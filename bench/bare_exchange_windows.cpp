@@ -20,7 +20,9 @@ void require(bool condition, const char* what) {
 
 }  // namespace
 
-std::string makeLock(std::string_view) { return "bench-" + std::to_string(::GetCurrentProcessId()); }
+std::string makeLock(std::string_view) {
+    return "bench-" + std::to_string(::GetCurrentProcessId());
+}
 
 SharedLock::SharedLock(const std::string& name) {
     if (name.empty()) return;
@@ -40,15 +42,17 @@ std::vector<std::string> adapterPaths() { return quillsim::listAdapters(); }
 
 void BareExchange::run(const Frame& frame) {
     const SharedLock lock(lock_);
-    const HANDLE device = ::CreateFileA(devicePath_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                        limited_ ? FILE_FLAG_OVERLAPPED : 0, nullptr);
+    const HANDLE device =
+        ::CreateFileA(devicePath_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                      limited_ ? FILE_FLAG_OVERLAPPED : 0, nullptr);
     require(device != INVALID_HANDLE_VALUE, "open");
     OVERLAPPED overlapped{};
     if (limited_) overlapped.hEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
     DWORD received = 0;
-    BOOL done = ::DeviceIoControl(device, kControlCode, const_cast<std::uint8_t*>(frame.bytes.data()),
-                                  static_cast<DWORD>(frame.bytes.size()), reply_, frame.replySize,
-                                  &received, limited_ ? &overlapped : nullptr);
+    BOOL done =
+        ::DeviceIoControl(device, kControlCode, const_cast<std::uint8_t*>(frame.bytes.data()),
+                          static_cast<DWORD>(frame.bytes.size()), reply_, frame.replySize,
+                          &received, limited_ ? &overlapped : nullptr);
     if (limited_) {
         require(done || ::GetLastError() == ERROR_IO_PENDING, "start");
         require(::WaitForSingleObject(overlapped.hEvent, kTimeLimitMs) == WAIT_OBJECT_0, "wait");

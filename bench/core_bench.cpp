@@ -43,7 +43,9 @@ class Reads {
         }
     }
 
-    void run() { repeat([this] { stream_.run(actions_); }); }
+    void run() {
+        repeat([this] { stream_.run(actions_); });
+    }
 
     // The exchanges of such sequences alone.
     void exchange() {
@@ -56,7 +58,9 @@ class Reads {
 
     // The least that gathering them takes: a copy of the records in memory of its own, and of the
     // words.
-    void copy() { repeat([this] { copyOnce(); }); }
+    void copy() {
+        repeat([this] { copyOnce(); });
+    }
 
    private:
     static constexpr std::uint32_t kReadsInOne = 126;
@@ -156,8 +160,7 @@ void lastError(benchmark::State& state) {
     spifns_stream_getvar(SPIFNS_NO_STREAM, "SPIPORT");  // fails
     measure(state, 100,
             {{"ours", often(readLastError)},
-             {"thread_local",
-              often([] { benchmark::DoNotOptimize(static_cast<int>(value)); })}});
+             {"thread_local", often([] { benchmark::DoNotOptimize(static_cast<int>(value)); })}});
 }
 BENCHMARK(lastError)->Name("last_error");
 
@@ -172,10 +175,10 @@ void cachedDelay(benchmark::State& state) {
     os::FileMapping mapping = os::FileMapping::open("bench word", 2, existed);
     const auto* const word = static_cast<const volatile std::uint16_t*>(mapping.map(2));
     if (word == nullptr) return state.SkipWithError("cannot map");
-    measure(state, 100,
-            {{"ours", often([&] { readDelay(stream); })},
-             {"mapped",
-              often([=] { benchmark::DoNotOptimize(static_cast<std::uint16_t>(*word)); })}});
+    measure(
+        state, 100,
+        {{"ours", often([&] { readDelay(stream); })},
+         {"mapped", often([=] { benchmark::DoNotOptimize(static_cast<std::uint16_t>(*word)); })}});
 }
 BENCHMARK(cachedDelay)->Name("cached_delay");
 

@@ -29,9 +29,9 @@ void exchanges(benchmark::State& state, const Access& access) {
     Bare guarded(access, 0, Guards::lockAndLimit);
     Bare bare(access, 0);
     measure(state, access.jobs,
-            {{"ours", [&] { ours.run(); }},
-             {"guarded", [&] { guarded.run(); }},
-             {"bare", [&] { bare.run(); }}});
+            {{"ours", [&] { ours.run(); }}, {"guarded", [&] { guarded.run(); }}, {"bare", [&] {
+                                                                                      bare.run();
+                                                                                  }}});
 }
 
 // The way to the answers that somebody waits for who has another program do the job.
@@ -70,9 +70,9 @@ void threads(benchmark::State& state, const Access& access) {
     Threads<Bare> guarded(kMostAdapters, access, Guards::lockAndLimit);
     Threads<Bare> one(1, access, Guards::lockAndLimit);
     measure(state, 1,
-            {{"ours", [&] { ours.run(); }},
-             {"guarded", [&] { guarded.run(); }},
-             {"one", [&] { one.run(); }}});
+            {{"ours", [&] { ours.run(); }}, {"guarded", [&] { guarded.run(); }}, {"one", [&] {
+                                                                                      one.run();
+                                                                                  }}});
 }
 
 // ---- Processes that share an adapter -----------------------------------------------------------
@@ -150,8 +150,11 @@ using Measure = void (*)(benchmark::State&, const Access&);
 constexpr struct {
     const char* name;
     Measure measure;
-} kMeasures[] = {{"exchanges", exchanges}, {"answers", answers},       {"threads", threads},
-                 {"processes", processes}, {"memory", memoryOfStreams}};
+} kMeasures[] = {{"exchanges", exchanges},
+                 {"answers", answers},
+                 {"threads", threads},
+                 {"processes", processes},
+                 {"memory", memoryOfStreams}};
 
 // Called after the measure and the access.
 void registerAll() {

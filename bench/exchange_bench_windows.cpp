@@ -1,6 +1,6 @@
-// exchange_bench BLOCKS ROUNDS: the DLL against the least that does the same with the first adapter of
-// the simulator's driver. Prints its measures as Google Benchmark does, which is not packaged for
-// this system, as far as scripts/bench reads them.
+// exchange_bench BLOCKS ROUNDS: the DLL against the least that does the same with the first adapter
+// of the simulator's driver. Prints its measures as Google Benchmark does, which is not packaged
+// for this system, as far as scripts/bench reads them.
 #include <windows.h>
 
 #include <cstdio>
@@ -28,9 +28,9 @@ void measureAccess(const Access& access, int blocks, int rounds) {
     Bare guarded(access, 0, Guards::lockAndLimit);
     Bare bare(access, 0);
     measure(access.name, blocks, rounds, access.jobs,
-            {{"ours", [&] { ours.run(); }},
-             {"guarded", [&] { guarded.run(); }},
-             {"bare", [&] { bare.run(); }}});
+            {{"ours", [&] { ours.run(); }}, {"guarded", [&] { guarded.run(); }}, {"bare", [&] {
+                                                                                      bare.run();
+                                                                                  }}});
 }
 
 void loadAndUnload(const char* module) {

@@ -1,6 +1,6 @@
 // An adapter inside the process, in place of the operating system's devices: it carries out every
-// request at once, so that what the library does besides can be measured. Its firmware is 1.9; reads
-// give zeros. It ends the program on a request that is not well formed.
+// request at once, so that what the library does besides can be measured. Its firmware is 1.9;
+// reads give zeros. It ends the program on a request that is not well formed.
 #include <cstdlib>
 #include <cstring>
 

@@ -45,14 +45,13 @@ void listUsbDevices() {
 // Our adapter is asked for its id when it is looked for, and for its version when it is selected.
 void hosts(benchmark::State& state) {
     Bare bare(accesses().front(), 0);
-    measure(state, 5,
-            {{"ours", openListSelectClose},
-             {"libusb", listUsbDevices},
-             {"libusb_and_requests", [&] {
-                  listUsbDevices();
-                  bare.run();
-                  bare.run();
-              }}});
+    measure(
+        state, 5,
+        {{"ours", openListSelectClose}, {"libusb", listUsbDevices}, {"libusb_and_requests", [&] {
+                                                                         listUsbDevices();
+                                                                         bare.run();
+                                                                         bare.run();
+                                                                     }}});
 }
 BENCHMARK(hosts)->UseRealTime();
 
@@ -126,10 +125,10 @@ Way registers(const char* name, std::string lock) {
 
 void modbus(benchmark::State& state) {
     const std::string lock = makeLock("registers");
-    measure(state, 1,
-            {registers<Modbus>("modbus", ""), registers<BareRegisters>("bare", ""),
-             registers<Modbus>("modbus_locked", lock),
-             registers<BareRegisters>("bare_locked", lock)});
+    measure(
+        state, 1,
+        {registers<Modbus>("modbus", ""), registers<BareRegisters>("bare", ""),
+         registers<Modbus>("modbus_locked", lock), registers<BareRegisters>("bare_locked", lock)});
 }
 BENCHMARK(modbus)->UseRealTime();
 

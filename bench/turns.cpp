@@ -10,8 +10,8 @@ void Turns::take(Way& way) const {
     const std::clock_t processor = std::clock();
     const auto clock = std::chrono::steady_clock::now();
     for (unsigned job = 0; job < jobs_; ++job) way.job();
-    way.clock += std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - clock)
-                     .count();
+    way.clock +=
+        std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - clock).count();
     way.processor += 1e9 / CLOCKS_PER_SEC * static_cast<double>(std::clock() - processor);
 }
 

@@ -10,8 +10,8 @@ namespace wrenlink::bench {
 struct Way {
     const char* name;
     std::function<void()> job;
-    // Of one job, in nanoseconds. Processor time is that of the whole process, in user and in system
-    // mode; on Windows it is the clock's.
+    // Of one job, in nanoseconds. Processor time is that of the whole process, in user and in
+    // system mode; on Windows it is the clock's.
     double clock = 0;
     double processor = 0;
 };
