@@ -1,5 +1,5 @@
 """check_references.py SOURCES KIT: the documents tell of every error, option, function and member of a result, and
-name no test that there is not."""
+name no test that there is not; what one list says and others repeat, they repeat whole."""
 import json
 import pathlib
 import re
@@ -17,6 +17,21 @@ for code, text in stored:
     constant = [part.strip() for part in re.split(r"%\w|\\n", text)]
     if code != "0" and not re.search(rf"^\| {code} \|.*" + ".*".join(map(re.escape, constant)), errors, re.M):
         missing.append(f"errors.md: {code} {text}")
+
+# The variables, the adapter's commands, and what the library wants of a system.
+for home, names, copies in (
+    ("spi/wrenlink/quill/stream_variables.cpp", r'^    {"([A-Z_]+)",',
+     ("include/wrenlink/spifns.h", "tools/wren/settings.cpp", "bindings/python/wrenlink/_variables.py",
+      "docs/hosts.md")),
+    ("spi/wrenlink/quill/stream_variables.cpp", r'^    {"([A-Z_]+)", "', ("tools/wren/wren.bash",)),
+    ("spi/wrenlink/quill/frame.h", r"k\w+ = {?(0x[0-9A-F]{4})[,}]",
+     ("sim/model/wire.h", "tools/wireshark/wrenlink.lua", "docs/wire-format.md")),
+    ("platform/os.h", r"^(?:class |[\w:<>]+[ *&]+(?=\w+\())(\w+)", ("docs/porting.md",)),
+):
+    names = re.findall(names, (sources / home).read_text(), re.M)
+    for copy in copies:
+        told = (sources / copy).read_text()
+        missing += [f"{copy}: {name}" for name in names or [home] if not re.search(rf"\b{name}\b", told)]
 
 told = (sources / "docs/environment.md").read_text()
 for folder in ("bindings", "diag", "platform", "sim", "spi", "tools"):
@@ -36,9 +51,13 @@ for name in re.findall(r"^SPIFNS_API .*?(\w+)\(", (sources / "include/wrenlink/s
         missing.append(f"{manual.name}: {name}")
 
 rows = re.findall(r"^\| (`[a-z`, ]+`) \| (.*) \|$", (sources / "docs/wren-json.md").read_text(), re.M)
-for line in ["ports", "info", "xap", "speed --seconds 0.02", "read 0 1", "read 0 1 -o /dev/null", "dump 0 1",
-             "write 0 1", "fill --region 0:1 1", "verify 0 1", "diff -", "get SPIMUL", "set SPIMUL=1", "vars",
-             "command DFU", "mgcmd --init 1 2 3", "run -"]:
+lines = ["ports", "info", "xap", "speed --seconds 0.02", "read 0 1", "read 0 1 -o /dev/null", "dump 0 1",
+         "write 0 1", "fill --region 0:1 1", "verify 0 1", "diff -", "get SPIMUL", "set SPIMUL=1", "vars",
+         "command DFU", "mgcmd --init 1 2 3", "run -"]
+shown = subprocess.run([kit / "bin/wren", "--help"], check=True, capture_output=True, text=True).stdout
+commands = re.findall(r"^  ([a-z]+) ", shown.partition("Subcommands:")[2].partition("\n\n")[0], re.M)
+missing += [f"a line for {name} here" for name in commands or ["commands"] if name not in " ".join(lines).split()]
+for line in lines:
     words = line.split()
     shown = subprocess.run([kit / "bin/wren", "--simulate", "--json", *words], check=False, capture_output=True,
                            input="0: 1" if words[0] == "diff" else "read 0 1", text=True)
