@@ -281,11 +281,11 @@ TEST_F(WrenTest, KeepsARecord) {
     EXPECT_THAT(
         contentsOf("line"),
         MatchesRegex(R"-(\{"time":"20.+Z","version":"1.4","adapter":"9","firmware":null,)-"
-                     R"-("command":"xap","exit":3,"error":"Couldn't .+","seconds":.+\}.)-"
+                     R"-("command":"xap","exit":3,"error":"Couldn't .+","seconds":.+\}\s)-"
                      R"-(\{"time":"20.+Z","version":"1.4","adapter":"100",)-"
                      R"-("firmware":"1.8","command":"write","address":5,"count":1,"crc32":)-"
                      R"-("6af4413c","written":1,"verified":false,"differing":1,"exit":4,)-"
-                     R"-("error":"1 of .+","seconds":.+\}.)-"));
+                     R"-("error":"1 of .+","seconds":.+\}\s)-"));
 }
 
 TEST_F(WrenTest, TakesTurnsWithOtherHosts) {
