@@ -69,7 +69,7 @@ class Package(Simulated):
             (lambda word: chip.fill(0, 1, word), [-1, 0x10000, 1.5]),
             (lambda clock: setattr(chip, "clock", clock), ["abc", 0, -5, 0.12, math.nan, math.inf]),
             (lambda clock: setattr(chip, "max_clock", clock), ["", 0.9, None]),
-            (lambda delay: setattr(chip, "delay", delay), ["x", -1, 70000, 1.0]),
+            (lambda delay: setattr(chip, "delay", delay), ["x", -1, 65535, 1.0]),
             (lambda mux: setattr(chip, "mux", mux), ["x", -1, 17]),
             (lambda bits: name.__setitem__("SPICMDBITS", bits), ["0x", 70000]),
             (lambda variable: name.__setitem__(variable, 1), ["MUTEXNAME", "NONE", 7]),

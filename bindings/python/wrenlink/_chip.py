@@ -115,7 +115,7 @@ class Chip:
 
     clock = Number("SPICLOCK", float, "SPI clock in kHz; set, it becomes the nearest possible.")
     max_clock = Number("SPIMAXCLOCK", float, "Upper limit in kHz of the next setting of clock.")
-    delay = Number("SPI_DELAY", int, "SPI delay, 0 (the fastest) to 0xFFFF.")
+    delay = Number("SPI_DELAY", int, "SPI delay, 0 (the fastest) to 0xFFFE.")
     mux = Number("SPIMUL", int, "Multiplexed device, 0 to 16.")
     read_bits = Number("SPICMDREADBITS", hexadecimal, "Command bits of reads; from firmware 1.9.")
     write_bits = Number("SPICMDWRITEBITS", hexadecimal, "Command bits of writes; likewise.")

@@ -33,7 +33,7 @@ _READABLE = (
 # No delay makes a clock slower than 0.1211 kHz.
 _WHOLE = {
     "SPIPORT": 0xFFFFFFFF,
-    "SPI_DELAY": 0xFFFF,
+    "SPI_DELAY": 0xFFFE,  # 0xFFFF stands for one that is not known
     "SPIMUL": 16,
     "SPICMDBITS": 0xFFFF,
     "SPICMDREADBITS": 0xFFFF,
