@@ -1,6 +1,6 @@
 // Sequences of any records: the frames carry what the records ask for, word by word and in their
-// order, in no more requests and bytes than that takes; reads give what the chip holds, and a record
-// that is refused ends the sequence.
+// order, in no more requests and bytes than that takes; reads give what the chip holds, and a
+// record that is refused ends the sequence.
 #include <algorithm>
 #include <cstring>
 #include <deque>

@@ -14,8 +14,8 @@
 namespace wrenlink::test {
 
 // What can fail. All but the last are primitives: each function of platform/os.h that reports a
-// failure, be it by false, null, an invalid object or an empty list, and no other, is here, in the list
-// of CMakeLists.txt and in primitives.cpp; what hosts are promised of it is in
+// failure, be it by false, null, an invalid object or an empty list, and no other, is here, in the
+// list of CMakeLists.txt and in primitives.cpp; what hosts are promised of it is in
 // tests/exports/every_call_test.cpp.
 enum class Call {
     chooseNamespace,

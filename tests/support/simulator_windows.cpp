@@ -40,8 +40,8 @@ struct Simulator::Native {
     std::map<std::string, Handle> occupants;  // by the name that each keeps from others
 };
 
-const int kNativeErrors[] = {ERROR_FILE_NOT_FOUND, ERROR_DEVICE_NOT_CONNECTED,
-                             ERROR_IO_DEVICE, ERROR_IO_PENDING};
+const int kNativeErrors[] = {ERROR_FILE_NOT_FOUND, ERROR_DEVICE_NOT_CONNECTED, ERROR_IO_DEVICE,
+                             ERROR_IO_PENDING};
 const char* const kSteering = "quillsim control";
 
 std::string textOf(int nativeCode) {
