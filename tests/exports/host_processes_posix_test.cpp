@@ -1,6 +1,5 @@
 // What host processes are free to do beside calling the library: leave while threads are in calls,
-// end threads, have any symbols, load the library twice, change their environment, fork.
-#include <dlfcn.h>
+// end threads, change their environment, fork.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/mman.h>
@@ -18,11 +17,6 @@
 #include "tests/support/child_process.h"
 #include "tests/support/scale.h"
 #include "tests/support/simulator.h"
-
-// Data of this program's own with names of exports, which it shows to the libraries that it loads.
-#define OWN_DATA [[gnu::used, gnu::visibility("default")]]
-OWN_DATA void* ownInit __asm__("spifns_stream_init") = nullptr;
-OWN_DATA void* ownClear __asm__("spifns_clear_last_error") = nullptr;
 
 namespace wrenlink::test {
 namespace {
@@ -91,6 +85,7 @@ bool endedWell(pid_t child) {
 
 bool leaveUnderCalls() {
     const Simulator simulator;
+    setEnvironment("TIDEWATER_LOG", (simulator.runtime().path() / "trace").string());
     for (unsigned i = 0; i < 40 * scale(); ++i) {
         const int kind = i % 10 == 8 ? 1 : i % 10 == 9 ? 2 : 0;
         const pid_t child = startChild([kind]() -> bool { workInThreads(kind); });
@@ -106,10 +101,7 @@ void* openAndClose(void*) {
 }
 
 // The memory of the first thread's stack is gone with it.
-bool traceInThreadThatEnds() {
-    const Simulator simulator;
-    const fs::path log = simulator.runtime().path() / "trace";
-    setEnvironment("TIDEWATER_LOG", log.string());
+bool traceInTwoThreads() {
     const LoadedLibrary library;
     constexpr std::size_t kSize = 1 << 20;
     void* const stack = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE,
@@ -122,27 +114,15 @@ bool traceInThreadThatEnds() {
     ::pthread_join(thread, nullptr);
     ::munmap(stack, kSize);
     openAndClose(nullptr);
-    return fs::file_size(log) > 0;
+    return true;
 }
 
-bool openLegacyStream(const LoadedLibrary& library) {
-    const auto count = library.find<decltype(spifns_count_streams)>("spifns_count_streams");
-    const bool good = library.find<decltype(spifns_init)>("spifns_init")() == 0 && count() == 1;
-    library.find<decltype(spifns_close)>("spifns_close")();
-    return good && count() == 0;
-}
-
-bool haveSymbolsOfTheExportsNames() {
+bool traceInThreadThatEnds() {
     const Simulator simulator;
-    return openLegacyStream(LoadedLibrary());
-}
-
-bool loadACopyForAll() {
-    const Simulator simulator;
-    const fs::path copy = simulator.runtime().path() / "copy.so";
-    fs::copy_file(WRENLINK_LIBRARY, copy);
-    return ::dlopen(copy.c_str(), RTLD_NOW | RTLD_GLOBAL) != nullptr &&
-           openLegacyStream(LoadedLibrary());
+    const fs::path log = simulator.runtime().path() / "trace";
+    setEnvironment("TIDEWATER_LOG", log.string());
+    const std::uint64_t handles = takeStock().handles;
+    return traceInTwoThreads() && fs::file_size(log) > 0 && takeStock().handles == handles;
 }
 
 bool changeTheEnvironment() {
@@ -224,8 +204,6 @@ struct Deed {
 const Deed kDeeds[] = {
     {"LeaveUnderCalls", leaveUnderCalls, "one of ten crashed"},
     {"TraceInThreadThatEnds", traceInThreadThatEnds, "crashed with the next stream"},
-    {"HaveSymbolsOfTheExportsNames", haveSymbolsOfTheExportsNames, "crashed in spifns_init"},
-    {"LoadACopyForAll", loadACopyForAll, "a stream came to be in the other copy"},
     {"ChangeTheEnvironment", changeTheEnvironment, "crashed in an exchange; two kinds of lock"},
     {"ForkDuringAnExchange", forkDuringAnExchange, "the next host waited for the child's end"},
     {"ForkWithAStream", forkWithAStream, "the caches outlived the last host"},
