@@ -20,9 +20,7 @@ const test::TestRuntime runtime;
 const std::unique_ptr<quillsim::Adapter> model = std::make_unique<quillsim::Adapter>(100, kRefusal);
 Wire* wire = nullptr;
 
-// The request in flight.
-Bytes reply;
-Ending ending = Ending::completed;
+Bytes reply;  // of the request in flight
 
 }  // namespace
 
@@ -41,8 +39,6 @@ Wire::Wire() {
 Wire::~Wire() { wire = nullptr; }
 
 quillsim::Adapter& Wire::adapter() { return *model; }
-
-Ending Wire::end(const Bytes&, Bytes&) { return Ending::completed; }
 
 Bytes Wire::serve(const Bytes& frame, std::size_t capacity) {
     Bytes room(quillsim::kReplyRoom);
@@ -63,8 +59,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace wrenlink::os {
 
-using fuzz::Ending;
-
 std::vector<std::string> presentAdapters(std::size_t) { return {fuzz::kPath}; }
 
 bool Device::open(const char* path) noexcept {
@@ -77,32 +71,20 @@ bool Device::makeEvent() noexcept { return true; }
 RequestStart Device::start(std::uint32_t, const void* request, std::size_t size, void* room,
                            std::size_t capacity) noexcept {
     const auto* bytes = static_cast<const std::uint8_t*>(request);
-    const test::Bytes frame(bytes, bytes + size);
+    const fuzz::Bytes frame(bytes, bytes + size);
+    fuzz::wire->hear(frame);
     fuzz::reply = fuzz::wire->serve(frame, capacity);
-    fuzz::ending = fuzz::wire->end(frame, fuzz::reply);
-    fuzz::reply.resize(std::min(fuzz::reply.size(), capacity));
     reply_ = room;
-    inFlight_ = fuzz::ending != Ending::notStarted;
-    errno = inFlight_ ? EINPROGRESS : EIO;
-    return inFlight_ ? RequestStart::pending : RequestStart::failed;
+    return RequestStart::pending;
 }
 
-WaitResult Device::wait(std::uint32_t) noexcept {
-    return fuzz::ending == Ending::silent ? WaitResult::timedOut : WaitResult::acquired;
-}
+WaitResult Device::wait(std::uint32_t) noexcept { return WaitResult::acquired; }
 
 bool Device::outcome() noexcept {
-    inFlight_ = false;
-    errno = EIO;
-    if (fuzz::ending != Ending::completed) return false;
     std::copy(fuzz::reply.begin(), fuzz::reply.end(), static_cast<std::uint8_t*>(reply_));
     return true;
 }
 
-void Device::close() noexcept {
-    if (inFlight_)
-        std::copy(fuzz::reply.begin(), fuzz::reply.end(), static_cast<std::uint8_t*>(reply_));
-    inFlight_ = false;
-}
+void Device::close() noexcept {}
 
 }  // namespace wrenlink::os

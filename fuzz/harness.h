@@ -9,11 +9,11 @@
 #include <cstdint>
 
 #include "sim/model/adapter.h"
-#include "tests/exports/oracle.h"
+#include "tests/exports/host.h"
 
 namespace wrenlink::fuzz {
 
-using test::Bytes;
+using Bytes = std::vector<std::uint8_t>;
 
 // What a target does with one input. Each target defines it.
 void run(FuzzedDataProvider& input);
@@ -21,11 +21,8 @@ void run(FuzzedDataProvider& input);
 // Ends the program, which makes the input a finding, unless `good`.
 void require(bool good, const char* what);
 
-// How an exchange goes on.
-enum class Ending { completed, notStarted, failed, silent };
-
 // The adapter that the library finds, with the id 100: the simulator's model, which every input
-// meets at power-on, and a way to come between it and the library.
+// meets at power-on, and a way to listen to the library.
 class Wire {
    public:
     Wire();
@@ -37,10 +34,7 @@ class Wire {
     // Whether every frame so far was well formed.
     bool allGood() const { return allGood_; }
 
-    // What becomes of a request; its reply, of any size, may be changed. A silent one still writes
-    // its reply, as the library gives it up.
-    virtual Ending end(const Bytes& frame, Bytes& reply);
-
+    virtual void hear(const Bytes&) {}
     // Carries a request out and returns the reply.
     Bytes serve(const Bytes& frame, std::size_t capacity);
 

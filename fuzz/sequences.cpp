@@ -34,10 +34,9 @@ struct Load {
 
 class ListeningWire : public Wire {
    public:
-    Ending end(const Bytes& frame, Bytes&) override {
+    void hear(const Bytes& frame) override {
         const quillsim::Command* command = quillsim::findCommand(quillsim::codeOf(frame));
-        if (command == nullptr || command->shape != quillsim::Shape::entry)
-            return Ending::completed;
+        if (command == nullptr || command->shape != quillsim::Shape::entry) return;
         ++load.requests;
         load.bytes += frame.size();
         quillsim::BatchWalk walk(quillsim::Bytes(frame).subspan(quillsim::kCodeAt));
@@ -52,7 +51,6 @@ class ListeningWire : public Wire {
                                      writes ? quillsim::loadBig(entry.words, 2 * i) : 0,
                                      bits_[writes ? 1 : 0]);
         }
-        return Ending::completed;
     }
 
     Traffic traffic;

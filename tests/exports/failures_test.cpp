@@ -34,17 +34,6 @@ TEST(Failures, MakeEveryStreamForgetWhatTheAdapterHas) {
     }
 }
 
-TEST(Failures, WhileTheAdapterIsOutOfReach) {
-    Simulator simulator;
-    const Stream stream("0");
-    simulator.control("unplug 0");
-    const std::string text = ": Unable to open USB driver: Unable to send sequence";
-    EXPECT_EQ(outcome(stream.run("r1:1")),
-              (Failure{515, 0, textOf(NativeError::noAdapter) + text}));
-    simulator.control("plug 0");
-    EXPECT_EQ(stream.run("r1:1"), 0);
-}
-
 const Failure kNoDelays = {260, 0, "Error allocating shared memory for delays"};
 const Failure kNoCmdBits = {260, 0, "Error allocating shared memory for cmdbits"};
 
@@ -82,51 +71,34 @@ TEST(Failures, WithNoAdapterSelected) {
     EXPECT_EQ(outcome(stream.set("SPIMUL", "4")), (Failure{1, 0, text}));
 }
 
-TEST(Failures, WithoutSharedCaches) {
-    Simulator simulator({100}, "1.9");
-    const Stream stream;
-    simulator.offerKernelObjects(false);
-    EXPECT_EQ(stream.set("SPIPORT", "0"), 0);
-    for (const char* step : {"SPI_DELAY=9", "SPICLOCK=500", "QUILLMODE=SPI"})
-        EXPECT_EQ(outcome(stream.run(step)), kNoDelays) << step;
-    spifns_clear_last_error();
-    EXPECT_EQ(stream.get("SPI_DELAY"), "0");
-    EXPECT_EQ(lastFailure(), kNoDelays);
-    // Nobody can tell which bits the adapter has, so that they always travel.
-    simulator.takeFrames();
-    EXPECT_EQ(stream.run("r1:1 r2:1"), 0);
-    EXPECT_EQ(simulator.takeFrames(), frames("R=0 r1:1 R=0 r2:1"));
-
-    // Once the caches can be had they are used, and know nothing.
-    simulator.offerKernelObjects(true);
-    EXPECT_EQ(stream.get("SPI_DELAY"), "4");
-    EXPECT_EQ(simulator.takeFrames(), frames(kGetDelay));
-}
-
-// A region that cannot be had is missed; a mutex that cannot be had is done without.
+// A region that cannot be had is missed until it can be; a mutex that cannot be had is done
+// without.
 TEST(Failures, WhenNamesAreTakenByOtherKinds) {
-    Simulator simulator({100}, "1.9");
-    ASSERT_TRUE(os::chooseNamespace());
     const struct {
-        std::string taken;
+        const char* taken;  // "" for the adapter's own lock
         Failure delay;
         Failure mode;
+        std::string frames = "R=0 r1:1 r2:1";
     } cases[] = {
         {"kvs_shm_quilldelays100", kNoDelays, kNoDelays},
-        {"kvs_shm_quillcmdbits100", {}, kNoCmdBits},
+        // Nobody can tell which bits the adapter has, so that they always travel.
+        {"kvs_shm_quillcmdbits100", {}, kNoCmdBits, "R=0 r1:1 R=0 r2:1"},
         {"kvs_mutex_quilldelays100", {}, {}},
         {"kvs_mutex_quillcmdbits100", {}, {}},
-        {std::string(mutexKernelName(os::presentAdapters(1).at(0))), {}, {}},
+        {"", {}, {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.taken);
-        simulator.offerKernelObjects(false);
-        simulator.offerKernelObjects(true);
-        simulator.occupyKernelName(c.taken);
+        Simulator simulator({100}, "1.9");
+        ASSERT_TRUE(os::chooseNamespace());
+        const std::string lock(mutexKernelName(os::presentAdapters(1).at(0)));
+        simulator.occupyKernelName(*c.taken == '\0' ? lock : c.taken);
         const Stream stream("0");
         EXPECT_EQ(outcome(stream.set("SPI_DELAY", "9")), c.delay);
         EXPECT_EQ(outcome(stream.set("QUILLMODE", "JTAG")), c.mode);
-        EXPECT_EQ(stream.run("r1:1"), 0);
+        simulator.takeFrames();
+        EXPECT_EQ(stream.run("r1:1 r2:1"), 0);
+        EXPECT_EQ(simulator.takeFrames(), frames(c.frames));
     }
 }
 

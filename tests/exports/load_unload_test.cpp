@@ -128,13 +128,5 @@ TEST_F(LoadUnload, WorksInTwoThreadsAtOnce) {
     EXPECT_TRUE(storeIsGone());
 }
 
-TEST_F(LoadUnload, KeepsErrorsWithoutTheStoresMutex) {
-    os::ProcessBlock occupant = os::openProcessBlock("TLS Mutex", 16);
-    fail(LoadedLibrary());
-    os::closeProcessBlock(occupant);
-    os::closeProcessBlock(occupant);  // once more does nothing
-    EXPECT_TRUE(storeIsGone());
-}
-
 }  // namespace
 }  // namespace wrenlink::test

@@ -10,6 +10,7 @@
 #include <functional>
 #include <mutex>
 #include <numeric>
+#include <random>
 #include <thread>
 
 #include "tests/exports/oracle.h"
@@ -262,6 +263,11 @@ TEST_F(LyingAdapter, ChangesEachReply) {
     for (const char* fault : {"short 1", "short 4", "short 2000", "corrupt 1 1", "corrupt 3 0x40",
                               "corrupt 5 0xff", "corrupt 13 1", "badstatus 0xdead"})
         strikeEach(fault, true);
+    std::mt19937 random(42);
+    for (unsigned i = 0; i < 4 * scale(); ++i)
+        strikeEach(
+            "corrupt " + std::to_string(random() % 40) + " " + std::to_string(0x10 << random() % 4),
+            true);
 }
 
 // Each adapter is late at another exchange, or silent.

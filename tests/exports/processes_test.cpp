@@ -75,22 +75,6 @@ class Caches {
     SharedMemory cmdBits_{"quillcmdbits100", sizeof(CmdBitsCache), kUnknownByte};
 };
 
-// Stores 50,000 random values in both caches whenever the parent says go, so many times.
-int disturb(const Arguments& arguments) {
-    Caches caches;
-    std::mt19937 random(kSeed);
-    for (unsigned long round = std::stoul(arguments.at(0)); round > 0; --round) {
-        awaitParent();
-        for (int i = 0; i < 50000; ++i) {
-            storeField(caches.delays().delay, static_cast<std::uint16_t>(random()));
-            storeField(caches.cmdBits().both, static_cast<std::uint32_t>(random()));
-        }
-        tellParent("done");
-    }
-    return 0;
-}
-const ChildRole kDisturb("disturb", disturb);
-
 TEST(Processes, ShareWhatTheAdapterHas) {
     Simulator simulator({100}, "1.9");
     {
@@ -151,21 +135,22 @@ TEST(Processes, LoseNothingWhenOneOfFourIsKilled) {
 TEST(Processes, WorkOnWhateverAPeerStoresInTheCaches) {
     Simulator simulator({100}, "1.9");
     const Stream stream("0");
-    const unsigned rounds = 50 * scale();
-    ChildProcess peer("disturb", {std::to_string(rounds)});
-    for (unsigned i = 0; i < rounds; ++i) {
-        peer.go();
+    const std::jthread peer([](const std::stop_token& stop) {
+        Caches caches;
+        std::mt19937 random(kSeed);
+        while (!stop.stop_requested()) {
+            storeField(caches.delays().delay, static_cast<std::uint16_t>(random()));
+            storeField(caches.cmdBits().both, static_cast<std::uint32_t>(random()));
+        }
+    });
+    for (unsigned i = 0; i < 50 * scale(); ++i) {
         const Words written = countingWords(600, static_cast<std::uint16_t>(i));
         Words read(written.size());
         EXPECT_EQ(stream.run({setting("SPI_DELAY", "7"), writeFrom(0, written), readInto(0, read)}),
                   0);
         EXPECT_EQ(read, written);
         EXPECT_LE(std::stoul(stream.get("SPI_DELAY")), 0xFFFFU);
-        ASSERT_EQ(peer.readLine(), "done");
     }
-    // What is forgotten is put right.
-    stream.set("QUILLMODE", "SPI");
-    EXPECT_EQ(std::stoi(stream.get("SPI_DELAY")), simulator.number("delay"));
 }
 
 }  // namespace

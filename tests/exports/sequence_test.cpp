@@ -1,7 +1,6 @@
 // Sequences: how they are split and packed, what they carry along, and what they deliver.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "tests/exports/host.h"
@@ -61,31 +60,6 @@ TEST_F(Sequence, IsSplitAndPacked) {
         {"r5:1 NONE=1 r6:1", "r5:1 | r6:1"},
     };
     for (const Exchange& exchange : exchanges) expectExchange(stream_, exchange);
-}
-
-TEST_F(Sequence, DeliversTheWholeMemory) {
-    Words written = countingWords(65535, 77);
-    Words read(65535);
-    EXPECT_EQ(stream_.run({writeFrom(0, written), readInto(0, read)}), 0);
-    EXPECT_EQ(read, written);
-    EXPECT_EQ(simulator_.control("peek 0 0xfffe 2"), "0x004b 0x0000\n");
-    // 131 pieces to write and 130 to read; the last of the former and the first of the latter fit
-    // one batch command.
-    EXPECT_EQ(simulator_.takeFrames().size(), 131U + 130 - 1);
-}
-
-TEST_F(Sequence, TakesArraysAndBuffersAtAnyAddress) {
-    alignas(8) char array[2 * sizeof(SpiAction) + 1];
-    alignas(8) char buffer[9] = "\x11\x22\x33\x44";
-    auto* const written = reinterpret_cast<std::uint16_t*>(buffer + 1);
-    auto* const read = reinterpret_cast<std::uint16_t*>(buffer + 5);
-    constexpr std::uint32_t kReserved = 0xEEEEEEEE;
-    const SpiAction actions[] = {
-        {SPIFNS_WRITE, kReserved, {.memory = {kReserved, 0x40, 1, kReserved, written}}},
-        {SPIFNS_READ, kReserved, {.memory = {kReserved, 0x40, 1, kReserved, read}}}};
-    std::memcpy(array + 1, actions, sizeof actions);
-    EXPECT_EQ(spifns_stream_sequence(stream_.id(), reinterpret_cast<SpiAction*>(array + 1), 2), 0);
-    EXPECT_EQ(std::string(buffer + 5, 2), "\x22\x33");
 }
 
 TEST_F(Sequence, CountsAboveTheSignedLimitAreEmpty) {

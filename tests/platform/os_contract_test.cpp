@@ -1,25 +1,18 @@
 // What every backend of the operating-system contract must do.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/os.h"
-#include "tests/support/child_process.h"
 #include "tests/support/test_runtime.h"
 
 namespace wrenlink::os {
 namespace {
-
-using test::Arguments;
-using test::awaitParent;
-using test::ChildProcess;
-using test::ChildRole;
-using test::tellParent;
 
 class OsContract : public testing::Test {
    protected:
@@ -28,89 +21,51 @@ class OsContract : public testing::Test {
     test::TestRuntime runtime_;
 };
 
-bool holds(WaitResult result) {
-    return result == WaitResult::acquired || result == WaitResult::abandoned;
-}
-
-// Runs one body in several threads at once.
-template <class Body>
-void inThreads(std::size_t count, Body body) {
-    std::vector<std::thread> threads;
-    threads.reserve(count);
-    while (threads.size() < count) threads.emplace_back(body);
-    for (std::thread& thread : threads) thread.join();
-}
-
-// Fails unless each of several threads is alone inside, again and again.
-template <class Enter, class Leave>
-void expectExclusion(Enter enter, Leave leave) {
+// Fails unless each of several threads is alone with its work, again and again.
+template <class Guard>
+void expectExclusion(Guard guard) {
     std::atomic<int> inside{0};
-    inThreads(4, [&] {
-        for (int i = 0; i < 200; ++i) {
-            auto lock = enter();
-            EXPECT_EQ(inside.fetch_add(1), 0);
-            std::this_thread::yield();
-            inside.fetch_sub(1);
-            leave(lock);
-        }
-    });
+    std::array<std::jthread, 4> threads;
+    for (std::jthread& thread : threads)
+        thread = std::jthread([&] {
+            for (int i = 0; i < 200; ++i)
+                guard([&] {
+                    EXPECT_EQ(inside.fetch_add(1), 0);
+                    std::this_thread::yield();
+                    inside.fetch_sub(1);
+                });
+        });
 }
-
-// ---- Kernel mutex ------------------------------------------------------------------------------
-
-// Holds a mutex until told, then waits to be ended.
-const ChildRole mutexHolder("hold mutex", [](const Arguments& arguments) {
-    chooseNamespace();
-    KernelMutex mutex(arguments.at(0));
-    tellParent(holds(mutex.wait(kInfinite)) ? "held" : "failed");
-    awaitParent();
-    tellParent(mutex.release() ? "released" : "failed");
-    awaitParent();
-    return 0;
-});
 
 TEST_F(OsContract, MutexesExcludeThreads) {
     LocalMutex local;
-    expectExclusion(
-        [&] {
-            local.enter();
-            local.enter();
-            local.leave();
-            return &local;
-        },
-        [](LocalMutex* mutex) { mutex->leave(); });
-
+    expectExclusion([&](auto work) {
+        local.enter();
+        local.enter();
+        local.leave();
+        work();
+        local.leave();
+    });
     ProcessMutex* const kept = openProcessMutex("contract mutex");
-    expectExclusion(
-        [] {
-            ProcessMutex* const mutex = openProcessMutex("contract mutex");
-            lockProcessMutex(mutex);
-            return mutex;
-        },
-        [](ProcessMutex* mutex) {
-            unlockProcessMutex(mutex);
-            closeProcessMutex(mutex);
-        });
+    expectExclusion([](auto work) {
+        ProcessMutex* const mutex = openProcessMutex("contract mutex");
+        lockProcessMutex(mutex);
+        work();
+        unlockProcessMutex(mutex);
+        closeProcessMutex(mutex);
+    });
     closeProcessMutex(kept);
 }
 
-TEST_F(OsContract, MutexExcludesProcesses) {
-    const std::string name = runtime_.name("processes");
-    ChildProcess holder("hold mutex", {name});
-    ASSERT_EQ(holder.readLine(), "held");
-    KernelMutex mutex(name);
-    EXPECT_EQ(mutex.wait(0), WaitResult::timedOut);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(mutex.wait(40), WaitResult::timedOut);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(35));
-
-    holder.go();
-    ASSERT_EQ(holder.readLine(), "released");
-    EXPECT_EQ(mutex.wait(10000), WaitResult::acquired);
-    EXPECT_TRUE(mutex.release());
+TEST_F(OsContract, AWaitEndsAfterItsTime) {
+    KernelMutex held(runtime_.name("held"));
+    ASSERT_EQ(held.wait(0), WaitResult::acquired);
+    std::jthread([&] {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(KernelMutex(runtime_.name("held")).wait(40), WaitResult::timedOut);
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(35));
+    });
 }
-
-// ---- File mapping ------------------------------------------------------------------------------
 
 constexpr std::size_t kBlockSize = 6000;
 
@@ -144,8 +99,6 @@ TEST_F(OsContract, MappingHasItsSizeAndComesZeroed) {
         EXPECT_EQ(Block(name, 2 * kBlockSize).view, nullptr) << "another size";
     }
 }
-
-// ---- System ------------------------------------------------------------------------------------
 
 TEST_F(OsContract, ErrorTextIsCutAndTerminated) {
     char whole[256] = {};

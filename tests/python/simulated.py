@@ -32,14 +32,17 @@ class Simulated(unittest.TestCase):
         self.folder = pathlib.Path(folder.name)
         os.environ.update(WRENLINK_RUNTIME_DIR=folder.name, WRENLINK_DOCUMENTS_DIR=folder.name)
 
-    def start(self, *words):
-        """Starts adapters 100 and 200, whose chips have zeros at first."""
-        simulator = subprocess.Popen([os.environ["QUILLSIM"], "--adapters", "2", *words],
+    def start(self, *words, adapters=2):
+        """Starts adapters 100, 200 and so on, whose chips have zeros at first."""
+        simulator = subprocess.Popen([os.environ["QUILLSIM"], "--adapters", str(adapters), *words],
                                      stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.addCleanup(self.end, simulator)
         self.assertEqual(simulator.stdout.readline(), b"ready\n")
+        return simulator
 
     def end(self, simulator):
-        simulator.terminate()
-        simulator.communicate()
-        self.assertEqual(simulator.returncode, 0)
+        """Ends one that still runs."""
+        if simulator.returncode is None:
+            simulator.terminate()
+            simulator.communicate()
+            self.assertEqual(simulator.returncode, 0)

@@ -46,8 +46,6 @@ class Simulator {
     // A number of the adapter's state, by its name there.
     int number(const std::string& name, unsigned adapter = 0);
 
-    // Whether kernel objects can be made and opened; those that are open stay so.
-    void offerKernelObjects(bool offered);
     // Takes the name of a kernel object for something that is none.
     void occupyKernelName(const std::string& name);
 

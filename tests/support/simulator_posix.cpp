@@ -32,12 +32,6 @@ Simulator::~Simulator() { delete native_; }
 
 std::string Simulator::run(const std::string& line) { return native_->client.run(line); }
 
-void Simulator::offerKernelObjects(bool offered) {
-    const auto folder = runtime_.path() / "objects";
-    offered ? static_cast<void>(std::filesystem::create_directory(folder))
-            : static_cast<void>(std::filesystem::remove_all(folder));
-}
-
 void Simulator::occupyKernelName(const std::string& name) {
     std::filesystem::create_directory(runtime_.path() / "objects" / name);
 }

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <chrono>
-#include <map>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -36,8 +35,7 @@ void awaitPlugged(quillsim::ControlClient& client) {
 
 struct Simulator::Native {
     quillsim::ControlClient client;
-    AdapterIds ids;
-    std::map<std::string, Handle> occupants;  // by the name that each keeps from others
+    std::vector<Handle> occupants;  // each keeps a name from others
 };
 
 const int kNativeErrors[] = {ERROR_FILE_NOT_FOUND, ERROR_DEVICE_NOT_CONNECTED, ERROR_IO_DEVICE,
@@ -54,7 +52,6 @@ std::string textOf(int nativeCode) {
 
 Simulator::Simulator(const AdapterIds& ids, const std::string& firmware) {
     auto native = std::make_unique<Native>();
-    native->ids = ids;
     quillsim::ControlClient& client = native->client;
     if (!client.isOpen()) throw std::runtime_error("the simulator's driver is not installed");
     client.run("adapters " + std::to_string(ids.size()));
@@ -82,22 +79,10 @@ std::string Simulator::run(const std::string& line) {
     return answer;
 }
 
-// There is no place to take away, and so the names of what the adapters' caches need are taken.
-void Simulator::offerKernelObjects(bool offered) {
-    if (offered) {
-        native_->occupants.clear();
-        return;
-    }
-    for (const std::uint32_t id : native_->ids)
-        for (const char* kind : {"kvs_shm_", "kvs_mutex_"})
-            for (const char* cache : {"quilldelays", "quillcmdbits"})
-                occupyKernelName(std::string(kind) + cache + std::to_string(id));
-}
-
 void Simulator::occupyKernelName(const std::string& name) {
     Handle event(::CreateEventA(nullptr, TRUE, FALSE, name.c_str()));
     if (!event) throw std::runtime_error(name + " is in use");
-    native_->occupants[name] = std::move(event);
+    native_->occupants.push_back(std::move(event));
 }
 
 }  // namespace wrenlink::test
