@@ -1,15 +1,17 @@
-// What the fuzz targets share: an adapter inside the process, in place of the operating system's
-// devices, and a place of its own for kernel objects. One thread.
+// What the fuzz targets share. One thread.
 #ifndef WRENLINK_FUZZ_HARNESS_H
 #define WRENLINK_FUZZ_HARNESS_H
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include <cstddef>
+#include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <vector>
 
 #include "sim/model/adapter.h"
-#include "tests/exports/host.h"
 
 namespace wrenlink::fuzz {
 
@@ -19,29 +21,24 @@ using Bytes = std::vector<std::uint8_t>;
 void run(FuzzedDataProvider& input);
 
 // Ends the program, which makes the input a finding, unless `good`.
-void require(bool good, const char* what);
+inline void require(bool good, const char* what) {
+    if (good) return;
+    std::fprintf(stderr, "not so: %s\n", what);
+    std::abort();
+}
 
-// The adapter that the library finds, with the id 100: the simulator's model, which every input
-// meets at power-on, and a way to listen to the library.
-class Wire {
-   public:
-    Wire();
-    Wire(const Wire&) = delete;
-    Wire& operator=(const Wire&) = delete;
-    virtual ~Wire();
-
-    quillsim::Adapter& adapter();
-    // Whether every frame so far was well formed.
-    bool allGood() const { return allGood_; }
-
-    virtual void hear(const Bytes&) {}
-    // Carries a request out and returns the reply.
-    Bytes serve(const Bytes& frame, std::size_t capacity);
-
-   private:
-    bool allGood_ = true;
-};
+// Makes another adapter, with the id 100, at power-on, in its place.
+inline void renew(quillsim::Adapter& adapter) {
+    std::destroy_at(&adapter);
+    std::construct_at(&adapter, 100, EINVAL);
+}
 
 }  // namespace wrenlink::fuzz
+
+extern "C" [[gnu::used]] inline int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    FuzzedDataProvider input(data, size);
+    wrenlink::fuzz::run(input);
+    return 0;
+}
 
 #endif

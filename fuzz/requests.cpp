@@ -1,5 +1,7 @@
 // The simulator's own parsers: requests of a hostile host and lines of its control language. What
 // is refused changes nothing, and what is carried out has the reply that was asked for.
+#include <algorithm>
+
 #include "fuzz/harness.h"
 #include "sim/model/command.h"
 #include "sim/text_sink.h"
@@ -48,35 +50,36 @@ Bytes frame(FuzzedDataProvider& input) {
     return bytes;
 }
 
-void tryFrame(Wire& wire, FuzzedDataProvider& input) {
-    Adapter& adapter = wire.adapter();
+void tryFrame(Adapter& adapter, FuzzedDataProvider& input) {
     const std::string before = stateOf(adapter);
     const bool disturbed = !adapter.faults.armed().empty();
     const Bytes request = frame(input);
     const auto capacity = input.ConsumeIntegralInRange<std::size_t>(0, 1100);
     const bool good =
         quillsim::judge(request, adapter.settings.firmware) == quillsim::Verdict::good;
-    const Bytes reply = wire.serve(request, capacity);
+    Bytes room(quillsim::kReplyRoom);
+    const std::size_t replied =
+        adapter
+            .handle({quillsim::kControlCode, static_cast<std::uint32_t>(capacity), request}, room)
+            .replySize;
     std::string line;
     require(control(adapter, "log 0 " + std::to_string(adapter.log.last()), line),
             "the log shows every request");
     if (disturbed) return;
-    require(good || (reply.empty() && stateOf(adapter) == before),
+    require(good || (replied == 0 && stateOf(adapter) == before),
             "a request that is refused changes nothing");
     const std::size_t asked = good ? quillsim::loadLittle(request, 2) : 0;
-    require(reply.size() == std::min(asked, capacity), "a reply is as long as it was asked for");
+    require(replied == std::min(asked, capacity), "a reply is as long as it was asked for");
 }
 
 }  // namespace
 
 void run(FuzzedDataProvider& input) {
-    Wire wire;
-    while (input.remaining_bytes() > 0) {
-        if (input.ConsumeIntegralInRange(0, 2) == 0)
-            tryLine(wire.adapter(), input);
-        else
-            tryFrame(wire, input);
-    }
+    static Adapter adapter(100, EINVAL);
+    renew(adapter);
+    while (input.remaining_bytes() > 0)
+        input.ConsumeIntegralInRange(0, 2) == 0 ? tryLine(adapter, input)
+                                                : tryFrame(adapter, input);
 }
 
 }  // namespace wrenlink::fuzz

@@ -16,7 +16,6 @@
 
 #include "tests/exports/host.h"
 #include "tests/support/child_process.h"
-#include "tests/support/quillsim_posix.h"
 #include "tests/support/scale.h"
 #include "tests/support/simulator.h"
 
@@ -53,10 +52,11 @@ TEST(Processes, WaitForOneThatIsStopped) {
     EXPECT_EQ(holder.readLine(), "0");
 }
 
-// An adapter's server that a test can kill. Leaves its sockets behind then.
-std::unique_ptr<Quillsim> startServer(const std::filesystem::path& runtime,
-                                      const Arguments& arguments) {
-    auto server = std::make_unique<Quillsim>(runtime, arguments);
+// An adapter's server, for this runtime directory, that a test can kill. Leaves its sockets behind
+// then.
+std::unique_ptr<Program> startServer(Arguments words) {
+    words.insert(words.begin(), QUILLSIM);
+    auto server = std::make_unique<Program>(words);
     EXPECT_EQ(server->readLine(), "ready");
     return server;
 }
@@ -64,7 +64,7 @@ std::unique_ptr<Quillsim> startServer(const std::filesystem::path& runtime,
 TEST(Processes, OutliveTheServerOfTheirAdapter) {
     const TestRuntime runtime;
     const SharedDocuments documents;
-    auto server = startServer(runtime.path(), {"--id", "100", "--answer-us", "200"});
+    auto server = startServer({"--id", "100", "--answer-us", "200"});
     const std::string cannotOpen = ": Unable to open USB driver: Unable to send sequence";
     const std::string ioFailed = ": Driver IO failed: Unable to send sequence";
     const Failure refused = {515, 0, textOf(ECONNREFUSED) + cannotOpen};
@@ -82,7 +82,7 @@ TEST(Processes, OutliveTheServerOfTheirAdapter) {
             EXPECT_EQ(own.set("SPI_DELAY", "9"), 0);
             server->kill();
             EXPECT_EQ(outcome(own.run("r0:1")), refused);
-            server = startServer(runtime.path(), {"--id", "100", "--answer-us", "200"});
+            server = startServer({"--id", "100", "--answer-us", "200"});
             EXPECT_EQ(own.run("r0:1"), 0);
             EXPECT_EQ(own.get("SPI_DELAY"), "4") << "as at power-on";
         }
@@ -90,7 +90,7 @@ TEST(Processes, OutliveTheServerOfTheirAdapter) {
         other.join();
         // Another adapter in its place works, under the name that the hosts know.
         server = nullptr;
-        server = startServer(runtime.path(), {"--id", "200"});
+        server = startServer({"--id", "200"});
         EXPECT_EQ(stream.run("r0:1"), 0);
         char name[16];
         EXPECT_EQ(spifns_stream_get_device_id(stream.id(), name, sizeof name), 0);
@@ -150,7 +150,7 @@ TEST(Processes, OfAllUsersWhoMayShareAnAdapter) {
         std::filesystem::permissions(runtime.path(), std::filesystem::perms(0755));
         const auto folder = runtime.path() / "run";
         setEnvironment("WRENLINK_RUNTIME_DIR", folder);
-        const auto server = startServer(folder, {"--mode", c.access, "--group", "users"});
+        const auto server = startServer({"--mode", c.access, "--group", "users"});
         ASSERT_EQ(::chmod((folder / "objects").c_str(), c.objects), 0);
         ChildProcess first("visit", {"60001", member, "9"});
         EXPECT_EQ(settingsOf(first), "/");

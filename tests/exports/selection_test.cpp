@@ -159,34 +159,12 @@ class MappedSelection : public testing::Test {
     const std::filesystem::path local_ = simulator_.runtime().path() / u8"h\u00e4r-\u2602";
 };
 
-TEST_F(MappedSelection, FollowsTheMapFile) {
-    const struct {
-        const char* content;
-        Ports ports;
-        std::vector<Choice> choices;
-    } cases[] = {
-        {"0=200\n1=100\n",
-         {"0 USB SPI (200)", "1 USB SPI (100)"},
-         {{"1 quill200", {"0"}}, {"0 quill100", {"1", "100"}}}},
-        {"9=200\n3=100",
-         {kPlain0, kPlain1, "3 USB SPI (100)", "9 USB SPI (200)"},
-         {{"1 quill200", {"9"}}, {"0 quill100", {"3"}}}},
-        // Key 1 leads to a port that has no adapter.
-        {"5=1\n1=5\n6=1\n", {kPlain0, "6 USB SPI (200)"}, {{"", {"1"}}, {"1 quill200", {"6"}}}},
-    };
-    for (const auto& c : cases) {
-        write(shared_, c.content);
-        const Stream stream;
-        EXPECT_EQ(ports(), c.ports) << c.content;
-        expectChoices(stream, c.choices);
-    }
-}
-
 TEST_F(MappedSelection, IsReadWithTheFirstStream) {
     write(shared_, "0=200\n1=100\n");
     {
         const Stream first;
         const Ports swapped = ports();
+        EXPECT_EQ(selected(first, "0"), "1 quill200");
         write(shared_, "broken");
         EXPECT_EQ(portsOfAStream(), swapped);
     }

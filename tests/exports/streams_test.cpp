@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <deque>
-#include <future>
-#include <thread>
 
 #include "tests/exports/host.h"
 #include "tests/support/simulator.h"
@@ -116,20 +114,6 @@ TEST(Streams, OneIsTheLegacyStream) {
     expectMissing(0, true);
     EXPECT_EQ(spifns_init(), 0);
     spifns_close();
-}
-
-TEST(Streams, LiveUntilTheLastCallOnThemEnds) {
-    Simulator simulator;
-    const Stream stream("0");
-    simulator.takeFrames();
-    simulator.control("fault 0 delay 200");
-    auto result = std::async(std::launch::async, [&] { return stream.run("r0:1 SPIMUL=1 r0:1"); });
-    while (simulator.control("log 0").empty()) std::this_thread::yield();
-    spifns_stream_close(stream.id());
-    EXPECT_EQ(spifns_count_streams(), 0U);
-    expectMissing(stream.id(), false);
-    EXPECT_EQ(result.get(), 0);
-    EXPECT_EQ(simulator.takeFrames().size(), 3U);
 }
 
 }  // namespace

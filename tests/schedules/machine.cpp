@@ -45,6 +45,7 @@ bool Machine::isHeld(std::string_view mutex) const {
 void Machine::carryOut(const quillsim::Request& request, void* reply, os::ErrorCode& outcome) {
     std::array<std::uint8_t, quillsim::kReplyRoom> room;
     const quillsim::Answer answer = adapter.handle(request, room);
+    if (hear) hear(request.frame, answer.status == 0);
     const os::ErrorCode struck = std::exchange(fault, 0U);
     outcome = answer.status != 0 ? answer.status : struck;
     if (outcome == 0) std::copy_n(room.data(), answer.replySize, static_cast<std::uint8_t*>(reply));

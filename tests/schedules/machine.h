@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -44,6 +45,8 @@ struct Machine {
     void carryOut(const quillsim::Request& request, void* reply, os::ErrorCode& outcome);
 
     quillsim::Adapter adapter{100, EINVAL};
+    // Told of each request, and whether it is well formed.
+    std::function<void(quillsim::Bytes frame, bool good)> hear;
     os::ErrorCode fault = 0;  // befalls the next request, whoever sends it
     std::map<os::NativeHandle, Object> objects;
     std::map<std::string, Life, std::less<>> holders;  // of mutexes, by their kernel names
