@@ -53,9 +53,6 @@ class Stream {
     int set(const char* name, const char* value) const { return run({setting(name, value)}); }
     std::string get(const char* name) const { return spifns_stream_getvar(id_, name); }
     int read(std::uint32_t address, Words& words) const { return run({readInto(address, words)}); }
-    int write(std::uint32_t address, const Words& words) const {
-        return run({writeFrom(address, words)});
-    }
     // What a call returns, as a text: "?NAME" gets a variable, "!NAME" gives a command, "XAP" asks
     // for the state, "MGCMD start" and "MGCMD" exchange 1 and 2, or a 1; others are steps as above.
     std::string ask(const std::string& request) const;

@@ -15,7 +15,6 @@
 
 #include "tests/exports/loaded_library.h"
 #include "tests/support/child_process.h"
-#include "tests/support/scale.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {
@@ -85,7 +84,6 @@ bool endedWell(pid_t child) {
 
 bool leaveUnderCalls() {
     const Simulator simulator;
-    setEnvironment("TIDEWATER_LOG", (simulator.runtime().path() / "trace").string());
     for (unsigned i = 0; i < 40 * scale(); ++i) {
         const int kind = i % 10 == 8 ? 1 : i % 10 == 9 ? 2 : 0;
         const pid_t child = startChild([kind]() -> bool { workInThreads(kind); });
@@ -100,9 +98,13 @@ void* openAndClose(void*) {
     return nullptr;
 }
 
-// The memory of the first thread's stack is gone with it.
-bool traceInTwoThreads() {
+// Several at once, and then one whose stack's memory is gone with it, and another.
+bool traceInThreads() {
     const LoadedLibrary library;
+    {
+        const std::jthread both[] = {std::jthread(openAndClose, nullptr),
+                                     std::jthread(openAndClose, nullptr)};
+    }
     constexpr std::size_t kSize = 1 << 20;
     void* const stack = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE,
                                MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
@@ -122,7 +124,7 @@ bool traceInThreadThatEnds() {
     const fs::path log = simulator.runtime().path() / "trace";
     setEnvironment("TIDEWATER_LOG", log.string());
     const std::uint64_t handles = takeStock().handles;
-    return traceInTwoThreads() && fs::file_size(log) > 0 && takeStock().handles == handles;
+    return traceInThreads() && fs::file_size(log) > 0 && takeStock().handles == handles;
 }
 
 bool changeTheEnvironment() {

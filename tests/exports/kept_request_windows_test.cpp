@@ -6,9 +6,8 @@
 #include <thread>
 
 #include "platform/os.h"
-#include "tests/support/loaded_module.h"
+#include "tests/exports/loaded_library.h"
 #include "tests/support/simulator.h"
-#include "wrenlink/spifns.h"
 
 namespace wrenlink::test {
 namespace {
@@ -48,22 +47,21 @@ TEST_F(KeptRequest, LeavesTheBufferOfItsCallerAlone) {
 
 TEST_F(KeptRequest, HoldsUpNeitherOthersNorTheUnloading) {
     {
-        const LoadedModule library(WRENLINK_LIBRARY);
-        auto* const run = library.find<decltype(spifns_stream_sequence)>("spifns_stream_sequence");
+        const LoadedLibrary library;
         std::uint32_t id = 0;
-        ASSERT_EQ(library.find<decltype(spifns_stream_init)>("spifns_stream_init")(&id), 0);
+        ASSERT_EQ(library.init(&id), 0);
         std::uint16_t word = 0;
         SpiAction actions[] = {{SPIFNS_SETVAR, 0, {.variable = {"SPIPORT", "0", nullptr}}},
                                {SPIFNS_READ, 0, {.memory = {0, 0, 1, 0, &word}}}};
-        EXPECT_EQ(run(id, actions, 1), 0);
+        EXPECT_EQ(library.run(id, actions, 1), 0);
         keepNext();
-        EXPECT_EQ(run(id, actions + 1, 1), 1);
+        EXPECT_EQ(library.run(id, actions + 1, 1), 1);
         const char* text = nullptr;
-        library.find<decltype(spifns_get_last_error)>("spifns_get_last_error")(nullptr, &text);
+        library.lastError(nullptr, &text);
         EXPECT_EQ(text, textOf(NativeError::stillPending) +
                             ": Driver IO timed out: Unable to send sequence");
-        std::thread([&] { EXPECT_EQ(run(id, actions, 2), 0); }).join();
-        library.find<decltype(spifns_stream_close)>("spifns_stream_close")(id);
+        std::thread([&] { EXPECT_EQ(library.run(id, actions, 2), 0); }).join();
+        library.close(id);
     }
     EXPECT_FALSE(isLoaded(WRENLINK_LIBRARY));
     giveBack();

@@ -14,7 +14,6 @@
 #include <thread>
 
 #include "tests/exports/oracle.h"
-#include "tests/support/scale.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {

@@ -16,7 +16,6 @@
 
 #include "tests/exports/host.h"
 #include "tests/support/child_process.h"
-#include "tests/support/scale.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {

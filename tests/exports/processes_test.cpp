@@ -12,7 +12,6 @@
 #include "quill/adapter_settings.h"
 #include "tests/exports/host.h"
 #include "tests/support/child_process.h"
-#include "tests/support/scale.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {

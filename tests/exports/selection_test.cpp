@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <map>
 
 #include "tests/exports/host.h"
 #include "tests/support/simulator.h"
@@ -29,22 +30,11 @@ std::string selected(const Stream& stream, const char* text) {
     return stream.get("SPIPORT") + " " + id;
 }
 
-// An adapter, and what selects it.
-struct Choice {
-    const char* adapter;
-    std::vector<const char*> texts;
-};
-void expectChoices(const Stream& stream, const std::vector<Choice>& choices) {
-    for (const Choice& choice : choices)
-        for (const char* text : choice.texts)
-            EXPECT_EQ(selected(stream, text), choice.adapter) << text;
-}
-
 TEST(Selection, FollowsPortsAndIds) {
     const struct {
         AdapterIds ids;
         Ports ports;
-        std::vector<Choice> choices;
+        std::map<const char*, std::vector<const char*>> choices;  // an adapter, and what selects it
     } cases[] = {
         {{}, {}, {{"", {"0"}}}},
         {{100, 5},
@@ -66,7 +56,8 @@ TEST(Selection, FollowsPortsAndIds) {
         EXPECT_EQ(ports(), Ports());
         const Stream stream;
         EXPECT_EQ(ports(), c.ports);
-        expectChoices(stream, c.choices);
+        for (const auto& [adapter, texts] : c.choices)
+            for (const char* text : texts) EXPECT_EQ(selected(stream, text), adapter) << text;
     }
 }
 

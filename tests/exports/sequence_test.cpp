@@ -1,7 +1,7 @@
 // Sequences: how they are split and packed, what they carry along, and what they deliver.
 #include <gtest/gtest.h>
 
-#include <string>
+#include <cstring>
 
 #include "tests/exports/host.h"
 #include "tests/support/simulator.h"
@@ -60,6 +60,20 @@ TEST_F(Sequence, IsSplitAndPacked) {
         {"r5:1 NONE=1 r6:1", "r5:1 | r6:1"},
     };
     for (const Exchange& exchange : exchanges) expectExchange(stream_, exchange);
+}
+
+TEST_F(Sequence, TakesArraysAndBuffersAtAnyAddress) {
+    alignas(8) char array[2 * sizeof(SpiAction) + 1];
+    alignas(8) char buffer[9] = "\x11\x22\x33\x44";
+    auto* const written = reinterpret_cast<std::uint16_t*>(buffer + 1);
+    auto* const read = reinterpret_cast<std::uint16_t*>(buffer + 5);
+    constexpr std::uint32_t kReserved = 0xEEEEEEEE;
+    const SpiAction actions[] = {
+        {SPIFNS_WRITE, kReserved, {.memory = {kReserved, 0x40, 1, kReserved, written}}},
+        {SPIFNS_READ, kReserved, {.memory = {kReserved, 0x40, 1, kReserved, read}}}};
+    std::memcpy(array + 1, actions, sizeof actions);
+    EXPECT_EQ(spifns_stream_sequence(stream_.id(), reinterpret_cast<SpiAction*>(array + 1), 2), 0);
+    EXPECT_EQ(std::string(buffer + 5, 2), "\x22\x33");
 }
 
 TEST_F(Sequence, CountsAboveTheSignedLimitAreEmpty) {

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "tests/exports/host.h"
-#include "tests/support/scale.h"
 #include "tests/support/simulator.h"
 
 namespace wrenlink::test {

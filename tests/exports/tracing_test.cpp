@@ -5,9 +5,6 @@
 #include <algorithm>
 #include <regex>
 #include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/exports/host.h"
 #include "tests/support/recording_handler.h"

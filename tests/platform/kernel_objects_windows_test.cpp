@@ -4,7 +4,6 @@
 
 #include <array>
 #include <memory>
-#include <string>
 
 #include "platform/named_mutex.h"
 #include "platform/os.h"

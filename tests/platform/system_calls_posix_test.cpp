@@ -1,14 +1,18 @@
-// Every system call fails once, or is interrupted once, on the ways through the backend that no
-// host alone at its adapter takes.
+// The ways through the backend that no host alone at a simulated adapter takes: servers that end in
+// between, refuse with long codes, or are slow to accept; hosts that get signals; and each system
+// call fails once, or is interrupted once.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <iterator>
 #include <thread>
 
@@ -23,6 +27,25 @@ namespace wrenlink::os {
 int originalFlock(int file, int operation) __asm__("__real_flock");
 
 namespace {
+
+// A driver that serves nobody of itself.
+class Server {
+   public:
+    explicit Server(const std::filesystem::path& path)
+        : listener_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+        std::filesystem::remove(path);
+        sockaddr_un address{AF_UNIX, {}};
+        path.native().copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address),
+                  0);
+        EXPECT_EQ(::listen(listener_.get(), 0), 0);
+    }
+    // The connection that waits.
+    Descriptor accept() const { return Descriptor(::accept(listener_.get(), nullptr, nullptr)); }
+
+   private:
+    Descriptor listener_;
+};
 
 using test::FaultPlan;
 using test::FaultWindow;
@@ -40,13 +63,8 @@ class SystemCalls : public testing::Test {
         chooseNamespace();
         bool existed = false;
         holder_ = FileMapping::open("held", 16, existed);
-        const std::filesystem::path adapters = runtime_.path() / "adapters";
-        sockaddr_un address{AF_UNIX, {}};
-        (adapters / "quill").native().copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(::bind(server_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(server_.get(), 1), 0);
         std::filesystem::create_directory(far_.parent_path().parent_path());
-        std::filesystem::create_symlink(adapters, far_.parent_path());
+        std::filesystem::create_symlink(runtime_.path() / "adapters", far_.parent_path());
     }
 
     // ---- Each tells whether it worked ----
@@ -86,7 +104,7 @@ class SystemCalls : public testing::Test {
         Device device;
         std::array<char, 4> reply{};
         if (!device.open(far_.c_str())) return false;
-        const Descriptor connection(::accept(server_.get(), nullptr, nullptr));
+        const Descriptor connection = server_.accept();
         if (device.start(0x220000, "request", 7, reply.data(), reply.size()) !=
             RequestStart::pending)
             return false;
@@ -108,7 +126,7 @@ class SystemCalls : public testing::Test {
     const test::TestRuntime runtime_;
     // Too long for a socket's address.
     const std::filesystem::path far_ = runtime_.path() / std::string(120, 'p') / "adapters/quill";
-    const Descriptor server_{::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)};
+    const Server server_{runtime_.path() / "adapters/quill"};
     FileMapping holder_;
     unsigned blocks_ = 0;
 };
@@ -153,6 +171,73 @@ TEST_F(SystemCalls, BlockThatGetsAnotherSizeMeanwhileIsRefused) {
         EXPECT_FALSE(comeLate(8, shared));
         EXPECT_EQ(lastError(), static_cast<ErrorCode>(EEXIST));
     }
+}
+
+class DeviceTest : public testing::Test {
+   protected:
+    RequestStart start() { return device_.start(0x220000, "request", 7, reply_.data(), 4); }
+    ErrorCode openError() { return device_.open(path_.c_str()) ? 0 : lastError(); }
+
+    const test::TestRuntime runtime_;
+    const std::filesystem::path path_ = runtime_.path() / "adapters" / "quill";
+    std::array<char, 4> reply_{};
+    Device device_;
+};
+
+TEST_F(DeviceTest, ServerThatIsGoneBeforeTheRequestIsReset) {
+    EXPECT_EQ(device_.wait(0), WaitResult::failed) << "nothing was started";
+    for (const bool accepted : {true, false}) {
+        {
+            const Server server(path_);
+            ASSERT_TRUE(device_.open(path_.c_str()));
+            if (accepted) server.accept();  // and close
+        }
+        EXPECT_EQ(start(), RequestStart::failed);
+        EXPECT_EQ(lastError(), static_cast<ErrorCode>(ECONNRESET)) << accepted;
+        device_.close();
+    }
+}
+
+TEST_F(DeviceTest, RefusalCarriesItsWholeCode) {
+    const Server server(path_);
+    ASSERT_TRUE(device_.open(path_.c_str()));
+    EXPECT_EQ(start(), RequestStart::pending);
+    const Descriptor connection = server.accept();
+    EXPECT_FALSE(device_.outcome());
+    EXPECT_EQ(lastError(), static_cast<ErrorCode>(EAGAIN)) << "no outcome yet, and none waited for";
+    ::send(connection.get(), "\x0D\x01\0\0abcd", 8, MSG_NOSIGNAL);
+    EXPECT_FALSE(device_.outcome());
+    EXPECT_EQ(lastError(), 0x10DU);
+}
+
+// Signals that come all the time neither end a wait early nor let it go on for ever.
+TEST_F(DeviceTest, SignalsDoNotChangeTheTimeLimit) {
+    const Server server(path_);
+    ASSERT_TRUE(device_.open(path_.c_str()));
+    EXPECT_EQ(start(), RequestStart::pending);
+    std::signal(SIGALRM, [](int) {});
+    const itimerval everyFiveMilliseconds{{0, 5000}, {0, 5000}};
+    ::setitimer(ITIMER_REAL, &everyFiveMilliseconds, nullptr);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(device_.wait(100), WaitResult::timedOut);
+    EXPECT_EQ(lastError(), static_cast<ErrorCode>(EINPROGRESS));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
+    const itimerval never{};
+    ::setitimer(ITIMER_REAL, &never, nullptr);
+    std::signal(SIGALRM, SIG_DFL);
+}
+
+TEST_F(DeviceTest, OpenFailsAtOnceWithoutAServerThatListens) {
+    EXPECT_FALSE(device_.open(""));
+    EXPECT_EQ(lastError(), static_cast<ErrorCode>(ENOENT));
+    EXPECT_EQ(openError(), static_cast<ErrorCode>(ENOENT));
+    {
+        const Server server(path_);
+        Device first;
+        EXPECT_TRUE(first.open(path_.c_str()));
+        EXPECT_EQ(openError(), static_cast<ErrorCode>(EAGAIN)) << "nobody takes the first one";
+    }
+    EXPECT_EQ(openError(), static_cast<ErrorCode>(ECONNREFUSED));
 }
 
 }  // namespace

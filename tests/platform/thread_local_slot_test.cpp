@@ -26,17 +26,12 @@ class ThreadLocalSlotTest : public testing::Test {
    protected:
     ThreadLocalSlotTest() { discarded.clear(); }
 
-    template <class Body>
-    static void inThread(Body body) {
-        std::thread(body).join();
-    }
-
     int values_[4] = {};
 };
 
 TEST_F(ThreadLocalSlotTest, DestructionDiscardsTheValuesOfAllThreads) {
     auto slot = std::make_unique<ThreadLocalSlot>(discardAndThrow);  // which is ignored
-    for (int& value : values_) inThread([&] { slot->set(&value); });
+    for (int& value : values_) std::jthread([&] { slot->set(&value); });
     EXPECT_TRUE(discarded.empty());
     slot.reset();
     for (int& value : values_) EXPECT_EQ(discarded[&value], 1);
@@ -47,7 +42,7 @@ TEST_F(ThreadLocalSlotTest, ReplacedAndNullValuesAreNotDiscarded) {
         ThreadLocalSlot slot(countDiscard);
         slot.set(&values_[0]);
         slot.set(&values_[1]);
-        inThread([&] {
+        std::jthread([&] {
             slot.set(&values_[2]);
             slot.set(nullptr);
             EXPECT_EQ(slot.get(), nullptr);
@@ -62,7 +57,7 @@ TEST_F(ThreadLocalSlotTest, ThreadEndDiscardsOneThreadsValuesOfAllSlots) {
     ThreadLocalSlot::threadEnd();
     EXPECT_EQ(first.get(), nullptr);
     EXPECT_TRUE(first.set(&values_[0]));
-    inThread([&] {
+    std::jthread([&] {
         EXPECT_EQ(first.get(), nullptr);
         first.set(&values_[1]);
         second.set(&values_[2]);

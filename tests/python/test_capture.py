@@ -5,7 +5,6 @@ The environment variable DISSECTOR names the dissector.
 import os
 import resource
 import subprocess
-import unittest
 
 import wrenlink
 from simulated import Simulated, control, quillsim, wren
@@ -114,7 +113,3 @@ class Capture(Simulated):
         self.assertRegex(done.stderr, "^wren: error: .*no more is captured: File too large\n$")
         self.assertLess((self.folder / "capture.pcapng").stat().st_size, limit)
         self.assertGreater(len(self.packets("frame.number")), 6)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -9,7 +9,6 @@ import pathlib
 import shutil
 import subprocess
 import sys
-import unittest
 import warnings
 from array import array
 from concurrent.futures import ThreadPoolExecutor
@@ -262,7 +261,3 @@ class Package(Simulated):
                                   check=False, stderr=subprocess.PIPE)
             for part in ("LibraryError", name, reason):
                 self.assertIn(part, done.stderr.splitlines()[-1])
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,7 +1,6 @@
 """The simulator as operators meet it: sockets that come and go, its control socket, and its options."""
 import os
 import pathlib
-import unittest
 
 from simulated import Simulated, control, quillsim
 
@@ -55,7 +54,3 @@ class Quillsim(Simulated):
         self.assertRegex(control("state 1"), " id=200 firmware=1.4 .* xap=0x0001 ")
         self.assertEqual(control("peek 0 0 2"), "0x1234 0x0000\n")
         self.assertEqual(quillsim("--control", "peek 2 0 1").returncode, 1)
-
-
-if __name__ == "__main__":
-    unittest.main()

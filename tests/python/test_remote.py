@@ -6,7 +6,6 @@ import pathlib
 import signal
 import subprocess
 import sys
-import unittest
 from concurrent.futures import ThreadPoolExecutor
 
 import wrenlink
@@ -159,7 +158,3 @@ class Remote(Simulated):
             with self.subTest(command), self.borrowed(command) as (remote, said):
                 self.assertRegex(said, reason)
                 self.assertEqual(remote.wait(20), 1)
-
-
-if __name__ == "__main__":
-    unittest.main()

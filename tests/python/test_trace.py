@@ -4,7 +4,6 @@ import os
 import re
 import subprocess
 import sys
-import unittest
 
 from simulated import Simulated
 
@@ -72,7 +71,3 @@ class Trace(Simulated):
             self.said(host)
         opened = [text for *_, text in self.lines(self.log.read_text())].count("-> Quill_Stream_GetVar")
         self.assertEqual(opened, 3 * 500)
-
-
-if __name__ == "__main__":
-    unittest.main()

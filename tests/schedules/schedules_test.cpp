@@ -10,7 +10,6 @@
 #include "tests/exports/host.h"
 #include "tests/schedules/machine.h"
 #include "tests/schedules/schedule.h"
-#include "tests/support/scale.h"
 #include "tests/support/test_runtime.h"
 
 namespace wrenlink::test {

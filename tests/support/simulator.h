@@ -13,7 +13,7 @@
 namespace wrenlink::test {
 
 // What the operating system calls an exchange's failure.
-enum class NativeError { noAdapter, closed, cutOff, stillPending };
+enum class NativeError { closed, cutOff, stillPending };
 extern const int kNativeErrors[];  // the codes, in this order
 std::string textOf(NativeError error);
 std::string textOf(int nativeCode);

@@ -14,7 +14,7 @@ struct Simulator::Native {
     quillsim::ControlClient client;
 };
 
-const int kNativeErrors[] = {ENOENT, ECONNRESET, EPROTO, EINPROGRESS};
+const int kNativeErrors[] = {ECONNRESET, EPROTO, EINPROGRESS};
 const char* const kSteering = "quillsim --control";
 
 std::string textOf(int nativeCode) { return std::strerror(nativeCode); }

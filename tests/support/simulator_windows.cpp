@@ -38,8 +38,7 @@ struct Simulator::Native {
     std::vector<Handle> occupants;  // each keeps a name from others
 };
 
-const int kNativeErrors[] = {ERROR_FILE_NOT_FOUND, ERROR_DEVICE_NOT_CONNECTED, ERROR_IO_DEVICE,
-                             ERROR_IO_PENDING};
+const int kNativeErrors[] = {ERROR_DEVICE_NOT_CONNECTED, ERROR_IO_DEVICE, ERROR_IO_PENDING};
 const char* const kSteering = "quillsim control";
 
 std::string textOf(int nativeCode) {

@@ -1,10 +1,17 @@
 #include "tests/support/test_runtime.h"
 
+#include <cstdlib>
 #include <random>
+#include <string>
 
 namespace wrenlink::test {
 
 namespace fs = std::filesystem;
+
+unsigned scale() {
+    const char* const text = std::getenv("WRENLINK_TEST_SCALE");
+    return text == nullptr ? 1 : static_cast<unsigned>(std::stoul(text));
+}
 
 TestFolder::TestFolder(const fs::path& name) {
     do {

@@ -12,6 +12,10 @@ namespace wrenlink::test {
 // Sets a variable of this process's environment, which children inherit; "" may unset it.
 void setEnvironment(const std::string& name, const std::string& value);
 
+// How many times as long as in the test command the tests' loops run: the whole number in
+// WRENLINK_TEST_SCALE, or 1. Throws when it holds anything else.
+unsigned scale();
+
 // A new folder, which goes with all that is in it.
 class TestFolder {
    public:
