@@ -35,7 +35,8 @@ inline void renew(quillsim::Adapter& adapter) {
 
 }  // namespace wrenlink::fuzz
 
-extern "C" [[gnu::used]] inline int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" [[gnu::used]] inline int LLVMFuzzerTestOneInput(const std::uint8_t* data,
+                                                           std::size_t size) {
     FuzzedDataProvider input(data, size);
     wrenlink::fuzz::run(input);
     return 0;

@@ -174,9 +174,8 @@ class EveryCall : public testing::TestWithParam<FaultScenario> {
             const Sight seen = {text, host_.library && !ended ? lastFailure() : Failure()};
             const Sights possible = promised(scenario_, plan, step, now, sofar);
             if (std::ranges::find(possible, seen) == possible.end())
-                ADD_FAILURE() << "The step \"" << step.what << "\" shows the host " << seen
-                              << ", which is none of what it is promised: "
-                              << testing::PrintToString(possible);
+                ADD_FAILURE() << "A host is promised " << testing::PrintToString(possible)
+                              << " of the step \"" << step.what << "\", but sees " << seen;
             ended = ended || seen != Sight{step.right};
         }
     }
