@@ -64,7 +64,7 @@ TEST_F(OsContract, AWaitEndsAfterItsTime) {
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(KernelMutex(runtime_.name("held")).wait(40), WaitResult::timedOut);
         EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(35));
-    });
+    }).join();
 }
 
 constexpr std::size_t kBlockSize = 6000;

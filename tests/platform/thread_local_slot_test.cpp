@@ -31,7 +31,7 @@ class ThreadLocalSlotTest : public testing::Test {
 
 TEST_F(ThreadLocalSlotTest, DestructionDiscardsTheValuesOfAllThreads) {
     auto slot = std::make_unique<ThreadLocalSlot>(discardAndThrow);  // which is ignored
-    for (int& value : values_) std::jthread([&] { slot->set(&value); });
+    for (int& value : values_) std::thread([&] { slot->set(&value); }).join();
     EXPECT_TRUE(discarded.empty());
     slot.reset();
     for (int& value : values_) EXPECT_EQ(discarded[&value], 1);
@@ -42,11 +42,11 @@ TEST_F(ThreadLocalSlotTest, ReplacedAndNullValuesAreNotDiscarded) {
         ThreadLocalSlot slot(countDiscard);
         slot.set(&values_[0]);
         slot.set(&values_[1]);
-        std::jthread([&] {
+        std::thread([&] {
             slot.set(&values_[2]);
             slot.set(nullptr);
             EXPECT_EQ(slot.get(), nullptr);
-        });
+        }).join();
     }
     EXPECT_EQ(discarded, (std::map<void*, int>{{&values_[1], 1}}));
 }
@@ -57,14 +57,14 @@ TEST_F(ThreadLocalSlotTest, ThreadEndDiscardsOneThreadsValuesOfAllSlots) {
     ThreadLocalSlot::threadEnd();
     EXPECT_EQ(first.get(), nullptr);
     EXPECT_TRUE(first.set(&values_[0]));
-    std::jthread([&] {
+    std::thread([&] {
         EXPECT_EQ(first.get(), nullptr);
         first.set(&values_[1]);
         second.set(&values_[2]);
         ThreadLocalSlot::threadEnd();
         EXPECT_EQ(first.get(), nullptr);
         first.set(&values_[3]);
-    });
+    }).join();
     EXPECT_EQ(discarded, (std::map<void*, int>{{&values_[1], 1}, {&values_[2], 1}}));
     os::setLastError(7);
     EXPECT_EQ(first.get(), &values_[0]);
