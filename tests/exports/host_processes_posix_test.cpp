@@ -70,12 +70,14 @@ bool endedWell(pid_t child) {
     for (int i = 0; i < 4; ++i)
         std::thread([kind] {
             ++started;
-            while (kind == 0) {
+            if (kind == 1)
+                for (;;) Host(*library).get("SPI_DELAY");
+            if (kind == 2)
+                for (const Host host(*library);;) host.read();
+            for (;;) {
                 library->getvar(40, "SPIPORT");
                 library->clearLastError();
             }
-            while (kind == 1) Host(*library).get("SPI_DELAY");
-            for (const Host host(*library);;) host.read();
         }).detach();
     while (started < 4) std::this_thread::yield();
     ::usleep(1000);
