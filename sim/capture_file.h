@@ -44,6 +44,9 @@ class CaptureFile {
     // packets so far.
     void add(std::uint32_t interface, const Packet& packet);
 
+    // Whether everything was added so far.
+    bool isWhole() const { return file_ != nullptr; }
+
    private:
     bool write(const std::vector<std::uint8_t>& block);
     void writeOrThrow(const std::vector<std::uint8_t>& block);

@@ -1,5 +1,5 @@
-// quillsim: serves simulated adapters to the hosts of this machine, or, with --control, sends one
-// command to the simulator that serves a runtime directory.
+// quillsim: serves simulated adapters to the hosts of this machine or to one program, or, with
+// --control, sends one command to the simulator that serves a runtime directory.
 
 #include <grp.h>
 
@@ -15,6 +15,7 @@
 
 #include "sim/adapter_arguments.h"
 #include "sim/posix/control_client.h"
+#include "sim/posix/program.h"
 #include "sim/posix/server.h"
 #include "sim/text_sink.h"
 
@@ -30,6 +31,7 @@ struct Arguments : quillsim::AdapterArguments {
     std::string group;
     std::string captureFile;
     std::string command;
+    std::vector<std::string> program;  // with its arguments
 };
 
 void declare(CLI::App& app, Arguments& arguments) {
@@ -55,6 +57,13 @@ void declare(CLI::App& app, Arguments& arguments) {
     app.add_option("--capture", arguments.captureFile,
                    "pcapng file of what travels between hosts and adapters");
     app.add_option("--control", arguments.command, "send this command to the running simulator");
+    app.prefix_command();
+    app.callback([&app, &arguments] {
+        arguments.program = app.remaining();
+        if (arguments.program.empty()) return;
+        if (!arguments.command.empty() || arguments.program.front().starts_with('-'))
+            throw CLI::ExtrasError({arguments.program.front()});
+    });
 }
 
 quillsim::Adapters makeAdapters(const Arguments& arguments) {
@@ -89,8 +98,17 @@ ServerOptions serverOptions(const Arguments& arguments) {
 int serve(const Arguments& arguments) {
     quillsim::Server server(serverOptions(arguments));
     std::cout << "ready" << std::endl;
-    server.run();
-    return 0;
+    return server.run() ? 0 : 1;
+}
+
+int serveProgram(Arguments arguments) {
+    const quillsim::PrivateFolder folder;
+    arguments.runtimeDirectory = folder.path;
+    quillsim::Server server(serverOptions(arguments));
+    const pid_t program = quillsim::startProgram(arguments.program, folder.path);
+    const bool isCaptured = server.run(program);
+    const int code = quillsim::exitCodeOf(program);
+    return code == 0 && !isCaptured ? 1 : code;
 }
 
 int control(const Arguments& arguments) {
@@ -101,12 +119,17 @@ int control(const Arguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"Simulated Quill adapters with Marigold chips behind them"};
+    CLI::App app{
+        "Offers simulated Quill adapters with Marigold chips behind them to the hosts of this "
+        "machine, or to PROGRAM alone, and ends with it and its exit code.",
+        "quillsim"};
+    app.get_formatter()->label("OPTIONS", "OPTIONS] [PROGRAM [ARGUMENT...]");
     Arguments arguments;
     quillsim::declareManners(app);
     declare(app, arguments);
     try {
         app.parse(argc, argv);
+        if (!arguments.program.empty()) return serveProgram(arguments);
         return arguments.command.empty() ? serve(arguments) : control(arguments);
     } catch (const CLI::ParseError& error) {
         return quillsim::answerUnrun(app, error, std::cout, std::cerr);

@@ -3,6 +3,7 @@
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
+#include <sys/syscall.h>
 
 #include <cerrno>
 #include <csignal>
@@ -59,7 +60,6 @@ Server::Server(ServerOptions options)
       adapters_(std::move(options.adapters)) {
     raiseDescriptorLimit();
     ignoreFileSignals();
-    loop_.watch(signals_.get(), EPOLLIN, [this](std::uint32_t) { loop_.stop(); });
     const FileDescriptor startLock = directory_.lock();
     control_ = std::make_unique<ControlPort>(loop_, directory_, bench_);
     // Only now is it sure that no other server, whose capture this may be, serves the directory.
@@ -69,6 +69,23 @@ Server::Server(ServerOptions options)
 
     directory_.removeStaleAdapters();
     for (const auto& port : ports_) port->plug();
+}
+
+bool Server::run(pid_t program) {
+    loop_.watch(signals_.get(), EPOLLIN, [this, program](std::uint32_t) {
+        signalfd_siginfo told{};
+        const bool isTold = ::read(signals_.get(), &told, sizeof told) == sizeof told;
+        if (program == 0) return loop_.stop();
+        // A terminal sends its own to the program, too.
+        if (isTold && told.ssi_code <= 0) ::kill(program, static_cast<int>(told.ssi_signo));
+    });
+    FileDescriptor ended;
+    if (program != 0) {
+        ended = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, program, 0)));
+        loop_.watch(ended.get(), EPOLLIN, [this](std::uint32_t) { loop_.stop(); });
+    }
+    loop_.run();
+    return !capture_ || capture_->isWhole();
 }
 
 void Server::addPort(Adapter& adapter) {

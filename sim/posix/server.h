@@ -38,8 +38,9 @@ class Server {
     // Removes the sockets.
     ~Server() = default;
 
-    // Serves until SIGTERM or SIGINT.
-    void run() { loop_.run(); }
+    // Serves until SIGTERM or SIGINT; or until a program ends, which then gets these. Returns
+    // whether everything was captured that was to be.
+    bool run(pid_t program = 0);
 
    private:
     // For the adapters' commands.

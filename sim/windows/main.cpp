@@ -83,7 +83,7 @@ void control(const std::string& command) {
 
 int main() {
     for (std::FILE* const stream : {stdout, stderr}) ::_setmode(::_fileno(stream), _O_BINARY);
-    CLI::App app{"Simulated Quill adapters with Marigold chips behind them"};
+    CLI::App app{"Simulated Quill adapters with Marigold chips behind them", "quillsim"};
     Arguments arguments;
     quillsim::declareManners(app);
     app.require_subcommand(1);

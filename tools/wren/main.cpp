@@ -7,12 +7,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <optional>
 
 #include "command_line.h"
 #include "commands.h"
 #include "failure.h"
-#include "interruption.h"
 #include "simulation.h"
 #include "system.h"
 #include "terminal.h"
@@ -42,21 +42,17 @@ void report(const Failure& failure, const std::string& mark = "") {
     terminal::tell(fmt::format("wren: {}{}{}\n", mark, error, lineOf(failure)));
 }
 
-void runCommand(const ParsedCommand& command, Context& context) {
+void runCommand(const ParsedCommand& command, Context& context, char** argv) {
     const RunOptions& options = command.options;
     context.debugText.show(options.verbosity);
     if (!options.logFile.empty()) context.debugText.logTo(options.logFile);
     if (!options.recordFile.empty()) context.record.open(options.recordFile);
-    std::optional<Simulation> simulation;
+    std::shared_ptr<void> adapters;
     if (options.simulatedAdapters > 0) {
-        // An interrupted tool shall not leave its adapters behind.
-        noteInterrupts();
-        simulation.emplace(options.simulatedAdapters, options.captureFile);
+        adapters = simulate(options.simulatedAdapters, options.captureFile, argv);
         context.isSimulated = true;
-        context.debugText.step("started the simulated adapters");
     }
     if (const Work work = command.prepare()) workWithAdapters(context, work);
-    if (simulation) simulation->finish();
 }
 
 // Tells the user and the log how the command ended.
@@ -92,7 +88,7 @@ int run(int argc, char** argv) {
             const int exitCode = system::runAgainWith("SPIDEBUG_FULL", "ON", argv);
             if (exitCode >= 0) return exitCode;
         }
-        failure = failureOf([&] { runCommand(command, context); });
+        failure = failureOf([&] { runCommand(command, context, argv); });
     }
     return static_cast<int>(conclude(context, std::move(failure)));
 }

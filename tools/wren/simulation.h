@@ -1,31 +1,18 @@
-// Simulated adapters of the tool's own, for those who have none at hand. The library of this
-// process finds them and no others while a Simulation lives.
+// Simulated adapters of the tool's own, for those who have none at hand.
 //
-// Threads: used by the main thread; one exists at a time, and no stream is open when it is made.
+// Threads: used by the main thread, once, before a stream is open.
 #ifndef WREN_SIMULATION_H
 #define WREN_SIMULATION_H
 
+#include <memory>
 #include <string>
 
 namespace wren {
 
-class Simulation {
-   public:
-    // Starts adapters 0, 1, ... with ids 100, 200, ... and, unless the name is empty, captures what
-    // travels to and from them in a file. Throws Failure when that fails.
-    Simulation(unsigned adapters, const std::string& captureFile);
-    Simulation(const Simulation&) = delete;
-    Simulation& operator=(const Simulation&) = delete;
-    // Ends them, and leaves nothing behind.
-    ~Simulation();
-
-    // Ends them. Throws Failure when the capture is not complete.
-    void finish();
-
-   private:
-    struct Native;
-    Native* native_;
-};
+// Offers adapters 0, 1, ... with ids 100, 200, ..., and no others, to the library of this process
+// for as long as what is returned lives. Unless the name is empty, what travels to and from them is
+// captured in a file. May run the tool anew, with main()'s arguments. Throws Failure.
+std::shared_ptr<void> simulate(unsigned adapters, const std::string& captureFile, char** argv);
 
 }  // namespace wren
 

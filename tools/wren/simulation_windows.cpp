@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
 
 #include "failure.h"
-#include "interruption.h"
 #include "sim/windows/adapter_list.h"
 #include "sim/windows/control_client.h"
 #include "sim/windows/control_protocol.h"
@@ -34,14 +34,13 @@ template <class Attempt>
 bool await(Attempt attempt) {
     const auto end = std::chrono::steady_clock::now() + kPatience;
     while (!attempt()) {
-        if (interrupted() || std::chrono::steady_clock::now() > end) return false;
+        if (std::chrono::steady_clock::now() > end) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return true;
 }
 
 void require(bool good, const std::string& otherwise, const std::string& hint) {
-    if (interrupted()) throw Failure(ExitCode::interrupted, "interrupted");
     if (!good) fail(otherwise, hint);
 }
 
@@ -66,36 +65,30 @@ void borrow(ControlClient& driver, unsigned count) {
     require(awaitListed(driver), "they do not come and go as they should", kInstall);
 }
 
-}  // namespace
-
-struct Simulation::Native {
-    ControlClient driver;
+// They go with it, which need not be told when that fails.
+struct Loan {
+    ~Loan() {
+        failureOf([this] {
+            borrow(*driver, 0);
+            driver.emplace();
+            awaitListed(*driver);
+        });
+    }
+    std::optional<ControlClient> driver{std::in_place};
 };
 
-Simulation::Simulation(unsigned adapters, const std::string& captureFile) : native_(nullptr) {
+}  // namespace
+
+std::shared_ptr<void> simulate(unsigned adapters, const std::string& captureFile, char**) {
     if (!captureFile.empty()) fail("captures are made on Linux alone", "leave --capture out");
-    auto native = std::make_unique<Native>();
-    if (!native->driver.isOpen()) fail("the simulator's driver is not installed", kInstall);
+    auto loan = std::make_shared<Loan>();
+    if (!loan->driver->isOpen()) fail("the simulator's driver is not installed", kInstall);
     if (!std::ranges::all_of(quillsim::listAdapters(), quillsim::isSimulated))
         fail("they would be among those of this machine", "use these, or unplug them");
     // None in between, so that those that go are told from those that come.
-    borrow(native->driver, 0);
-    borrow(native->driver, adapters);
-    native_ = native.release();
-}
-
-void Simulation::finish() {}
-
-Simulation::~Simulation() {
-    std::unique_ptr<Native> native(native_);
-    try {
-        borrow(native->driver, 0);
-        native.reset();
-        ControlClient others;
-        awaitListed(others);
-    } catch (const std::exception&) {
-        // They go all the same.
-    }
+    borrow(*loan->driver, 0);
+    borrow(*loan->driver, adapters);
+    return loan;
 }
 
 }  // namespace wren

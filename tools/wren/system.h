@@ -30,8 +30,10 @@ std::FILE* openFile(const std::filesystem::path& path, const char* mode) noexcep
 bool isDevice(const std::filesystem::path& path);
 
 // Runs the tool anew, with main()'s arguments and one more environment variable, and returns its
-// exit code. Does nothing and returns -1 when the variable has that value already.
-int runAgainWith(const char* variable, const char* value, char** argv);
+// exit code. Does nothing and returns -1 when the variable has that value already. On Linux, words
+// may name a program that takes the tool's path and arguments behind them and runs it.
+int runAgainWith(const char* variable, const char* value, char** argv,
+                 std::vector<std::string> words = {});
 
 // Where the user's settings of the tool are kept, in UTF-8.
 std::string userConfiguration();

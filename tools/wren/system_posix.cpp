@@ -59,11 +59,16 @@ bool isDevice(const std::filesystem::path& path) {
 }
 
 // Replaces this process, so that whoever started it sees no other.
-int runAgainWith(const char* variable, const char* value, char** argv) {
+int runAgainWith(const char* variable, const char* value, char** argv,
+                 std::vector<std::string> words) {
     const char* const present = ::getenv(variable);
     if (present != nullptr && std::strcmp(present, value) == 0) return -1;
     ::setenv(variable, value, 1);
-    ::execv("/proc/self/exe", argv);
+    words.push_back(std::filesystem::read_symlink("/proc/self/exe"));
+    std::vector<char*> all;
+    for (std::string& word : words) all.push_back(word.data());
+    while (*argv != nullptr) all.push_back(*++argv);
+    ::execvp(all[0], all.data());
     throw std::system_error(errno, std::generic_category(), "starting anew");
 }
 

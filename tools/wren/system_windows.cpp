@@ -48,7 +48,7 @@ bool isDevice(const std::filesystem::path& path) {
     return std::wstring_view(full.data()).starts_with(LR"(\\.\)");
 }
 
-int runAgainWith(const char* variable, const char* value, char**) {
+int runAgainWith(const char* variable, const char* value, char**, std::vector<std::string>) {
     char present[64] = "";
     ::GetEnvironmentVariableA(variable, present, sizeof present);
     if (std::strcmp(present, value) == 0) return -1;
