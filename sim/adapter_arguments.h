@@ -71,7 +71,8 @@ inline void declareAdapters(CLI::App& app, AdapterArguments& arguments, std::siz
                   "running or stopped (others: as the last one, or running)")
         ->check(CLI::IsMember({"running", "stopped"}));
     app.add_option("--answer-us,--delay-us", arguments.answerMicroseconds,
-                   "microseconds that every request takes");
+                   "microseconds that every request takes")
+        ->type_name("N");
 }
 
 inline void declareManners(CLI::App& app) {

@@ -64,6 +64,7 @@ else()
   if(WRENLINK_REFERENCE)
     install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/man/man3 DESTINATION ${CMAKE_INSTALL_MANDIR}
       COMPONENT development FILES_MATCHING PATTERN spifns_* PATTERN wrenlink* PATTERN SpiAction*)
+    include(cmake/kit/manuals.cmake)
   endif()
   # Where Debian's Wireshark looks for dissectors.
   install(FILES tools/wireshark/wrenlink.lua
@@ -77,8 +78,6 @@ else()
   # Elsewhere than in Debian's own folder, Python packages are pip's affair.
   install(DIRECTORY bindings/python/wrenlink DESTINATION lib/python3/dist-packages
     COMPONENT python EXCLUDE_FROM_ALL PATTERN __pycache__ EXCLUDE)
-  install(FILES sim/quillsim.1 tools/wren/wren.1
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES tools/wren/wren.bash RENAME wren
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 endif()

@@ -28,7 +28,7 @@ std::string versionText() { return "wren on wrenlink " + wren::versionText(spifn
 std::string footerText() {
     std::string text = "'wren help COMMAND' tells about one.\n\nExit codes:";
     for (const ExitMeaning& exit : kExitMeanings)
-        text += fmt::format("\n  {:<4}{}", static_cast<int>(exit.code), exit.meaning);
+        text += fmt::format("\n  {:<5}{}", static_cast<int>(exit.code), exit.meaning);
     return text;
 }
 
