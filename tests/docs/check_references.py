@@ -50,7 +50,7 @@ for name in re.findall(r"^SPIFNS_API .*?(\w+)\(", (sources / "include/wrenlink/s
 
 rows = re.findall(r"^\| (`[a-z`, ]+`) \| (.*) \|$", (sources / "docs/wren-json.md").read_text(), re.M)
 lines = ["ports", "info", "xap", "speed --seconds 0.02", "read 0 1", "read 0 1 -o /dev/null", "dump 0 1",
-         "write 0 1", "fill --region 0:1 1", "verify 0 1", "diff -", "get SPIMUL", "set SPIMUL=1", "vars",
+         "write 0 1", "fill 0 1 1", "verify 0 1", "get SPIMUL", "set SPIMUL=1",
          "command DFU", "mgcmd --init 1 2 3", "run -"]
 shown = subprocess.run([kit / "bin/wren", "--help"], check=True, capture_output=True, text=True).stdout
 commands = re.findall(r"^  ([a-z]+) ", shown.partition("Subcommands:")[2].partition("\n\n")[0], re.M)
@@ -58,7 +58,7 @@ missing += [f"a line for {name} here" for name in commands or ["commands"] if na
 for line in lines:
     words = line.split()
     shown = subprocess.run([kit / "bin/wren", "--simulate", "--json", *words], check=False, capture_output=True,
-                           input="0: 1" if words[0] == "diff" else "read 0 1", text=True)
+                           input="read 0 1", text=True)
     told = " ".join(members for commands, members in rows if f"`{words[0]}`" in commands)
     if "those of `verify`" in told:
         told += " ".join(members for commands, members in rows if "`verify`" in commands)

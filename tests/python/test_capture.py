@@ -106,7 +106,7 @@ class Capture(Simulated):
 
     def test_a_capture_of_wren_that_cannot_grow_ends_whole(self):
         limit = 4000
-        done = wren("--simulate", "--capture", self.file, "fill", "--region", "0:4000", "7",
+        done = wren("--simulate", "--capture", self.file, "fill", "0", "4000", "7",
                     preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
         self.assertEqual(done.returncode, 1)
         self.assertIn("4000 words", done.stdout)

@@ -128,14 +128,10 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
          "adapter 100: 2 words from 0x0010 on written and verified, CRC-32 83c334c6\n"},
         {"wren read 16 2",
          "# adapter 100: 2 words from 0x0010 on, CRC-32 83c334c6\n0010: 0007 abcd\n"},
-        {"wren fill --region 0x12:3 1 0 0xffff",
+        {"wren fill 0x12 3 1 0 0xffff",
          "adapter 100: 3 words from 0x0012 on filled and verified, CRC-32 c4b860f9\n"},
         {"wren fill 0x12 3 1 2",
          "adapter 100: 3 words from 0x0012 on filled and verified, CRC-32 c98c8bcc\n"},
-        {"wren fill 0 0 1", "[2] wren: error: a region has at least one word\n"},
-        {"wren fill 0 1 0x10000", "[2] wren: error: words go from 0 to 0xffff\n"},
-        {"wren fill 0 1",
-         "[2] wren: error: give ADDR COUNT WORDS..., or --region START:COUNT WORDS...\n"},
         {"wren run script", "0020: 0001 0002 0003 0000\n"},
         {"wren mgcmd --init 0xff 1 2 3", "0x00fe 0x00fd\n"},
         {"wren verify 0x11 0xabcd 1 2 9",
@@ -173,9 +169,9 @@ TEST_F(WrenTest, TellsScriptsHowItEnded) {
          "\n[2] wren: error: no command; 'wren --help' lists them\n"},
         {"wren xap --capture file",
          "[2] wren: error: --capture requires --simulate; --help tells what there is\n"},
-        {"wren read 5", "[2] wren: error: give ADDR and COUNT, or --region START:COUNT\n"},
-        {"wren read 0 1 --region 0:1",
-         "[2] wren: error: give ADDR and COUNT, or --region, not both\n"},
+        {"wren read 5", "[2] wren: error: COUNT is required; --help tells what there is\n"},
+        {"wren read 0xffff 2",
+         "[2] wren: error: 2 words from 0xffff on would reach beyond the last word, 0xffff\n"},
         {"wren --port 1x xap",
          "[3] wren: adapter 1x: error: no adapter '1x'; there are 0: USB SPI (100), 1: USB SPI "
          "(200)\n"},
@@ -306,11 +302,11 @@ TEST_F(WrenTest, TakesTurnsWithOtherHosts) {
     simulator_.occupyKernelName("usbspi_mutex_1");
     EXPECT_THAT(outcome(start("wren --port 200 --wait 0 verify 0 0")),
                 HasSubstr("WARNING: other hosts may come between at adapter 200: no lock '"));
-    Program waiting({WREN, "fill", "--region", "all", "7"}, "../filled", "../waited");
+    Program waiting({WREN, "fill", "0", "65536", "7"}, "../filled", "../waited");
     while (contentsOf("../waited").empty()) std::this_thread::yield();
     other.interrupt();
     EXPECT_EQ(other.wait(), 130);
-    EXPECT_THAT(outcome(start("wren fill --region all 8")), HasSubstr("filled and verified"));
+    EXPECT_THAT(outcome(start("wren fill 0 65536 8")), HasSubstr("filled and verified"));
     EXPECT_EQ(waiting.wait(), 0);
     EXPECT_EQ(contentsOf("../waited"), "wren: waiting for another host at adapter 100\n");
 }
@@ -329,10 +325,10 @@ TEST_F(WrenTest, MovesTheWholeMemoryThroughEachFormat) {
         {"wren read 0 65536 -o copy",
          "adapter 100: 65536 words from 0x0000 on read into copy, CRC-32 a63aaec7\n"},
         {"quillsim poke 0 0x7fff 1", ""},
-        {"wren read --region all -o a.hex --endian big",
+        {"wren read 0 65536 -o a.hex --endian big",
          "adapter 100: 65536 words from 0x0000 on read into a.hex, CRC-32 485e6f16\n"},
         {"quillsim poke 0 0x7fff 2", ""},
-        {"wren diff a.hex --endian big",
+        {"wren verify -i a.hex --endian big",
          "0x7fff: expected 0x0001, found 0x0002\n[4] wren: adapter 100: error: 1 of 65536 words "
          "from 0x0000 on differ\n"},
         {"wren read 0 1 -o - --format raw", "42"},
@@ -351,8 +347,8 @@ TEST_F(WrenTest, RefusesFilesBeforeAnythingIsSent) {
     makeFile("a.txt", "0: 1\n");
     expect({
         {"wren write 0 -i large",
-         "[1] wren: error: cannot use 'large': 65537 words from 0x0000 on do not fit into those "
-         "from 0x0000 to 0xffff\n"},
+         "[1] wren: error: cannot use 'large': 65537 words from 0x0000 on would reach beyond the "
+         "last word, 0xffff\n"},
         {"wren write 0 -i a.elf",
          "[1] wren: error: cannot use 'a.elf': it is an ELF file; 'objcopy -O ihex FILE FILE.hex' "
          "makes Intel HEX of it\n"},
@@ -363,16 +359,13 @@ TEST_F(WrenTest, RefusesFilesBeforeAnythingIsSent) {
          "[2] wren: error: the name of 'out.srec' does not tell its format; give --format raw, hex "
          "or text\n"},
         {"wren write 0xffff -i four",
-         "[1] wren: error: cannot use 'four': 2 words from 0xffff on do not fit into those from "
-         "0x0000 to 0xffff\n"},
-        {"wren write --region 5:1 -i four",
-         "[1] wren: error: cannot use 'four': 2 words from 0x0005 on do not fit into those from "
-         "0x0005 to 0x0005\n"},
+         "[1] wren: error: cannot use 'four': 2 words from 0xffff on would reach beyond the last "
+         "word, 0xffff\n"},
         {"wren write 0 -i a.txt",
          "[2] wren: error: 'a.txt' is taken for a text file, which has addresses of its own; leave "
          "ADDR out, or tell its --format\n"},
         {"wren write -i four",
-         "[2] wren: error: no address: give ADDR, or --region, or a file that holds addresses\n"},
+         "[2] wren: error: no address: give ADDR, or a file that holds addresses\n"},
         {"wren write 0 -i .", "[1] wren: error: cannot read '.': it is a folder\n"},
         {"wren write 0 -i missing",
          "[1] wren: error: cannot read 'missing': No such file or directory\n"},

@@ -81,12 +81,10 @@ CLI::Option* addWords(CLI::App* command, const char* name, std::vector<std::uint
         ->type_name("");
 }
 
-CLI::Option* addRegion(CLI::App* command, const std::function<void(Region)>& take) {
-    return command
-        ->add_option_function<std::string>(
-            "--region", [take](const std::string& text) { take(parseRegion(text)); },
-            "COUNT words from START on, or all of them")
-        ->type_name("START:COUNT");
+CLI::Option* addCount(CLI::App* command, std::optional<std::uint32_t>& count) {
+    return command->add_option("COUNT", count, "Number of words")
+        ->transform(wholeNumberIn(1, kMemoryWords))
+        ->type_name("");
 }
 
 void addProgress(CLI::App* app, ProgressForm& form) {
@@ -100,14 +98,6 @@ void addProgress(CLI::App* app, ProgressForm& form) {
            "lines, json or none")
         ->transform(oneOf(kForms))
         ->type_name("FORM");
-}
-
-void addRegionChoice(CLI::App* command, RegionChoice& choice) {
-    addAddress(command, choice.address);
-    command->add_option("COUNT", choice.count, "Number of words")
-        ->transform(wholeNumberIn(1, kMemoryWords))
-        ->type_name("");
-    addRegion(command, [&choice](Region region) { choice.region = region; });
 }
 
 void addFormat(CLI::App* command, FormatChoice& format) {

@@ -26,11 +26,9 @@ void addWatch(CLI::App* command, const char* purpose, std::optional<double>& sec
 CLI::Option* addAddress(CLI::App* command, std::optional<std::uint32_t>& address);
 CLI::Option* addWords(CLI::App* command, const char* name, std::vector<std::uint16_t>& words,
                       const char* purpose);
-CLI::Option* addRegion(CLI::App* command, const std::function<void(Region)>& take);
+CLI::Option* addCount(CLI::App* command, std::optional<std::uint32_t>& count);
 // --progress.
 void addProgress(CLI::App* app, ProgressForm& form);
-// ADDR, COUNT and --region.
-void addRegionChoice(CLI::App* command, RegionChoice& choice);
 // --format and --endian.
 void addFormat(CLI::App* command, FormatChoice& format);
 

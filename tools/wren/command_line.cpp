@@ -263,7 +263,8 @@ void CommandLine::addInspection() {
 void CommandLine::addReading() {
     CLI::App* read = add("read", "Read words, to a file or as text",
                          [this] { return readMemory(read_, context_); });
-    addRegionChoice(read, read_.region);
+    addAddress(read, read_.address)->required();
+    addCount(read, read_.count)->required();
     read->add_option(
             "-o,--output", read_.file,
             "File to write, with the adapter's id for {id} in its name; - is standard output")
@@ -272,7 +273,8 @@ void CommandLine::addReading() {
 
     CLI::App* dump = add("dump", "Show words in hexadecimal and as text",
                          [this] { return dumpMemory(dump_, context_); });
-    addRegionChoice(dump, dump_.region);
+    addAddress(dump, dump_.address);
+    addCount(dump, dump_.count);
     addWatch(dump, "Look again every SECONDS (1) and mark what changed, until Ctrl-C",
              dump_.watchSeconds);
     dump->add_option("--looks", dump_.mostLooks, "Stop watching after so many looks")
@@ -287,7 +289,6 @@ void CommandLine::addSource(CLI::App* command, ImageSource& source) {
     command->add_option("-i,--input", source.file, "File of words; - is standard input")
         ->type_name("FILE")
         ->excludes(words);
-    addRegion(command, [&source](Region region) { source.region = region; });
     addFormat(command, source.format);
 }
 
@@ -306,38 +307,27 @@ void CommandLine::addWriting() {
     addSource(write, write_.source);
     CLI::App* fill = add("fill", "Fill a region with a pattern of words and verify them",
                          [this] { return fillMemory(fill_); });
-    addRegion(fill, [this](Region region) { fill_.region = region; });
-    fill->add_option("WORDS", fill_.numbers, "ADDR and COUNT, without --region; then the pattern")
-        ->transform(wholeNumberIn(0, kMemoryWords))
-        ->type_name("");
+    addAddress(fill, fill_.address)->required();
+    addCount(fill, fill_.count)->required();
+    addWords(fill, "WORDS", fill_.pattern, "The pattern")->required();
     addManner(write, write_.manner);
     addManner(fill, fill_.manner);
 
-    CLI::App* verify = add("verify", "Compare the chip with words or a file",
+    CLI::App* verify = add("verify", "Show where the chip differs from words or a file",
                            [this] { return compareMemory(compare_); });
     addSource(verify, compare_.source);
-
-    CLI::App* diff = add("diff", "Show where the chip differs from a file",
-                         [this] { return compareMemory(compare_); });
-    diff->add_option("FILE", compare_.source.file, "The file; - is standard input")
-        ->required()
-        ->type_name("");
-    addAddress(diff, compare_.source.address);
-    addRegion(diff, [this](Region region) { compare_.source.region = region; });
-    addFormat(diff, compare_.source.format);
-    diff->add_option("--most", compare_.mostListed, "How many differences to show (8)")
+    verify->add_option("--most", compare_.mostListed, "How many differences to show (8)")
         ->transform(wholeNumberIn(0, kMemoryWords))
         ->type_name("N");
 }
 
 void CommandLine::addVariables() {
-    CLI::App* get = add("get", "Read variables", [this] { return getVariables(names_); });
-    get->add_option("NAME", names_, "The variables")->required()->type_name("");
+    CLI::App* get = add("get", "Read variables, all of them without names",
+                        [this] { return getVariables(names_); });
+    get->add_option("NAME", names_, "The variables")->type_name("");
     CLI::App* set =
         add("set", "Set variables, in the order given", [this] { return setVariables(names_); });
     set->add_option("SETTING", names_, "NAME=VALUE")->required()->type_name("");
-    add("vars", "List the variables with their defaults and present values",
-        [] { return listVariables(); });
 }
 
 void CommandLine::addChipCommands() {

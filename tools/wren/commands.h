@@ -24,7 +24,7 @@ struct PortsRequest {
 };
 
 struct ReadRequest {
-    RegionChoice region;
+    std::optional<std::uint32_t> address, count;
     std::optional<std::string> file;  // else standard output, as text
     FormatChoice format;
 };
@@ -47,17 +47,16 @@ struct CompareRequest {
 };
 
 struct FillRequest {
-    std::optional<Region> region;
-    // The pattern, which is repeated from the region's start on; before it, unless that is known,
-    // the region's address and count.
-    std::vector<std::uint32_t> numbers;
+    std::optional<std::uint32_t> address, count;
+    std::vector<std::uint16_t> pattern;  // repeated from the address on
     WriteManner manner;
 };
 
 struct DumpRequest {
-    RegionChoice region;                 // else 128 words, or what is left of the memory
-    std::optional<double> watchSeconds;  // from one look to the next
-    std::uint64_t mostLooks = 0;         // 0: until Ctrl-C
+    std::optional<std::uint32_t> address;  // else 0
+    std::optional<std::uint32_t> count;    // else 128 words, or what is left of the memory
+    std::optional<double> watchSeconds;    // from one look to the next
+    std::uint64_t mostLooks = 0;           // 0: until Ctrl-C
 };
 
 struct MgcmdRequest {
@@ -81,9 +80,9 @@ Work compareMemory(const CompareRequest& request);
 Work fillMemory(const FillRequest& request);
 Work dumpMemory(const DumpRequest& request, const Context& context);
 
+// All that can be read, without names.
 Work getVariables(const std::vector<std::string>& names);
 Work setVariables(const std::vector<std::string>& settings);
-Work listVariables();
 
 Work sendCommand(const std::string& name);
 Work sendMgcmd(const MgcmdRequest& request);

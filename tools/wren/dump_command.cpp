@@ -63,8 +63,10 @@ void watch(Adapter& adapter, Segment& segment, const DumpRequest& request) try {
 }  // namespace
 
 Work dumpMemory(const DumpRequest& request, const Context& context) {
-    constexpr std::uint32_t kUsualCount = 128;
-    const Region region = request.region.resolve(kUsualCount);
+    constexpr std::size_t kUsualCount = 128;
+    const std::uint32_t start = request.address.value_or(0);
+    const Region region =
+        makeRegion(start, request.count.value_or(std::min(kUsualCount, kMemoryWords - start)));
     if (request.watchSeconds && context.connection.namesSeveral())
         throw Failure(ExitCode::usage, "--watch looks at one adapter");
     return [request, region](Adapter& adapter) {

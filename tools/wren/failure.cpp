@@ -11,7 +11,7 @@ namespace {
 constexpr const char* kTellUs = "run it again with -vv --log FILE and report what FILE holds";
 
 constexpr std::array kRemedies{
-    Remedy{SPIFNS_ERROR_ARGUMENT, ExitCode::failed, "'wren vars' lists the variables"},
+    Remedy{SPIFNS_ERROR_ARGUMENT, ExitCode::failed, "'wren get' lists the variables"},
     Remedy{SPIFNS_ERROR_OUT_OF_MEMORY, ExitCode::failed, "end other programs and try again"},
     Remedy{SPIFNS_ERROR_NO_DEVICE_SELECTED, ExitCode::failed, "choose an adapter with --port"},
     Remedy{SPIFNS_ERROR_SHARED_MEMORY, ExitCode::failed,

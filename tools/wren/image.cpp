@@ -79,20 +79,4 @@ Region makeRegion(std::uint32_t address, std::size_t count) {
     return {address, static_cast<std::uint32_t>(count)};
 }
 
-Region parseRegion(std::string_view text) {
-    if (text == "all") return {};
-    const std::size_t colon = text.find(':');
-    if (colon != std::string_view::npos) {
-        const auto address = wholeNumber(text.substr(0, colon));
-        const auto count = wholeNumber(text.substr(colon + 1));
-        if (address && *address < kMemoryWords && count && *count > 0 && *count <= kMemoryWords)
-            return makeRegion(static_cast<std::uint32_t>(*address), *count);
-    }
-    throw Failure(
-        ExitCode::usage,
-        fmt::format("a region reads START:COUNT, with a START up to 0xffff and a COUNT from 1, or "
-                    "all, not '{}'",
-                    text));
-}
-
 }  // namespace wren

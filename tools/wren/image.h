@@ -19,11 +19,8 @@ inline constexpr std::size_t kMemoryWords = 0x10000;
 // Words of chip memory; none beyond the last one.
 struct Region {
     std::uint32_t address = 0;
-    std::uint32_t count = kMemoryWords;
+    std::uint32_t count = 0;
 };
-
-// Reads "START:COUNT", or "all"; throws a usage Failure.
-Region parseRegion(std::string_view text);
 
 // Throws a usage Failure when there are none, or they reach beyond the last word.
 Region makeRegion(std::uint32_t address, std::size_t count);

@@ -20,8 +20,7 @@ namespace {
 // A file without addresses starts where the user says.
 std::uint32_t startOf(const ImageSource& source) {
     if (source.address) return *source.address;
-    if (source.region) return source.region->address;
-    failUsage("no address: give ADDR, or --region, or a file that holds addresses");
+    failUsage("no address: give ADDR, or a file that holds addresses");
 }
 
 Segments loadFile(const ImageSource& source) {
@@ -46,25 +45,14 @@ Segments loadFile(const ImageSource& source) {
 
 std::size_t endOf(const Segment& segment) { return segment.address + segment.words.size(); }
 
-void requireInside(const Segments& segments, const Region& region, const std::string& file) {
-    const std::size_t end = std::size_t{region.address} + region.count;
-    if (segments.front().address >= region.address && endOf(segments.back()) <= end) return;
-    const std::string why = fmt::format("{} do not fit into those from 0x{:04x} to 0x{:04x}",
-                                        placeOf(segments), region.address, end - 1);
+void requireInside(const Segments& segments, const std::string& file) {
+    if (endOf(segments.back()) <= kMemoryWords) return;
+    const std::string why = placeOf(segments) + " would reach beyond the last word, 0xffff";
     if (file.empty()) failUsage(why);
     refuse(file, why);
 }
 
 }  // namespace
-
-Region RegionChoice::resolve(std::optional<std::uint32_t> usualCount) const {
-    if (region && address) failUsage("give ADDR and COUNT, or --region, not both");
-    if (region) return *region;
-    if (count && address) return makeRegion(*address, *count);
-    if (!usualCount) failUsage("give ADDR and COUNT, or --region START:COUNT");
-    const std::uint32_t start = address.value_or(0);
-    return {start, std::min(*usualCount, static_cast<std::uint32_t>(kMemoryWords) - start)};
-}
 
 const ImageFormat& FormatChoice::formatFor(const std::string& file,
                                            std::string_view contents) const {
@@ -82,7 +70,7 @@ Segments loadImage(const ImageSource& source) {
         failUsage("no words: give ADDR WORDS..., or --input FILE");
     Segments segments =
         source.file.empty() ? Segments{{startOf(source), source.words}} : loadFile(source);
-    requireInside(segments, source.region.value_or(Region{}), source.file);
+    requireInside(segments, source.file);
     return segments;
 }
 

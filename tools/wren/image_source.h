@@ -16,17 +16,6 @@
 
 namespace wren {
 
-// A region as two arguments or as one option.
-struct RegionChoice {
-    std::optional<std::uint32_t> address;
-    std::optional<std::uint32_t> count;
-    std::optional<Region> region;
-
-    // The region; usualCount is that of an address alone. Throws a usage Failure when the choice
-    // does not tell.
-    Region resolve(std::optional<std::uint32_t> usualCount = {}) const;
-};
-
 struct FormatChoice {
     std::string name;  // of the format; told by the file's name when empty
     Endian endian = Endian::little;
@@ -42,7 +31,6 @@ struct ImageSource {
     std::vector<std::uint16_t> words;
     std::string file;  // replaces words unless empty
     FormatChoice format;
-    std::optional<Region> region;  // what the words must lie in; where they start without address
 };
 
 // The words where they belong.

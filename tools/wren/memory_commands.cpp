@@ -98,7 +98,7 @@ Work writeImage(Segments image, const WriteManner& manner, const char* done) {
 }  // namespace
 
 Work readMemory(const ReadRequest& request, const Context& context) {
-    const Region region = request.region.resolve();
+    const Region region = makeRegion(*request.address, *request.count);
     const std::string file = request.file.value_or("-");
     const ImageFormat& format = request.format.formatFor(file);
     if (context.output.isJson() && request.file == "-")
@@ -134,18 +134,10 @@ Work writeMemory(const WriteRequest& request) {
 }
 
 Work fillMemory(const FillRequest& request) {
-    std::span numbers(request.numbers);
-    const std::size_t ofRegion = request.region ? 0 : 2;
-    if (numbers.size() <= ofRegion)
-        throw Failure(ExitCode::usage,
-                      "give ADDR COUNT WORDS..., or --region START:COUNT WORDS...");
-    const Region region = request.region ? *request.region : makeRegion(numbers[0], numbers[1]);
-    numbers = numbers.subspan(ofRegion);
-    if (std::ranges::max(numbers) > 0xFFFF)
-        throw Failure(ExitCode::usage, "words go from 0 to 0xffff");
+    const Region region = makeRegion(*request.address, *request.count);
     Segment segment{region.address, {}};
     for (std::size_t i = 0; i < region.count; ++i)
-        segment.words.push_back(static_cast<std::uint16_t>(numbers[i % numbers.size()]));
+        segment.words.push_back(request.pattern[i % request.pattern.size()]);
     return writeImage({std::move(segment)}, request.manner, "filled");
 }
 

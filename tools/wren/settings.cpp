@@ -123,6 +123,11 @@ std::string readableVariable(std::string_view name) {
     return oneOf(namesOf(&Variable::readable), name, "variable to read");
 }
 
+std::vector<std::string> readableVariables() {
+    const auto names = namesOf(&Variable::readable);
+    return {names.begin(), names.end()};
+}
+
 bool isReadable(std::string_view name) noexcept { return variableOf(name).readable; }
 
 std::string shownValue(std::string_view name, const std::string& value) {

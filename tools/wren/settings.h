@@ -7,6 +7,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace wren {
 
@@ -26,6 +27,9 @@ Setting parseSetting(std::string_view text);
 // The name of a variable that can be read, in the library's spelling. Throws a usage Failure that
 // lists the names.
 std::string readableVariable(std::string_view name);
+
+// All that can be read.
+std::vector<std::string> readableVariables();
 
 // Whether a variable, in the library's spelling, can be read.
 bool isReadable(std::string_view name) noexcept;

@@ -1,5 +1,3 @@
-#include <wrenlink/spifns.h>
-
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
@@ -7,19 +5,9 @@
 
 namespace wren {
 
-namespace {
-
-// The interface mode can be set but is kept in the adapter alone.
-std::optional<std::string> presentValue(const Session& session, const std::string& name) {
-    if (!isReadable(name)) return std::nullopt;
-    return session.get(name);
-}
-
-}  // namespace
-
 Work getVariables(const std::vector<std::string>& names) {
-    std::vector<std::string> variables(names.size());
-    std::ranges::transform(names, variables.begin(), readableVariable);
+    std::vector<std::string> variables = names.empty() ? readableVariables() : names;
+    std::ranges::transform(variables, variables.begin(), readableVariable);
     return briefly([variables](Adapter& adapter) {
         Json& result = adapter.report.result()["variables"];
         for (const std::string& name : variables) {
@@ -37,34 +25,13 @@ Work setVariables(const std::vector<std::string>& settings) {
         Json& result = adapter.report.result()["variables"];
         adapter.session.setAll(checked);
         for (const Setting& setting : checked) {
-            // What the adapter made of it: a clock is rounded.
+            // What the adapter made of it: a clock is rounded. The interface mode cannot be read.
             const std::string value =
-                presentValue(adapter.session, setting.name).value_or(setting.value);
+                isReadable(setting.name) ? adapter.session.get(setting.name) : setting.value;
             adapter.report.print("{}={}\n", setting.name, shownValue(setting.name, value));
             result[setting.name] = value;
         }
     };
-}
-
-Work listVariables() {
-    return briefly([](Adapter& adapter) {
-        const spifns_variable* table = nullptr;
-        std::uint32_t count = 0;
-        spifns_getvarlist(&table, &count);
-        Json& result = adapter.report.result()["variables"];
-        result = Json::array();
-        adapter.report.print("{:<16}  {:<9}  {}\n", "NAME", "DEFAULT", "PRESENT");
-        for (const spifns_variable& variable : std::span(table, count)) {
-            const auto present = presentValue(adapter.session, variable.name);
-            adapter.report.print("{:<16}  {:<9}  {}\n", variable.name,
-                                 shownValue(variable.name, variable.default_value),
-                                 present ? shownValue(variable.name, *present) : "-");
-            result.push_back({{"name", variable.name},
-                              {"default", variable.default_value},
-                              {"present", present ? Json(*present) : Json()},
-                              {"opens_port", variable.flag != 0}});
-        }
-    });
 }
 
 }  // namespace wren

@@ -27,7 +27,6 @@ _wren_complete() {
         --progress) words='bar lines json none' ;;
         --format) words='raw hex text' ;;
         --endian) words='little big' ;;
-        --region) words='all' ;;
         --port) words=$("$wren" ports 2>/dev/null | sed -nE 's/.*\(([0-9]+)\).*/\1/p') ;;
         -o | --output | -i | --input | --log | --record | --capture)
             _wren_files "$word"
@@ -45,7 +44,7 @@ _wren_complete() {
     esac
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
     [[ ${COMPREPLY[0]-} != *= ]] || compopt -o nospace 2>/dev/null
-    if [[ $command == @(diff|run) && $word != -* ]]; then _wren_files "$word"; fi
+    if [[ $command == run && $word != -* ]]; then _wren_files "$word"; fi
 }
 
 complete -o bashdefault -F _wren_complete wren
