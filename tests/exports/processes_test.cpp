@@ -134,8 +134,8 @@ TEST(Processes, LoseNothingWhenOneOfFourIsKilled) {
 TEST(Processes, WorkOnWhateverAPeerStoresInTheCaches) {
     Simulator simulator({100}, "1.9");
     const Stream stream("0");
-    const std::jthread peer([](const std::stop_token& stop) {
-        Caches caches;
+    Caches caches;
+    const std::jthread peer([&caches](const std::stop_token& stop) {
         std::mt19937 random(kSeed);
         while (!stop.stop_requested()) {
             storeField(caches.delays().delay, static_cast<std::uint16_t>(random()));
