@@ -199,7 +199,7 @@ bool Device::outcome() noexcept {
 bool Device::receive(int flags) noexcept {
     std::array<std::byte, kStatusBytes> status{};
     iovec pieces[] = {{status.data(), status.size()}, {reply_, replyCapacity_}};
-    sa_family_t sender = AF_UNSPEC;  // as much of its address as this takes
+    sockaddr_un sender{};
     msghdr message{};
     message.msg_name = &sender;
     message.msg_namelen = sizeof sender;
