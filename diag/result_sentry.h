@@ -7,55 +7,34 @@
 //         return result = 1;
 //     }
 //
-// The result is read when the scope closes, so every return assigns it.
+// The result is read when the scope closes, so every return assigns it. While nobody listens, a
+// scope is one read of a variable and calls nothing.
 #ifndef WRENLINK_DIAG_RESULT_SENTRY_H
 #define WRENLINK_DIAG_RESULT_SENTRY_H
 
+#include <optional>
 #include <type_traits>
 
 #include "diag/message_handler.h"
-#include "wrenlink/spifns.h"
 
 namespace wrenlink {
 
 // The message group of this library.
 inline constexpr auto kMessageGroup = static_cast<CMessageHandler::GroupEnum>(101);
 
-// The handler for a function of this library.
-inline CMessageHandler& messageHandler(const char* function) {
+// The handler for a function of this library; for those whom somebody listens to, so it is cold.
+[[gnu::cold]] inline CMessageHandler& messageHandler(const char* function, bool flag = false) {
     CTheMsgHnd::Instance();
-    return CTheMsgHnd::GetAppropriateHandler(kMessageGroup, function, false);
-}
-
-// Whether anybody would notice a trace scope or a message. A component without IsListening() always
-// does.
-template <class Component = CTheMsgHnd>
-bool isTraced() {
-    if constexpr (requires { Component::IsListening(); })
-        return Component::IsListening();
-    else
-        return true;
+    return CTheMsgHnd::GetAppropriateHandler(kMessageGroup, function, flag);
 }
 
 // How the exit line shows a result: the format, with the function's name as its first argument, and
 // the value to pass.
 template <class T>
-struct ResultText;
-
-template <>
-struct ResultText<unsigned char> {
+struct ResultText {
+    static_assert(sizeof(T) < sizeof(int) || std::is_same_v<T, int> || std::is_enum_v<T>);
     static constexpr const char* kFormat = "<- %s [returning %d]";
-    static int value(unsigned char result) { return result; }
-};
-template <>
-struct ResultText<unsigned short> {
-    static constexpr const char* kFormat = "<- %s [returning %d]";
-    static int value(unsigned short result) { return result; }
-};
-template <>
-struct ResultText<int> {
-    static constexpr const char* kFormat = "<- %s [returning %d]";
-    static int value(int result) { return result; }
+    static int value(T result) { return static_cast<int>(result); }
 };
 template <>
 struct ResultText<unsigned int> {
@@ -66,11 +45,6 @@ template <>
 struct ResultText<const char*> {
     static constexpr const char* kFormat = "<- %s [returning \"%s\"]";
     static const char* value(const char* result) { return result; }
-};
-template <>
-struct ResultText<spifns_xap_state> {
-    static constexpr const char* kFormat = "<- %s [returning %d]";
-    static int value(spifns_xap_state result) { return static_cast<int>(result); }
 };
 template <>
 struct ResultText<bool> {
@@ -104,11 +78,12 @@ class CDebugSentryWithReturn : public CDebugSentry {
 class Trace {
    public:
     explicit Trace(const char* function = __builtin_FUNCTION(), const char* file = __builtin_FILE(),
-                   unsigned long line = __builtin_LINE())
-        : sentry_(&messageHandler(function), line, file, function) {}
+                   unsigned long line = __builtin_LINE()) {
+        if (isTraced) sentry_.emplace(&messageHandler(function), line, file, function);
+    }
 
    private:
-    CDebugSentry sentry_;
+    std::optional<CDebugSentry> sentry_;
 };
 
 // Opens a trace scope for the function that declares it and whose result the variable holds.
@@ -116,11 +91,12 @@ template <class T>
 class ResultTrace {
    public:
     explicit ResultTrace(const T& result, const char* function = __builtin_FUNCTION(),
-                         const char* file = __builtin_FILE(), unsigned long line = __builtin_LINE())
-        : sentry_(&messageHandler(function), line, file, function, &result) {}
+                         const char* file = __builtin_FILE(), unsigned long line = __builtin_LINE()) {
+        if (isTraced) sentry_.emplace(&messageHandler(function), line, file, function, &result);
+    }
 
    private:
-    CDebugSentryWithReturn<T> sentry_;
+    std::optional<CDebugSentryWithReturn<T>> sentry_;
 };
 
 }  // namespace wrenlink

@@ -10,6 +10,8 @@
 #include "diag/message_handler.h"
 #include "diag/tidewater/tidewater_os.h"
 
+constinit bool wrenlink::isTraced = false;
+
 namespace tidewater {
 namespace {
 
@@ -27,7 +29,7 @@ class LogLife {
         if (target == nullptr || *target == '\0') return;
         ownsFile_ = std::strcmp(target, "stderr") != 0;
         logFile = ownsFile_ ? os::openForAppending(target) : os::standardError();
-        if (logFile != os::kNoFile) CTheMsgHnd::Listen();
+        wrenlink::isTraced = logFile != os::kNoFile;
     }
     LogLife(const LogLife&) = delete;
     LogLife& operator=(const LogLife&) = delete;

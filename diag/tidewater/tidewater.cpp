@@ -1,5 +1,5 @@
 // A message handler that writes to the log of log.h: our stand-in for the Tidewater library.
-// Without a log every call is one read of an atomic, and nothing is allocated either way.
+// Nothing is allocated.
 //
 // Profile marks and error messages come without a place of their own. They are shown at the latest
 // trace scope of the function whose handler they are given to.
@@ -13,9 +13,7 @@
 
 namespace {
 
-constexpr const char* kUnknown = "-";
-
-const char* orUnknown(const char* text) { return text == nullptr ? kUnknown : text; }
+const char* orUnknown(const char* text) { return text == nullptr ? "-" : text; }
 
 // Copies of the texts that outlast the calls they came with: names of functions and files. Without
 // a lock, which a thread that ends in the middle of an exit would leave locked.
@@ -89,44 +87,52 @@ FunctionHandler& handlerOf(const char* function) {
 void CMessageHandler::DebugOutputInHandler(unsigned long, bool, bool, const char* function,
                                            const char* file, unsigned long line, const char* format,
                                            ...) {
-    if (!CTheMsgHnd::IsListening()) return;
     std::va_list arguments;
     va_start(arguments, format);
-    tidewater::writeLineList({orUnknown(function), orUnknown(file), line}, format, arguments);
+    tidewater::writeLineList({function, file, line}, format, arguments);
     va_end(arguments);
 }
 
 void CMessageHandler::DebugOutputProfile(unsigned long level) {
-    if (!CTheMsgHnd::IsListening()) return;
     tidewater::writeLine(static_cast<FunctionHandler*>(this)->place(), "profile mark %lu", level);
 }
 
 bool CMessageHandler::SetErrorMsg(short code, const std::string& text) {
-    if (!CTheMsgHnd::IsListening()) return true;
     tidewater::writeLine(static_cast<FunctionHandler*>(this)->place(), "error %d: %s", code,
                          text.c_str());
     return true;
 }
 
-void CMessageHandler::PrintEntryLine(const char* function, const char* file, unsigned long line) {
-    static_cast<FunctionHandler*>(this)->setPlace(orUnknown(file), line);
-    tidewater::writeLine({orUnknown(function), orUnknown(file), line}, "-> %s",
-                         orUnknown(function));
+CTheMsgHnd& CTheMsgHnd::Instance() {
+    static constinit CTheMsgHnd instance;
+    return instance;
 }
 
-void CMessageHandler::PrintExitLine(const char* function, const char* file, unsigned long line) {
-    tidewater::writeLine({orUnknown(function), orUnknown(file), line}, "<- %s",
-                         orUnknown(function));
+CMessageHandler& CTheMsgHnd::GetAppropriateHandler(CMessageHandler::GroupEnum, const char* name,
+                                                   bool) {
+    return handlerOf(name);
 }
 
-constinit bool CTheMsgHnd::listening_ = false;
-constinit CTheMsgHnd CTheMsgHnd::silent_;
-constinit CMessageHandler& CTheMsgHnd::silentHandler_ = commonHandler;
+bool CTheMsgHnd::DebugActivated() { return wrenlink::isTraced; }
 
-CTheMsgHnd& CTheMsgHnd::ListeningInstance() { return silent_; }
-
-CMessageHandler& CTheMsgHnd::ListeningHandler(CMessageHandler::GroupEnum, const char* name, bool) {
-    return handlerOf(orUnknown(name));
+CDebugSentry::CDebugSentry(CMessageHandler* handler, unsigned long line, const char* file,
+                           const char* function)
+    : handler_(handler),
+      line_(static_cast<unsigned int>(line)),
+      file_(file),
+      function_(function) {
+    static_cast<FunctionHandler*>(handler)->setPlace(file, line);
+    tidewater::writeLine({function, file, line}, "-> %s", function);
 }
 
-bool CTheMsgHnd::DebugActivated() { return IsListening(); }
+CDebugSentry::~CDebugSentry() { CDebugSentry::PrintExit(); }
+
+void CDebugSentry::CheckPrintExit() {
+    if (!exitPrinted_) PrintExit();
+}
+
+void CDebugSentry::PrintExit() {
+    if (exitPrinted_) return;
+    tidewater::writeLine({function_, file_, line_}, "<- %s", function_);
+    exitPrinted_ = true;
+}

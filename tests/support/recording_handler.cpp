@@ -50,34 +50,38 @@ bool CMessageHandler::SetErrorMsg(short code, const std::string& text) {
     return true;
 }
 
-namespace {
-
-constinit CMessageHandler theHandler;
-
-}  // namespace
-
-constinit bool CTheMsgHnd::listening_ = true;
-constinit CTheMsgHnd CTheMsgHnd::silent_;
-constinit CMessageHandler& CTheMsgHnd::silentHandler_ = theHandler;
-
-CTheMsgHnd& CTheMsgHnd::ListeningInstance() {
+CTheMsgHnd& CTheMsgHnd::Instance() {
+    static CTheMsgHnd instance;
     messages().emplace_back("instance");
-    return silent_;
+    return instance;
 }
 
-CMessageHandler& CTheMsgHnd::ListeningHandler(CMessageHandler::GroupEnum group, const char* name,
-                                              bool flag) {
+CMessageHandler& CTheMsgHnd::GetAppropriateHandler(CMessageHandler::GroupEnum group,
+                                                   const char* name, bool flag) {
+    static CMessageHandler handler;
     messages().push_back("handler " + std::to_string(group) + ' ' + std::to_string(flag) + ' ' +
                          name);
-    return theHandler;
+    return handler;
 }
 
 bool CTheMsgHnd::DebugActivated() { return activated; }
 
-void CMessageHandler::PrintEntryLine(const char* function, const char* file, unsigned long line) {
+CDebugSentry::CDebugSentry(CMessageHandler* handler, unsigned long line, const char* file,
+                           const char* function)
+    : handler_(handler),
+      line_(static_cast<unsigned int>(line)),
+      file_(file),
+      function_(function) {
     messages().push_back(scope("->", function, file, line));
 }
 
-void CMessageHandler::PrintExitLine(const char* function, const char* file, unsigned long line) {
-    messages().push_back(scope("<-", function, file, line));
+CDebugSentry::~CDebugSentry() {
+    if (!exitPrinted_) messages().push_back(scope("<-", function_, file_, line_));
 }
+
+void CDebugSentry::CheckPrintExit() { PrintExit(); }
+
+// The library's scopes that have a result print it themselves.
+void CDebugSentry::PrintExit() {}
+
+constinit bool wrenlink::isTraced = true;

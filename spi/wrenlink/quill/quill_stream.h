@@ -88,7 +88,7 @@ void Quill_Stream_Debug(QuillStream* stream, const char* format, ...)
 void Quill_Stream_Debug_Full(QuillStream* stream, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 // Whether anybody would notice the second; what runs for each record calls it only then.
-inline bool isDebugFullNoticed() { return isDebugFull() || isTraced(); }
+inline bool isDebugFullNoticed() { return isDebugFull() || isTraced; }
 
 }  // namespace wrenlink
 

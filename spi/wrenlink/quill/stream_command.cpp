@@ -44,7 +44,7 @@ bool Quill_Stream_Command(QuillStream* stream, CommandFrame& frame) {
     if (!adapterListExists()) return result;
     if (stream->port == QuillStream::kNoPort) {
         // The text takes memory, whose lack must not show where nobody reads the text.
-        if (isTraced()) messageHandler(__func__).SetErrorMsg(0, "No USB-SPI device found");
+        if (isTraced) messageHandler(__func__).SetErrorMsg(0, "No USB-SPI device found");
         return result;
     }
     if (exchangeWithPort(stream, frame.bytes(), frame.bytes())) return result = true;

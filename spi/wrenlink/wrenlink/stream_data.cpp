@@ -6,8 +6,7 @@ namespace wrenlink {
 
 CUsbStreamData::CUsbStreamData() {
     static constexpr char kName[] = "CUsbStreamData::CUsbStreamData";
-    CTheMsgHnd::Instance();
-    CTheMsgHnd::GetAppropriateHandler(kMessageGroup, kName, true);
+    if (isTraced) messageHandler(kName, true);
     const Trace trace(kName);
     quill_ = Quill_Stream_Initialise();
 }
