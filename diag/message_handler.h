@@ -62,10 +62,10 @@ class CDebugSentry {
 
 namespace wrenlink {
 
-// Whether anybody listens. The library asks the component for nothing but DebugActivated() while
-// this is false. It is set before the first scope opens and stays as it is from then on. This is
-// ours: with a component that cannot tell, define it as true.
-extern bool isTraced;
+// Whether anybody listens to scopes and messages; while nobody does, the library makes none. Not
+// the component's own: one that knows sets it before the first scope opens, others leave it as it
+// is.
+inline constinit bool isTraced = true;
 
 }  // namespace wrenlink
 

@@ -78,9 +78,10 @@ class CDebugSentryWithReturn : public CDebugSentry {
 class Trace {
    public:
     explicit Trace(const char* function = __builtin_FUNCTION(), const char* file = __builtin_FILE(),
-                   unsigned long line = __builtin_LINE()) {
-        if (isTraced) sentry_.emplace(&messageHandler(function), line, file, function);
-    }
+                   unsigned long line = __builtin_LINE())
+        : sentry_(isTraced ? std::optional<CDebugSentry>(std::in_place, &messageHandler(function),
+                                                         line, file, function)
+                           : std::nullopt) {}
 
    private:
     std::optional<CDebugSentry> sentry_;
@@ -91,12 +92,15 @@ template <class T>
 class ResultTrace {
    public:
     explicit ResultTrace(const T& result, const char* function = __builtin_FUNCTION(),
-                         const char* file = __builtin_FILE(), unsigned long line = __builtin_LINE()) {
-        if (isTraced) sentry_.emplace(&messageHandler(function), line, file, function, &result);
-    }
+                         const char* file = __builtin_FILE(), unsigned long line = __builtin_LINE())
+        : sentry_(isTraced ? std::optional<Sentry>(std::in_place, &messageHandler(function), line,
+                                                   file, function, &result)
+                           : std::nullopt) {}
 
    private:
-    std::optional<CDebugSentryWithReturn<T>> sentry_;
+    using Sentry = CDebugSentryWithReturn<T>;
+
+    std::optional<Sentry> sentry_;
 };
 
 }  // namespace wrenlink

@@ -10,8 +10,6 @@
 #include "diag/message_handler.h"
 #include "diag/tidewater/tidewater_os.h"
 
-constinit bool wrenlink::isTraced = false;
-
 namespace tidewater {
 namespace {
 
@@ -25,6 +23,7 @@ class LogLife {
    public:
     LogLife() noexcept {
         const os::ErrorKeeper keeper;
+        wrenlink::isTraced = false;
         const char* target = os::environment("TIDEWATER_LOG");
         if (target == nullptr || *target == '\0') return;
         ownsFile_ = std::strcmp(target, "stderr") != 0;

@@ -117,10 +117,7 @@ bool CTheMsgHnd::DebugActivated() { return wrenlink::isTraced; }
 
 CDebugSentry::CDebugSentry(CMessageHandler* handler, unsigned long line, const char* file,
                            const char* function)
-    : handler_(handler),
-      line_(static_cast<unsigned int>(line)),
-      file_(file),
-      function_(function) {
+    : handler_(handler), line_(static_cast<unsigned int>(line)), file_(file), function_(function) {
     static_cast<FunctionHandler*>(handler)->setPlace(file, line);
     tidewater::writeLine({function, file, line}, "-> %s", function);
 }

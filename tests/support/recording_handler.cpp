@@ -68,10 +68,7 @@ bool CTheMsgHnd::DebugActivated() { return activated; }
 
 CDebugSentry::CDebugSentry(CMessageHandler* handler, unsigned long line, const char* file,
                            const char* function)
-    : handler_(handler),
-      line_(static_cast<unsigned int>(line)),
-      file_(file),
-      function_(function) {
+    : handler_(handler), line_(static_cast<unsigned int>(line)), file_(file), function_(function) {
     messages().push_back(scope("->", function, file, line));
 }
 
@@ -83,5 +80,3 @@ void CDebugSentry::CheckPrintExit() { PrintExit(); }
 
 // The library's scopes that have a result print it themselves.
 void CDebugSentry::PrintExit() {}
-
-constinit bool wrenlink::isTraced = true;
