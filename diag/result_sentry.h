@@ -22,7 +22,7 @@ namespace wrenlink {
 // The message group of this library.
 inline constexpr auto kMessageGroup = static_cast<CMessageHandler::GroupEnum>(101);
 
-// The handler for a function of this library; for those whom somebody listens to, so it is cold.
+// The handler for a function of this library. Cold, since it is asked for while somebody listens.
 [[gnu::cold]] inline CMessageHandler& messageHandler(const char* function, bool flag = false) {
     CTheMsgHnd::Instance();
     return CTheMsgHnd::GetAppropriateHandler(kMessageGroup, function, flag);
@@ -74,14 +74,21 @@ class CDebugSentryWithReturn : public CDebugSentry {
     const T* result_;
 };
 
+// The sentry of a scope, made in the place of the result; none while nobody listens.
+template <class Sentry, class... Result>
+std::optional<Sentry> openScope(const char* function, const char* file, unsigned long line,
+                                const Result*... result) {
+    if (!isTraced) return std::nullopt;
+    return std::optional<Sentry>(std::in_place, &messageHandler(function), line, file, function,
+                                 result...);
+}
+
 // Opens a plain trace scope for the function that declares it.
 class Trace {
    public:
     explicit Trace(const char* function = __builtin_FUNCTION(), const char* file = __builtin_FILE(),
                    unsigned long line = __builtin_LINE())
-        : sentry_(isTraced ? std::optional<CDebugSentry>(std::in_place, &messageHandler(function),
-                                                         line, file, function)
-                           : std::nullopt) {}
+        : sentry_(openScope<CDebugSentry>(function, file, line)) {}
 
    private:
     std::optional<CDebugSentry> sentry_;
@@ -93,14 +100,10 @@ class ResultTrace {
    public:
     explicit ResultTrace(const T& result, const char* function = __builtin_FUNCTION(),
                          const char* file = __builtin_FILE(), unsigned long line = __builtin_LINE())
-        : sentry_(isTraced ? std::optional<Sentry>(std::in_place, &messageHandler(function), line,
-                                                   file, function, &result)
-                           : std::nullopt) {}
+        : sentry_(openScope<CDebugSentryWithReturn<T>>(function, file, line, &result)) {}
 
    private:
-    using Sentry = CDebugSentryWithReturn<T>;
-
-    std::optional<Sentry> sentry_;
+    std::optional<CDebugSentryWithReturn<T>> sentry_;
 };
 
 }  // namespace wrenlink

@@ -12,8 +12,6 @@ class LocalLock {
    public:
     // Waits while another thread holds the lock; each lock() needs an unlock().
     void lock() noexcept { mutex_.enter(); }
-    // False, at once, while another thread holds the lock.
-    bool try_lock() noexcept { return mutex_.tryEnter(); }
     void unlock() noexcept { mutex_.leave(); }
 
    private:

@@ -45,8 +45,8 @@ inline void closeQuietly(NativeHandle handle) noexcept {
 
 // A kernel object's name in UTF-16, each byte of the 8-bit name as one unit. get() is null, with
 // the error code ERROR_NOT_ENOUGH_MEMORY, when there is no memory: no object may be made then,
-// since a null name stands for an unnamed one. Short names take none: the store that reports a lack
-// of memory has such, and each exchange makes one.
+// since a null name stands for an unnamed one. Short names are kept within: each exchange makes
+// one, and the per-thread store needs its own to report that there is no memory.
 class WideName {
    public:
     explicit WideName(std::string_view name) noexcept

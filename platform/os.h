@@ -63,8 +63,8 @@ inline constexpr NativeHandle kNoHandle = -1;
 // A mutex that every process can reach by its kernel name. The operating system frees it when the
 // process that holds it ends, however it ends. One object must not be used by two threads at once.
 //
-// That a mutex of this name cannot be had, for want of permission or of handles, or because
-// something else has the name, is for the caller to notice: nothing else tells.
+// A mutex that cannot be had, for want of permission or of handles, or because something else has
+// the name, is not valid() and cannot be waited for; nothing else tells.
 //
 // Windows: the thread that waited owns the mutex and may wait for it again through another object.
 // POSIX: the object owns the mutex; a second object of the same thread would wait. Nothing above
@@ -105,8 +105,6 @@ class LocalMutex {
     ~LocalMutex() { destroy(); }
 
     void enter() noexcept;
-    // False, at once, while another thread holds it.
-    bool tryEnter() noexcept;
     void leave() noexcept;
 
    private:

@@ -172,8 +172,8 @@ WaitResult Device::wait(std::uint32_t milliseconds) noexcept {
                               ? Clock::time_point::max()
                               : Clock::now() + std::chrono::milliseconds(milliseconds);
     pollfd connection{descriptorOf(device_), POLLIN, 0};
-    // To wait in the receiving call is faster than to poll first, but the kernel may let its limit
-    // run over by an eighth. So it gets most of the time, and polling what it or a signal leaves.
+    // Waiting in recvmsg is faster than polling first, but the kernel may let its limit run over by
+    // an eighth. So recvmsg waits for most of the time, and poll for the rest, or after a signal.
     if (milliseconds > 0) {
         const microseconds most = std::chrono::milliseconds(milliseconds) * 3 / 4;
         if (!limitReceiving(connection.fd, most)) return WaitResult::failed;

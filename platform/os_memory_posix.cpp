@@ -23,16 +23,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kCreatorLimit(2);
 constexpr std::chrono::milliseconds kPause(1);
 
-enum class LockResult { locked, refused, failed };
-
-LockResult lockFile(int file, int operation) noexcept {
-    while (::flock(file, operation) != 0) {
-        if (errno == EWOULDBLOCK) return LockResult::refused;
-        if (errno != EINTR) return LockResult::failed;
-    }
-    return LockResult::locked;
-}
-
 // Whether a file is an ordinary one with one name, which is empty or has the block's size: anything
 // else is not to be written to. EEXIST then.
 bool canBeBlock(int file, std::size_t size) noexcept {
@@ -68,8 +58,8 @@ bool writeZeros(int file, std::size_t size) noexcept {
     return true;
 }
 
-// Puts the block into its first state; the caller is alone with it. A file of the right size keeps
-// it at every moment, since a view of a lost page would kill its process.
+// Puts the block into its first state; the caller is alone with it. A file of the right size is
+// written over, not cut: a process that still has a view of a lost page would be killed.
 bool makeBlock(int file, std::size_t size) noexcept {
     std::size_t found = 0;
     if (!fileSize(file, found)) return false;
@@ -85,9 +75,8 @@ enum class Attempt { created, opened, again, failed };
 
 // Another process holds the block: joins it if the block is whole.
 Attempt joinBlock(int file, std::size_t size) noexcept {
-    const LockResult lock = lockFile(file, LOCK_SH | LOCK_NB);
-    if (lock == LockResult::failed) return Attempt::failed;
-    if (lock == LockResult::refused) return Attempt::again;
+    if (!lockObjectFile(file, LOCK_SH | LOCK_NB))
+        return errno == EWOULDBLOCK ? Attempt::again : Attempt::failed;
     std::size_t found = 0;
     if (!fileSize(file, found)) return Attempt::failed;
     if (found == size) return Attempt::opened;
@@ -96,17 +85,14 @@ Attempt joinBlock(int file, std::size_t size) noexcept {
         return Attempt::failed;
     }
     // Its creator has died at work; the next turn takes the creator's place.
-    return lockFile(file, LOCK_UN) == LockResult::locked ? Attempt::again : Attempt::failed;
+    return lockObjectFile(file, LOCK_UN) ? Attempt::again : Attempt::failed;
 }
 
 Attempt lockBlock(int file, std::size_t size) noexcept {
-    const LockResult lock = lockFile(file, LOCK_EX | LOCK_NB);
-    if (lock == LockResult::failed) return Attempt::failed;
-    if (lock == LockResult::refused) return joinBlock(file, size);
-    if (!makeBlock(file, size) || lockFile(file, LOCK_SH) != LockResult::locked) {
-        return Attempt::failed;
-    }
-    return Attempt::created;
+    if (!lockObjectFile(file, LOCK_EX | LOCK_NB))
+        return errno == EWOULDBLOCK ? joinBlock(file, size) : Attempt::failed;
+    const bool made = makeBlock(file, size) && lockObjectFile(file, LOCK_SH);
+    return made ? Attempt::created : Attempt::failed;
 }
 
 }  // namespace

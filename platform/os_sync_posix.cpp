@@ -22,19 +22,10 @@ using std::chrono::microseconds;
 constexpr microseconds kFirstPause(50);
 constexpr microseconds kLongestPause(5000);
 
-// The result of flock on the descriptor, repeated while signals interrupt it.
-int lockFile(int file, int operation) noexcept {
-    int result = 0;
-    do {
-        result = ::flock(file, operation);
-    } while (result != 0 && errno == EINTR);
-    return result;
-}
-
 // A file lock has no time-out of its own, so this asks again and again, ever less often.
 WaitResult waitUntil(int file, Clock::time_point deadline) noexcept {
     for (microseconds pause = kFirstPause;; pause = std::min(2 * pause, kLongestPause)) {
-        if (lockFile(file, LOCK_EX | LOCK_NB) == 0) return WaitResult::acquired;
+        if (lockObjectFile(file, LOCK_EX | LOCK_NB)) return WaitResult::acquired;
         if (errno != EWOULDBLOCK) return WaitResult::failed;
         const auto left = std::chrono::ceil<microseconds>(deadline - Clock::now());
         if (left <= microseconds::zero()) return WaitResult::timedOut;
@@ -56,12 +47,12 @@ bool KernelMutex::valid() const noexcept { return descriptorOf(handle_) >= 0; }
 WaitResult KernelMutex::wait(std::uint32_t milliseconds) noexcept {
     const int file = descriptorOf(handle_);
     if (milliseconds == kInfinite) {
-        return lockFile(file, LOCK_EX) == 0 ? WaitResult::acquired : WaitResult::failed;
+        return lockObjectFile(file, LOCK_EX) ? WaitResult::acquired : WaitResult::failed;
     }
     return waitUntil(file, Clock::now() + std::chrono::milliseconds(milliseconds));
 }
 
-bool KernelMutex::release() noexcept { return lockFile(descriptorOf(handle_), LOCK_UN) == 0; }
+bool KernelMutex::release() noexcept { return lockObjectFile(descriptorOf(handle_), LOCK_UN); }
 
 void KernelMutex::close() noexcept { closeUnshared(handle_); }
 
@@ -78,7 +69,6 @@ LocalMutex::LocalMutex() noexcept {
 void LocalMutex::destroy() noexcept { ::pthread_mutex_destroy(mutex(native_)); }
 
 void LocalMutex::enter() noexcept { ::pthread_mutex_lock(mutex(native_)); }
-bool LocalMutex::tryEnter() noexcept { return ::pthread_mutex_trylock(mutex(native_)) == 0; }
 void LocalMutex::leave() noexcept { ::pthread_mutex_unlock(mutex(native_)); }
 
 }  // namespace wrenlink::os

@@ -43,9 +43,6 @@ static_assert(sizeof(CRITICAL_SECTION) <= sizeof(LocalMutex));
 LocalMutex::LocalMutex() noexcept { ::InitializeCriticalSection(section(native_)); }
 void LocalMutex::destroy() noexcept { ::DeleteCriticalSection(section(native_)); }
 void LocalMutex::enter() noexcept { ::EnterCriticalSection(section(native_)); }
-bool LocalMutex::tryEnter() noexcept {
-    return ::TryEnterCriticalSection(section(native_)) != FALSE;
-}
 void LocalMutex::leave() noexcept { ::LeaveCriticalSection(section(native_)); }
 
 }  // namespace wrenlink::os

@@ -1,7 +1,16 @@
-// How the modules find one another: each carries an ELF note that tells where its anchor is, a
-// pointer to the process's directory of blocks. Walking the loaded modules leads to all anchors,
-// and the loader's own lock, which dl_iterate_phdr holds around its callback, is the one lock that
-// all modules of a process have from the start.
+// Blocks on the heap that all modules of the process find, since each carries a note about its own
+// anchor:
+//
+//     one module              another module
+//     ELF note -> anchor      ELF note -> anchor
+//                    |                       |
+//                    +-----------+-----------+
+//                                v
+//                        block "TLS Mutex" -> block "TLS Memory" -> null
+//
+// dl_iterate_phdr shows the modules that are loaded, and in them the notes. It calls back under the
+// loader's own lock, the one lock that all modules have from the start: whatever is done with the
+// blocks is done in such a callback. An anchor is null until its module opens a block.
 #include "platform/process_block_posix.h"
 
 #include <elf.h>
@@ -12,16 +21,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "platform/os.h"
 
 namespace wrenlink::os {
 namespace {
-
-// The layouts of this file are shared by all modules of a process; whoever changes one gives the
-// note another type.
-constexpr ElfW(Word) kNoteType = 1;
-constexpr char kNoteOwner[] = "wrenlink";
 
 constexpr std::size_t kNameBytes = 32;
 
@@ -33,14 +38,9 @@ struct alignas(std::max_align_t) Block {
     char name[kNameBytes];
 };
 
-// Exists while it has a block.
-struct Directory {
-    Block* first;
-};
-
 // The loader's lock is no concern of the language's memory model, so the anchors carry the order:
-// each use of the directory begins with reading all and ends with writing one.
-using Anchor = std::atomic<Directory*>;
+// each use of the blocks begins with reading all anchors and ends with writing one.
+using Anchor = std::atomic<Block*>;
 static_assert(Anchor::is_always_lock_free && sizeof(Anchor) == sizeof(void*));
 
 }  // namespace
@@ -55,7 +55,7 @@ extern "C" {
 __asm__(
     ".pushsection .note.wrenlink,\"a\",%note\n"
     ".balign 4\n"
-    ".4byte 9, 8, 1\n"
+    ".4byte 9, 8, 2\n"
     ".asciz \"wrenlink\"\n"
     ".balign 4\n"
     "0: .8byte wrenlinkProcessBlocks - 0b\n"
@@ -63,13 +63,14 @@ __asm__(
 
 namespace {
 
-// A readable part of a loaded module.
-struct Range {
-    const char* begin;
-    const char* end;
-
-    std::size_t size() const noexcept { return static_cast<std::size_t>(end - begin); }
+// What stands before the descriptor: the sizes of owner and descriptor, the type, the owner.
+// Modules of all versions share the layouts of this file; whoever changes one gives the note
+// another type.
+struct NoteHead {
+    std::uint32_t ownerBytes = 9, descriptorBytes = 8, type = 2;
+    char owner[12] = "wrenlink";
 };
+constexpr NoteHead kNoteHead;
 
 // The note segments of files need not be loaded; this tells whether one is.
 bool isLoaded(const dl_phdr_info& module, const ElfW(Phdr) & segment) noexcept {
@@ -84,34 +85,24 @@ bool isLoaded(const dl_phdr_info& module, const ElfW(Phdr) & segment) noexcept {
     return false;
 }
 
-std::size_t padded(std::size_t size, std::size_t alignment) noexcept {
-    return (size + alignment - 1) / alignment * alignment;
-}
+std::size_t padded(std::size_t size) noexcept { return (size + 3) / 4 * 4; }
 
-// The anchor that a note leads to; null when the note is another's.
-Anchor* anchorOf(const ElfW(Nhdr) & note, const char* owner, const char* descriptor) noexcept {
-    std::int64_t distance = 0;
-    if (note.n_type != kNoteType || note.n_namesz != sizeof kNoteOwner ||
-        note.n_descsz != sizeof distance ||
-        std::memcmp(owner, kNoteOwner, sizeof kNoteOwner) != 0) {
-        return nullptr;
-    }
-    std::memcpy(&distance, descriptor, sizeof distance);
-    const auto address = reinterpret_cast<std::uintptr_t>(descriptor);
-    return reinterpret_cast<Anchor*>(address + static_cast<std::uintptr_t>(distance));
-}
-
-Anchor* anchorAmong(Range notes, std::size_t alignment) noexcept {
+// The anchor that one of these notes leads to; null when they are all others'.
+Anchor* anchorAmong(std::string_view notes) noexcept {
     ElfW(Nhdr) note;
+    std::int64_t distance = 0;
     while (notes.size() >= sizeof note) {
-        std::memcpy(&note, notes.begin, sizeof note);
-        const char* const owner = notes.begin + sizeof note;
-        const std::size_t ownerBytes = padded(note.n_namesz, alignment);
-        const std::size_t descriptorBytes = padded(note.n_descsz, alignment);
-        if (ownerBytes + descriptorBytes > notes.size() - sizeof note) break;
-        Anchor* const anchor = anchorOf(note, owner, owner + ownerBytes);
-        if (anchor != nullptr) return anchor;
-        notes.begin = owner + ownerBytes + descriptorBytes;
+        std::memcpy(&note, notes.data(), sizeof note);
+        const std::size_t size = sizeof note + padded(note.n_namesz) + padded(note.n_descsz);
+        if (size > notes.size()) break;
+        if (size == sizeof kNoteHead + sizeof distance &&
+            std::memcmp(notes.data(), &kNoteHead, sizeof kNoteHead) == 0) {
+            const char* const descriptor = notes.data() + sizeof kNoteHead;
+            std::memcpy(&distance, descriptor, sizeof distance);
+            return reinterpret_cast<Anchor*>(reinterpret_cast<std::intptr_t>(descriptor) +
+                                             distance);
+        }
+        notes.remove_prefix(size);
     }
     return nullptr;
 }
@@ -119,11 +110,11 @@ Anchor* anchorAmong(Range notes, std::size_t alignment) noexcept {
 Anchor* anchorIn(const dl_phdr_info& module) noexcept {
     for (const auto* segment = module.dlpi_phdr; segment != module.dlpi_phdr + module.dlpi_phnum;
          ++segment) {
-        if (segment->p_type != PT_NOTE || !isLoaded(module, *segment)) continue;
-        const auto* const begin =
-            reinterpret_cast<const char*>(module.dlpi_addr + segment->p_vaddr);
-        Anchor* const anchor =
-            anchorAmong({begin, begin + segment->p_memsz}, segment->p_align == 8 ? 8 : 4);
+        // Notes of another alignment, which linkers keep apart, are padded otherwise.
+        if (segment->p_type != PT_NOTE || segment->p_align == 8 || !isLoaded(module, *segment))
+            continue;
+        Anchor* const anchor = anchorAmong(
+            {reinterpret_cast<const char*>(module.dlpi_addr + segment->p_vaddr), segment->p_memsz});
         if (anchor != nullptr) return anchor;
     }
     return nullptr;
@@ -151,19 +142,13 @@ void underLoaderLock(Work work) noexcept {
         &work);
 }
 
-Directory* findDirectory() noexcept {
-    Directory* found = nullptr;
+Block* firstBlock() noexcept {
+    Block* found = nullptr;
     forEachAnchor([&found](const Anchor& anchor) {
-        Directory* const directory = anchor.load(std::memory_order_acquire);
-        if (directory != nullptr) found = directory;
+        Block* const first = anchor.load(std::memory_order_acquire);
+        if (first != nullptr) found = first;
     });
     return found;
-}
-
-Block* findBlock(const Directory& directory, const char* name) noexcept {
-    Block* block = directory.first;
-    while (block != nullptr && std::strcmp(block->name, name) != 0) block = block->next;
-    return block;
 }
 
 Block* makeBlock(const char* name, std::size_t size, BlockAction initialise) noexcept {
@@ -175,33 +160,11 @@ Block* makeBlock(const char* name, std::size_t size, BlockAction initialise) noe
     return block;
 }
 
-// Adds a block to the directory, which is made with its first.
-Block* addBlock(Directory*& directory, const char* name, std::size_t size,
-                BlockAction initialise) noexcept {
-    Block* const block = makeBlock(name, size, initialise);
-    if (block == nullptr) return nullptr;
-    if (directory == nullptr) {
-        directory = static_cast<Directory*>(std::calloc(1, sizeof(Directory)));
-        if (directory == nullptr) {
-            std::free(block);
-            return nullptr;
-        }
-    }
-    block->next = directory->first;
-    directory->first = block;
-    return block;
-}
-
-// Gives what is left of the directory: null when that was its last block.
-Directory* removeBlock(Directory* directory, Block* block) noexcept {
-    Block** link = &directory->first;
+void removeBlock(Block*& first, Block* block) noexcept {
+    Block** link = &first;
     while (*link != block) link = &(*link)->next;
     *link = block->next;
     std::free(block);
-    if (directory->first != nullptr) return directory;
-    std::free(directory);
-    forEachAnchor([](Anchor& anchor) { anchor.store(nullptr, std::memory_order_release); });
-    return nullptr;
 }
 
 }  // namespace
@@ -216,20 +179,23 @@ void* openBlock(const char* name, std::size_t size, BlockAction initialise,
     int error = 0;
     Block* block = nullptr;
     underLoaderLock([&] {
-        Directory* directory = findDirectory();
-        block = directory == nullptr ? nullptr : findBlock(*directory, name);
-        existed = block != nullptr && block->size == size;
-        if (block != nullptr && !existed) {
+        Block* first = firstBlock();
+        // A new block becomes the last one, so that the others' anchors stay as they are.
+        Block** link = &first;
+        while (*link != nullptr && std::strcmp((*link)->name, name) != 0) link = &(*link)->next;
+        if (*link != nullptr && (*link)->size != size) {
             error = EINVAL;
             return;
         }
-        if (block == nullptr) block = addBlock(directory, name, size, initialise);
+        existed = *link != nullptr;
+        if (!existed) *link = makeBlock(name, size, initialise);
+        block = *link;
         if (block == nullptr) {
             error = ENOMEM;
             return;
         }
         ++block->users;
-        wrenlinkProcessBlocks.store(directory, std::memory_order_release);
+        wrenlinkProcessBlocks.store(first, std::memory_order_release);
     });
     if (error == 0) return block + 1;
     errno = error;
@@ -239,14 +205,15 @@ void* openBlock(const char* name, std::size_t size, BlockAction initialise,
 void closeBlock(void* bytes, BlockAction finish) noexcept {
     Block* const block = static_cast<Block*>(bytes) - 1;
     underLoaderLock([&] {
-        Directory* directory = findDirectory();
+        Block* first = firstBlock();
         if (--block->users == 0) {
             if (finish != nullptr) finish(bytes);
-            directory = removeBlock(directory, block);
+            removeBlock(first, block);
         }
-        if (directory != nullptr) {
-            wrenlinkProcessBlocks.store(directory, std::memory_order_release);
-        }
+        forEachAnchor([first](Anchor& anchor) {
+            if (anchor.load(std::memory_order_relaxed) != nullptr)
+                anchor.store(first, std::memory_order_release);
+        });
     });
 }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -158,6 +159,14 @@ Descriptor openObjectFile(std::string_view kernelName) noexcept {
     const ObjectFileName name(kernelName);
     Descriptor file = openDirectly(name.text());
     return file.valid() ? std::move(file) : openOrCreate(name.text());
+}
+
+bool lockObjectFile(int file, int operation) noexcept {
+    int result = 0;
+    do {
+        result = ::flock(file, operation);
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
 }
 
 ObjectFileName::ObjectFileName(std::string_view kernelName) noexcept {

@@ -29,6 +29,10 @@ Descriptor openRuntimeFolder(const char* name, int access) noexcept;
 // what is in it is left to the caller. Invalid with errno set when it cannot be opened.
 Descriptor openObjectFile(std::string_view kernelName) noexcept;
 
+// flock on an object's file, repeated while signals interrupt it. False with errno set: EWOULDBLOCK
+// when another holds the lock and `operation` has LOCK_NB.
+bool lockObjectFile(int file, int operation) noexcept;
+
 // The file name that stands for a kernel name: the name itself, unless it cannot be one. Then its
 // beginning, made printable, and a digest of the whole.
 class ObjectFileName {

@@ -15,13 +15,14 @@ SharedMemory::SharedMemory(std::string_view regionName, std::size_t size, std::b
 SharedMemory::~SharedMemory() {
     std::byte* const mapped = view_.load(std::memory_order_relaxed);
     if (mapped != nullptr) os::FileMapping::unmap(mapped, size_);
-    // Before the mutex, which may still be held, lets another process in.
+    // Before mutex_ ends: a release that the system refused is tried again then, and whoever gets
+    // the mutex must not find this mapping.
     mapping_.close();
 }
 
-// Another thread may have been faster.
 std::byte* SharedMemory::firstView() noexcept {
     const LocalLockGuard local(localLock_);
+    // Another thread may have been faster.
     std::byte* const mapped = view_.load(std::memory_order_relaxed);
     if (mapped != nullptr && mapping_.valid()) return mapped;
     mutex_.emplace(std::string_view(kernelName_).substr(kPrefix.size()));

@@ -57,8 +57,8 @@ os::ProcessMutex* openStoreMutex() noexcept {
     return current;
 }
 
-// Holds the store's mutex. Without one that can be had the work is done all the same: an error text
-// that is lost for certain would be worse than one that two threads might spoil.
+// Holds the store's mutex. When it cannot be had the work is done without: otherwise every error
+// would be lost, and not only one that two threads happen to store at the same moment.
 class StoreLock {
    public:
     StoreLock() noexcept : mutex_(openStoreMutex()) {
@@ -173,7 +173,7 @@ void discard(ValueNode* node) noexcept {
         try {
             node->slot->cleanup(node->value);
         } catch (...) {
-            // The value's end is no place to report from.
+            // There is nobody to tell.
         }
     }
     os::freeRecord(node);

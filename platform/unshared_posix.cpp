@@ -11,8 +11,8 @@
 namespace wrenlink::os {
 namespace {
 
-// How many pauses there are, and whether a thread forks, or waits to. No lock of the system's own:
-// the child would have to give back what its parent holds.
+// How many pauses there are, and whether a thread forks, or waits to. A lock of the system's could
+// not be released in the child, where the threads that hold it do not exist.
 constexpr std::uint32_t kForking = 0x80000000;
 constinit std::atomic<std::uint32_t> pauses{0};
 
@@ -33,13 +33,15 @@ bool replace(int descriptor, int former, int value) noexcept {
     return false;
 }
 
-// How many forks this process is away from the one that loaded the module. A handle has it above
-// the descriptor: a number that a child uses again is no parent's.
+// How many forks this process is away from the one that loaded the module. A handle has it in its
+// upper half, so that a handle of the parent's never stands for a descriptor that the child has
+// opened under the same number.
 constinit std::atomic<std::uint32_t> generation{0};
 static_assert(sizeof(NativeHandle) == 8 && sizeof(int) == 4);
 
-// Far longer than a pause. A handler of a signal that forks may have interrupted a pause, or a
-// fork, and would wait for its own thread: its child rather has a descriptor too many.
+// Far longer than a pause. A signal's handler that forks may have interrupted a pause, or a fork,
+// of its own thread, and would wait for ever; rather than that, its child has a descriptor too
+// many.
 constexpr std::chrono::milliseconds kLongestWait(200);
 
 void beforeFork() noexcept {

@@ -1,6 +1,6 @@
 // Descriptors that a process does not share with the children it makes by fork. A child has copies
 // of them, and a lock or a connection lasts as long as any copy; so the child closes its copies
-// before anything else of it runs, and its handles of them are none from then on. Children that
+// before anything else of it runs, and descriptorOf() gives -1 for them from then on. Children that
 // start another program need no such care: the descriptors close with that.
 //
 // Everything here may be called from any thread. A fork waits while a descriptor is being opened or

@@ -120,12 +120,6 @@ void LocalMutex::enter() noexcept {
     take(local(native_));
 }
 
-// The library tries at its end, when nobody else is there.
-bool LocalMutex::tryEnter() noexcept {
-    enter();
-    return true;
-}
-
 void LocalMutex::leave() noexcept {
     Local& mutex = local(native_);
     if (mutex.holder == ownLife() && --mutex.holds == 0) mutex.holder = test::kNoLife;

@@ -16,8 +16,8 @@
 
 namespace wrenlink {
 
-// Port numbers lie below this, so that no more adapters are registered. A key below it is a port
-// number, which hosts are shown; an adapter id is not taken from there.
+// At most so many adapters are registered. Selection keys below this are port numbers, and the ones
+// that hosts are shown; an adapter that reports an id below it goes by its port number.
 inline constexpr std::uint32_t kPortCount = 32;
 constexpr bool isPortNumber(std::uint32_t key) { return key < kPortCount; }
 

@@ -4,7 +4,7 @@
 // One rule keeps them true: whoever changes, reads or loses a setting marks it unknown, exchanges
 // and records it while it holds the adapter's lock. So the order of the records is the order of the
 // exchanges, and a host that dies in between leaves "unknown". Which settings an exchange touches
-// is read from its frame, here and nowhere else, so that no operation can forget a step.
+// is read from its frame, here and nowhere else, so that no operation has to think of it.
 //
 // Looking needs no lock: it shows what the adapter held a moment ago, or that nobody knows.
 #ifndef WRENLINK_QUILL_ADAPTER_SETTINGS_H
@@ -67,7 +67,7 @@ class AdapterSettings {
 
     // The setting, perhaps kUnknown; nothing when its region cannot be mapped.
     std::optional<std::uint16_t> look(Setting setting);
-    // Marks all settings unknown. That is never false, so it needs no lock.
+    // Marks all settings unknown. Needs no lock: at worst somebody sends what the adapter has.
     void forget();
 
    private:

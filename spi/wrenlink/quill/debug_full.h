@@ -8,14 +8,12 @@ namespace wrenlink {
 class DebugFullSwitch {
    public:
     DebugFullSwitch() noexcept;
+    // Whether it was "ON" or "TRUE", in any case.
     static bool isOn() { return isOn_; }
 
    private:
     static bool isOn_;
 };
-
-// Whether SPIDEBUG_FULL was "ON" or "TRUE", in any case.
-inline bool isDebugFull() { return DebugFullSwitch::isOn(); }
 
 }  // namespace wrenlink
 

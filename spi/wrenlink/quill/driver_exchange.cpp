@@ -58,7 +58,7 @@ bool Quill_Command(std::uint8_t* request, std::uint8_t* replyBase, const char* d
     const ResultTrace<bool> trace(result);
     request[kReservedOffset] = 0;
 
-    // A mutex that cannot be had does not keep the adapter from working for one user.
+    // Without the mutex, if it cannot be had: an only user does not need it.
     NamedMutex mutex(devicePath);
     const NamedMutexGuard turn(mutex);
     SettingsExchange touched(settings, request);

@@ -35,8 +35,6 @@ LastErrorRecord* makeRecord() {
 
 LastErrorStore::LastErrorStore() : slot_(std::free) { theStore = this; }
 
-LastErrorStore::~LastErrorStore() { theStore = nullptr; }
-
 int Quill_SetLastError(int code, unsigned int address, const char* format, ...) {
     const Trace trace;
     LastErrorRecord* record = currentRecord();

@@ -14,7 +14,7 @@ class LastErrorStore {
     LastErrorStore();
     LastErrorStore(const LastErrorStore&) = delete;
     LastErrorStore& operator=(const LastErrorStore&) = delete;
-    ~LastErrorStore();
+    ~LastErrorStore() = default;
 
     ThreadLocalSlot& slot() { return slot_; }
 

@@ -18,6 +18,33 @@ bool isEmpty(std::FILE* file) {
     return empty;
 }
 
+// A line N=M.
+struct Mapping {
+    std::uint32_t key;       // N
+    std::uint32_t selected;  // M
+};
+
+// False on a syntax error.
+bool parseMapping(const char* line, Mapping& mapping) {
+    const auto [key, end] = parseUnsigned(line);
+    if (!isPortNumber(key) || *end != '=') return false;
+    mapping = {key, parseUnsigned(end + 1).value};
+    return true;
+}
+
+// Looks M up in the table as enumerated. An M that selects nothing removes both keys, if
+// `rewritten` has M.
+void applyMapping(const Mapping& mapping, const SelectionTable& enumerated,
+                  SelectionTable& rewritten) {
+    const auto selected = enumerated.find(mapping.selected);
+    if (selected != enumerated.end()) {
+        rewritten.try_emplace(mapping.selected, mapping.key);
+        rewritten.insert_or_assign(mapping.key, selected->second);
+    } else if (rewritten.erase(mapping.selected) != 0) {
+        rewritten.erase(mapping.key);
+    }
+}
+
 }  // namespace
 
 TextFile Open_Common_Document_File(const char* name, std::string& fullPath) {
@@ -40,24 +67,6 @@ MapFile openMapFile() {
     }
     if (file != nullptr && isEmpty(file.get())) file.reset();
     return {std::move(file), std::move(name)};
-}
-
-bool parseMapping(const char* line, Mapping& mapping) {
-    const auto [key, end] = parseUnsigned(line);
-    if (!isPortNumber(key) || *end != '=') return false;
-    mapping = {key, parseUnsigned(end + 1).value};
-    return true;
-}
-
-void applyMapping(const Mapping& mapping, const SelectionTable& enumerated,
-                  SelectionTable& rewritten) {
-    const auto selected = enumerated.find(mapping.selected);
-    if (selected != enumerated.end()) {
-        rewritten.try_emplace(mapping.selected, mapping.key);
-        rewritten.insert_or_assign(mapping.key, selected->second);
-    } else if (rewritten.erase(mapping.selected) != 0) {
-        rewritten.erase(mapping.key);
-    }
 }
 
 int applyMapFile(std::FILE* file, SelectionTable& table) {

@@ -6,7 +6,6 @@
 #ifndef WRENLINK_QUILL_MAP_FILE_H
 #define WRENLINK_QUILL_MAP_FILE_H
 
-#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -33,20 +32,6 @@ TextFile Open_Common_Document_File(const char* name, std::string& fullPath);
 // Opens the map file: in the shared documents folder, else in the current directory. There is no
 // file when neither can be opened, or the one found is empty.
 MapFile openMapFile();
-
-// One line.
-struct Mapping {
-    std::uint32_t key;       // N
-    std::uint32_t selected;  // M
-};
-
-// Reads a line; false on a syntax error.
-bool parseMapping(const char* line, Mapping& mapping);
-
-// Applies one line to `rewritten`, looking M up in the table as enumerated. An M that selects
-// nothing removes both keys, if `rewritten` has M.
-void applyMapping(const Mapping& mapping, const SelectionTable& enumerated,
-                  SelectionTable& rewritten);
 
 // Applies all lines to the table. Returns 0, or the number of the first line with a syntax error;
 // the table is then unchanged. So it is when the file cannot be read to its end, as with a file

@@ -142,7 +142,7 @@ void Quill_Stream_Debug(QuillStream* stream, const char* format, ...) {
 
 void Quill_Stream_Debug_Full(QuillStream* stream, const char* format, ...) {
     const Trace trace;
-    if (!isDebugFull()) return;
+    if (!DebugFullSwitch::isOn()) return;
     va_list arguments;
     va_start(arguments, format);
     passToCallback(stream, format, arguments);

@@ -70,7 +70,8 @@ inline std::uint8_t Quill_Stream_MinorVer(QuillStream* stream) {
     return result = static_cast<std::uint8_t>(stream->firmwareVersion);
 }
 
-// Marks the adapter's shared delay and command bits unknown.
+// Marks the adapter's shared delay and command bits unknown. A failed exchange has done so already,
+// in the adapter's turn (SettingsExchange); traces show that it is done here too.
 void Quill_Stream_InvalidateCache(QuillStream* stream);
 
 // Copies the command bits that the adapter was last given, for writes or for reads, to *bits; they
@@ -88,7 +89,7 @@ void Quill_Stream_Debug(QuillStream* stream, const char* format, ...)
 void Quill_Stream_Debug_Full(QuillStream* stream, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 // Whether anybody would notice the second; what runs for each record calls it only then.
-inline bool isDebugFullNoticed() { return isDebugFull() || isTraced; }
+inline bool isDebugFullNoticed() { return DebugFullSwitch::isOn() || isTraced; }
 
 }  // namespace wrenlink
 

@@ -30,14 +30,10 @@ std::optional<std::uint16_t> knownDelay(QuillStream* stream) {
     return delay;
 }
 
-}  // namespace
-
-double Quill_GetClockFromDelays(std::uint16_t delay) {
-    const Trace trace;
-    if (delay == 0) return kFastestClock;
-    return 1000000.0 / static_cast<double>(126 * std::uint32_t{delay} + 434);
-}
-
+// The delay for a requested clock: 0 from 2000 kHz on and for what is not a number; else the
+// nearest delay, of which the low 16 bits are kept below 0.1211 kHz, a clock that no delay reaches.
+// A clock of 0 or below, or too small to compute with, gives 65534, the slowest that can be told
+// from an unknown one.
 std::uint16_t nearestDelay(double clock) {
     if (!(clock < kFastestRequest)) return 0;
     if (clock <= 0) return kSlowestDelay;
@@ -46,9 +42,19 @@ std::uint16_t nearestDelay(double clock) {
     return static_cast<std::uint16_t>(static_cast<std::int32_t>(steps));
 }
 
+// The first delay from this one on whose clock is not above the maximum. Ends for every maximum of
+// 1 kHz or more.
 std::uint16_t limitDelay(std::uint16_t delay, double maximumClock) {
     while (Quill_GetClockFromDelays(delay) > maximumClock) ++delay;
     return delay;
+}
+
+}  // namespace
+
+double Quill_GetClockFromDelays(std::uint16_t delay) {
+    const Trace trace;
+    if (delay == 0) return kFastestClock;
+    return 1000000.0 / static_cast<double>(126 * std::uint32_t{delay} + 434);
 }
 
 int setClock(QuillStream* stream, double clock) {

@@ -16,16 +16,6 @@ inline constexpr std::uint16_t kTooSlowDelay = 414;
 // The clock of a delay: 4000 at 0, else 1000000 / (126 x delay + 434).
 double Quill_GetClockFromDelays(std::uint16_t delay);
 
-// The delay for a requested clock: 0 from 2000 kHz on and for what is not a number; else the
-// nearest delay, of which the low 16 bits are kept below 0.1211 kHz, a clock that no delay reaches.
-// A clock of 0 or below, or too small to compute with, gives 65534, the slowest that can be told
-// from an unknown one.
-std::uint16_t nearestDelay(double clock);
-
-// The first delay from this one on whose clock is not above the maximum. Ends for every maximum of
-// 1 kHz or more.
-std::uint16_t limitDelay(std::uint16_t delay, double maximumClock);
-
 // Sets the delay for a requested clock within the stream's SPIMAXCLOCK. Results as the next.
 int setClock(QuillStream* stream, double clock);
 

@@ -43,7 +43,7 @@ bool Quill_Stream_Command(QuillStream* stream, CommandFrame& frame) {
     const ResultTrace<bool> trace(result);
     if (!adapterListExists()) return result;
     if (stream->port == QuillStream::kNoPort) {
-        // The text takes memory, whose lack must not show where nobody reads the text.
+        // Making the string may throw, so it is made only for somebody who reads it.
         if (isTraced) messageHandler(__func__).SetErrorMsg(0, "No USB-SPI device found");
         return result;
     }

@@ -141,9 +141,9 @@ int StreamSequence(CUsbStreamData& stream, std::span<const Step> list) {
 
 int DoStreamSequence(CUsbStreamData& stream, std::span<const Step> batch, std::uint8_t* frame) {
     const Trace trace;
-    // Bytes that a short reply lacks read as zero: a read whose status is among them has failed,
-    // one that lacks but words gives zeros, since a short reply is no failure. The room behind the
-    // reply is for showing the words of a read that echoes a higher count than it has.
+    // A short reply is no failure. What it lacks reads as zero: a read without a status has failed,
+    // one that only lacks words gives zeros. The room at the end is for PrintStreamDebug, which
+    // believes the count in the reply and may show words behind it.
     std::array<std::uint8_t, kBatchBufferSize + 2 * kShownWords> reply{};
     if (!Quill_Stream_Command(stream.quill(), frame, reply.data()))
         return Quill_AppendToLastError("Unable to send sequence");

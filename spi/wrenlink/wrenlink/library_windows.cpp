@@ -21,8 +21,8 @@ struct RuntimeMemory {
 
 }  // namespace
 
-// Nothing of the library runs when a host's thread ends. The call is refused where the compiler's
-// runtime wants the notifications for itself.
+// Nothing of the library runs when a host's thread ends. The system refuses this, harmlessly, when
+// the compiler's runtime has thread-local data of its own.
 BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH) DisableThreadLibraryCalls(module);
     return TRUE;

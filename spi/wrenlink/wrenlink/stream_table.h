@@ -56,8 +56,8 @@ class CUsbStreamTable {
     CUsbStreamRef getStream(std::uint32_t id);
     // A reference to the legacy stream; empty when there is none.
     CUsbStreamRef getLegacyStream();
-    // Makes a stored stream the legacy stream; false when another one is. A stream that was taken
-    // out meanwhile is left alone, as one that is closed right afterwards would be.
+    // Makes a stored stream the legacy stream; false when another one is. True, and nothing
+    // happens, when the stream was taken out meanwhile.
     bool assignLegacyStream(CUsbStreamData* stream);
     // Gives a reference back; null is allowed.
     void releaseStream(CUsbStreamData* stream);
