@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <new>
+#include <optional>
 
 #include "diag/result_sentry.h"
 #include "quill/host_call.h"
@@ -14,22 +15,9 @@
 
 namespace wrenlink {
 
-// Where a call finds its stream.
-class StreamName {
-   public:
-    static StreamName id(std::uint32_t id) { return StreamName(id, false); }
-    static StreamName legacy() { return StreamName(0, true); }
-
-    CUsbStreamRef find() const {
-        return legacy_ ? streamTable().getLegacyStream() : streamTable().getStream(id_);
-    }
-
-   private:
-    StreamName(std::uint32_t id, bool legacy) : id_(id), legacy_(legacy) {}
-
-    std::uint32_t id_;
-    bool legacy_;
-};
+// A call's stream, by its identifier; without one, the legacy stream.
+using StreamName = std::optional<std::uint32_t>;
+inline constexpr StreamName kLegacyStream;
 
 // Stores 257 "Out of memory"; quietly nothing when there is no memory for that either.
 inline void reportOutOfMemory() noexcept {
@@ -59,7 +47,8 @@ void onStream(StreamName name, Work&& work) {
     const Call call;
     if (!call) return;
     guardMemory([&] {
-        const CUsbStreamRef stream = name.find();
+        const CUsbStreamRef stream =
+            name ? streamTable().getStream(*name) : streamTable().getLegacyStream();
         if (stream)
             work(*stream);
         else

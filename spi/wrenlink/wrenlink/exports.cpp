@@ -87,15 +87,15 @@ unsigned int lastError(unsigned int* address, const char** text) {
 extern "C" {
 
 int spifns_mgcmd_cmd(uint16_t* words, uint16_t length, uint32_t flag) {
-    return tracedOnStream(StreamName::legacy(), 1, mgcmdCommand(words, length, flag));
+    return tracedOnStream(kLegacyStream, 1, mgcmdCommand(words, length, flag));
 }
 
 int spifns_mgcmd_init(uint16_t first, uint16_t second) {
-    return tracedOnStream(StreamName::legacy(), 1, mgcmdInit(first, second));
+    return tracedOnStream(kLegacyStream, 1, mgcmdInit(first, second));
 }
 
 spifns_xap_state spifns_marigold_xap_stopped(void) {
-    return tracedOnStream(StreamName::legacy(), SPIFNS_XAP_ERROR, spi_sd_marigold_xap_stopped);
+    return tracedOnStream(kLegacyStream, SPIFNS_XAP_ERROR, spi_sd_marigold_xap_stopped);
 }
 
 void spifns_chip_select(void) { const Trace trace; }
@@ -117,7 +117,7 @@ void spifns_close(void) {
 }
 
 const char* spifns_command(const char* name) {
-    return tracedOnStream<const char*>(StreamName::legacy(), nullptr, command(name));
+    return tracedOnStream<const char*>(kLegacyStream, nullptr, command(name));
 }
 
 uint32_t spifns_count_streams(void) {
@@ -150,7 +150,7 @@ int spifns_get_last_error32(uint32_t* address, const char** text) {
 uint32_t spifns_get_version(void) { return SPIFNS_VERSION; }
 
 const char* spifns_getvar(const char* name) {
-    return tracedOnStream(StreamName::legacy(), "", variable(name));
+    return tracedOnStream(kLegacyStream, "", variable(name));
 }
 
 void spifns_getvarlist(const spifns_variable** list, uint32_t* count) {
@@ -171,24 +171,24 @@ int spifns_init(void) {
 }
 
 int spifns_sequence(SpiAction* actions, uint32_t count) {
-    return tracedOnStream(StreamName::legacy(), 1, sequence(actions, count));
+    return tracedOnStream(kLegacyStream, 1, sequence(actions, count));
 }
 
 void spifns_set_debug_callback(spifns_legacy_debug_callback* callback) {
-    onStream(StreamName::legacy(),
+    onStream(kLegacyStream,
              debugCallback(callback == nullptr ? nullptr : passToLegacyCallback, callback));
 }
 
 int spifns_stream_mgcmd_cmd(uint32_t stream, uint16_t* words, uint16_t length, uint32_t flag) {
-    return tracedOnStream(StreamName::id(stream), 1, mgcmdCommand(words, length, flag));
+    return tracedOnStream(stream, 1, mgcmdCommand(words, length, flag));
 }
 
 int spifns_stream_mgcmd_init(uint32_t stream, uint16_t first, uint16_t second) {
-    return tracedOnStream(StreamName::id(stream), 1, mgcmdInit(first, second));
+    return tracedOnStream(stream, 1, mgcmdInit(first, second));
 }
 
 spifns_xap_state spifns_stream_marigold_xap_stopped(uint32_t stream) {
-    return tracedOnStream(StreamName::id(stream), SPIFNS_XAP_ERROR, spi_sd_marigold_xap_stopped);
+    return tracedOnStream(stream, SPIFNS_XAP_ERROR, spi_sd_marigold_xap_stopped);
 }
 
 void spifns_stream_chip_select(void) { const Trace trace; }
@@ -201,17 +201,17 @@ void spifns_stream_close(uint32_t stream) {
 }
 
 const char* spifns_stream_command(uint32_t stream, const char* name) {
-    return tracedOnStream<const char*>(StreamName::id(stream), nullptr, command(name));
+    return tracedOnStream<const char*>(stream, nullptr, command(name));
 }
 
 int spifns_stream_get_device_id(uint32_t stream, char* buffer, size_t size) {
-    return tracedOnStream(StreamName::id(stream), 1, [=](CUsbStreamData& data) {
+    return tracedOnStream(stream, 1, [=](CUsbStreamData& data) {
         return Quill_Stream_GetDeviceId(data.quill(), buffer, size);
     });
 }
 
 const char* spifns_stream_getvar(uint32_t stream, const char* name) {
-    return tracedOnStream(StreamName::id(stream), "", variable(name));
+    return tracedOnStream(stream, "", variable(name));
 }
 
 int spifns_stream_init(uint32_t* stream) {
@@ -231,12 +231,12 @@ int spifns_stream_init(uint32_t* stream) {
 }
 
 int spifns_stream_sequence(uint32_t stream, SpiAction* actions, uint32_t count) {
-    return tracedOnStream(StreamName::id(stream), 1, sequence(actions, count));
+    return tracedOnStream(stream, 1, sequence(actions, count));
 }
 
 void spifns_stream_set_debug_callback(uint32_t stream, spifns_debug_callback callback,
                                       void* context) {
-    onStream(StreamName::id(stream), debugCallback(callback, context));
+    onStream(stream, debugCallback(callback, context));
 }
 
 }  // extern "C"
