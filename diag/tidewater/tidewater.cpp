@@ -124,9 +124,7 @@ CDebugSentry::CDebugSentry(CMessageHandler* handler, unsigned long line, const c
 
 CDebugSentry::~CDebugSentry() { CDebugSentry::PrintExit(); }
 
-void CDebugSentry::CheckPrintExit() {
-    if (!exitPrinted_) PrintExit();
-}
+void CDebugSentry::CheckPrintExit() { PrintExit(); }
 
 void CDebugSentry::PrintExit() {
     if (exitPrinted_) return;

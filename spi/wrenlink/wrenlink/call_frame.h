@@ -19,6 +19,10 @@ namespace wrenlink {
 using StreamName = std::optional<std::uint32_t>;
 inline constexpr StreamName kLegacyStream;
 
+inline CUsbStreamRef findStream(StreamName name) {
+    return name ? streamTable().getStream(*name) : streamTable().getLegacyStream();
+}
+
 // Stores 257 "Out of memory"; quietly nothing when there is no memory for that either.
 inline void reportOutOfMemory() noexcept {
     try {
@@ -47,8 +51,7 @@ void onStream(StreamName name, Work&& work) {
     const Call call;
     if (!call) return;
     guardMemory([&] {
-        const CUsbStreamRef stream =
-            name ? streamTable().getStream(*name) : streamTable().getLegacyStream();
+        const CUsbStreamRef stream = findStream(name);
         if (stream)
             work(*stream);
         else
