@@ -106,6 +106,11 @@ TEST_F(LoadUnload, LetsModulesShareTheStore) {
             EXPECT_EQ(attachCount(), 2U);
         }
         EXPECT_EQ(attachCount(), 1U);
+        os::ProcessBlock made = os::openProcessBlock("made later", 16);
+        os::ProcessBlock found = os::openProcessBlock("made later", 16);
+        EXPECT_TRUE(found.existed) << "whichever module made its own blocks first";
+        os::closeProcessBlock(found);
+        os::closeProcessBlock(made);
         EXPECT_EQ(library.lastError(nullptr, nullptr), 262);
         ThreadLocalSlot own(nullptr);
         own.set(&own);
